@@ -1,0 +1,75 @@
+// Objects that programs on one machine share by name. They exist as long as some
+// process holds them open; a killed process lets go of its own. Names are those of
+// Windows, with or without "Global\"; the scope is the whole machine either way.
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "platform/waitable.h"
+
+namespace talvorn::platform {
+
+// A mutex of which only the existence counts; nobody ever owns it.
+class NamedMutex {
+ public:
+  NamedMutex();  // none
+  ~NamedMutex();
+  NamedMutex(NamedMutex&& other) noexcept;
+  NamedMutex& operator=(NamedMutex&& other) noexcept;
+
+  // Creates the mutex, or opens the existing one. None on failure.
+  [[nodiscard]] static NamedMutex Create(std::u16string_view name);
+  // None when no process holds a mutex of this name.
+  [[nodiscard]] static NamedMutex Open(std::u16string_view name);
+
+  [[nodiscard]] bool valid() const { return state_ != nullptr; }
+  void Close();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+class NamedEvent {
+ public:
+  enum class Mode { kAutoReset, kManualReset };
+
+  NamedEvent();  // none
+  ~NamedEvent();
+  NamedEvent(NamedEvent&& other) noexcept;
+  NamedEvent& operator=(NamedEvent&& other) noexcept;
+
+  // Creates the event, not set and writable by everyone on Linux, or opens the
+  // existing one, whose mode then counts. None on failure.
+  [[nodiscard]] static NamedEvent Create(std::u16string_view name, Mode mode);
+  // None when no process holds an event of this name.
+  [[nodiscard]] static NamedEvent Open(std::u16string_view name);
+
+  [[nodiscard]] bool valid() const { return state_ != nullptr; }
+  void Close();
+
+  // None of these blocks, whatever other holders do to the object.
+  bool Set();
+  bool Reset();
+  // Releases the threads that wait at this moment (of an auto-reset event, one)
+  // and leaves the event not set.
+  bool Pulse();
+
+  struct WaitResult {
+    enum class Status { kEvent, kInterrupted, kTimeout, kFailed };
+    Status status = Status::kFailed;
+    std::size_t index = 0;  // of the event that was signalled
+  };
+  // Waits until one of `events` is set or pulsed, or `interrupt` (may be null) is
+  // signalled. Consumes an auto-reset event, never the interrupt.
+  [[nodiscard]] static WaitResult WaitAny(std::span<NamedEvent* const> events,
+                                          const Waitable* interrupt, WaitLimit limit);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace talvorn::platform
