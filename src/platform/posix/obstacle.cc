@@ -1,0 +1,28 @@
+#include "platform/posix/obstacle.h"
+
+#include <unistd.h>
+
+#include <functional>
+#include <mutex>
+#include <new>
+#include <set>
+#include <string>
+
+namespace talvorn::platform {
+
+void ReportObstacle(std::string_view sentence) {
+  static std::mutex mutex;
+  static std::set<std::string, std::less<>> reported;
+  try {
+    const std::lock_guard lock(mutex);
+    if (!reported.emplace(sentence).second) return;
+    std::string line = "talvorn-locator: ";
+    line.append(sentence).push_back('\n');
+    // Best effort: there is nobody left to tell when standard error is gone.
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+  } catch (const std::bad_alloc&) {
+    // Without memory the sentence is lost; the failure itself is still returned.
+  }
+}
+
+}  // namespace talvorn::platform

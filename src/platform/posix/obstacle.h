@@ -1,0 +1,13 @@
+// Sentences to the person who started the process, about something outside of it
+// that is in its way and what to do about it.
+#pragma once
+
+#include <string_view>
+
+namespace talvorn::platform {
+
+// Writes "talvorn-locator: ", `sentence` and a line feed to standard error, each
+// distinct sentence once per process. Any thread may call it.
+void ReportObstacle(std::string_view sentence);
+
+}  // namespace talvorn::platform
