@@ -1,0 +1,40 @@
+// The locator's settings: values of one registry key, filled by administrators and
+// only read here. Every component reads its own record when it starts, so a change
+// reaches a component when it reads again.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace talvorn {
+
+inline constexpr std::u16string_view kSettingsKey = u"Software\\Kestrow\\TAL-VORN\\Settings";
+
+// Times in milliseconds. A new record holds the defaults.
+struct RegistryValues {
+  std::uint32_t timeRequest = 5'000;
+  std::uint32_t timeMaster = 60'000;
+  std::uint32_t timeResponseValid = 10'000;
+  std::uint32_t timeResponseValidIfStatic = 30'000;
+  std::uint32_t timeRequestGapIfStatic = 5'000;
+  std::uint32_t timeNetworkChanges = 1'000;
+  std::uint32_t timeMulticastRequestAllowed = 0;
+  std::array<char16_t, 1'024> staticDevicesIniFile{};  // terminated path
+  std::uint32_t preferedIpVersion = 4;
+  std::uint32_t ipv6Active = 1;
+};
+
+// Fills every field from the registry, or with its default where the value is
+// missing, of another type or too large. False, with the record untouched, when the
+// key cannot be opened.
+bool RetrieveValues(RegistryValues& values);
+
+// The switch of the trace: "DebugView" as stored, 0 when it cannot be had.
+[[nodiscard]] std::uint32_t ReadDebugView();
+
+inline constexpr std::size_t kLogPathCapacity = 1'024;
+// "Log Path", terminated; empty when it cannot be had.
+[[nodiscard]] std::array<char, kLogPathCapacity> ReadLogPath();
+
+}  // namespace talvorn
