@@ -88,12 +88,16 @@ void VisitShortRecord(Visitor visit, Record& record) {
 }  // namespace
 
 std::uint32_t DeviceRecord::numericSerial() const {
+  std::string_view text = deviceSerial.view();
+  text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
   std::uint32_t number = 0;
-  for (const char c : deviceSerial.view()) {
+  for (const char c : text) {
     if (c < '0' || c > '9') break;
     number = number * 10 + static_cast<std::uint32_t>(c - '0');
   }
-  return number;
+  return negative ? 0 - number : number;
 }
 
 DeviceRecord DecodeDeviceRecord(std::span<const std::byte> data) {

@@ -61,7 +61,7 @@ struct DeviceRecord {
   [[nodiscard]] RecordFamily family() const {
     return deviceIpv6.empty() ? RecordFamily::kIpv4 : RecordFamily::kIpv6;
   }
-  // The serial read as a decimal number: leading digits, 0 when there are none.
+  // The device's numeric identity: the serial as atoi() reads it, modulo 2^32.
   [[nodiscard]] std::uint32_t numericSerial() const;
 
   bool operator==(const DeviceRecord&) const = default;

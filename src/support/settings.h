@@ -11,6 +11,10 @@ namespace talvorn {
 
 inline constexpr std::u16string_view kSettingsKey = u"Software\\Kestrow\\TAL-VORN\\Settings";
 
+// Requests for the re-initialisation of an interface: one 32-bit value each, named
+// by an IPv4 address; 0 while it is pending, 1 once it has been handled.
+inline constexpr std::u16string_view kInterfacesKey = u"SOFTWARE\\Kestrow\\TAL-VORN\\Interfaces";
+
 // Times in milliseconds. A new record holds the defaults.
 struct RegistryValues {
   std::uint32_t timeRequest = 5'000;
