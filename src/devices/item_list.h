@@ -1,0 +1,102 @@
+// The items that devices attached to their records, each kept until it is no longer
+// confirmed. Receivers and status queries add, the command server takes snapshots, a
+// thread of the list expires. New, changed and expired items pulse change events.
+//
+// Add and GetItems do not lock: callers hold `lock` around each call.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <unordered_set>
+
+#include "devices/item_record.h"
+#include "platform/digest.h"
+#include "platform/thread.h"
+#include "support/file_time.h"
+#include "support/run_flag.h"
+
+namespace talvorn {
+
+class CItemList {
+ public:
+  explicit CItemList(Clock& clock = platform::SystemClock()) : clock_(clock) {}
+  ~CItemList();
+  CItemList(const CItemList&) = delete;
+  CItemList& operator=(const CItemList&) = delete;
+
+  // Sets the validity of items and starts the expiry thread. False when the thread
+  // could not be started: items are then kept for ever.
+  bool Start(std::uint32_t validityMs);
+  void Stop();
+
+  // Stores one item of the device `serial`, or moves the expiry of the stored one
+  // forward when the identity of both is the same.
+  void Add(std::uint32_t serial, const ItemView& item);
+
+  // All items, newest first and back to back: the serial (4 bytes, little-endian)
+  // and the item as received, 24 + bodyLength bytes each. The block belongs to the
+  // list and lives until the next call. Empty without memory.
+  std::span<const std::byte> GetItems();
+
+  // Drops the items whose time is over. Takes the lock; signals without it.
+  void Sweep();
+
+  // Number of items; may be read without the lock.
+  [[nodiscard]] std::uint32_t count() const { return count_.load(std::memory_order_relaxed); }
+
+  std::recursive_mutex lock;
+
+ private:
+  // One allocation with the copy of the item behind it.
+  struct ItemNode {
+    FileTime expiry = 0;  // local time
+    platform::Sha1Digest digest{};
+    ItemNode* next = nullptr;
+    std::uint32_t serial = 0;
+    std::uint32_t itemSize = 0;
+
+    [[nodiscard]] std::byte* item() { return reinterpret_cast<std::byte*>(this + 1); }
+    [[nodiscard]] std::span<const std::byte> bytes() { return {item(), itemSize}; }
+  };
+
+  struct Identity {
+    std::uint32_t serial;
+    const platform::Sha1Digest& digest;
+  };
+  static Identity IdentityOf(const ItemNode* node) { return {node->serial, node->digest}; }
+  static Identity IdentityOf(const Identity& identity) { return identity; }
+  struct IdentityHash {
+    using is_transparent = void;
+    std::size_t operator()(const auto& key) const { return Hash(IdentityOf(key)); }
+    static std::size_t Hash(const Identity& identity);
+  };
+  struct IdentityEqual {
+    using is_transparent = void;
+    bool operator()(const auto& left, const auto& right) const {
+      const Identity a = IdentityOf(left);
+      const Identity b = IdentityOf(right);
+      return a.serial == b.serial && a.digest == b.digest;
+    }
+  };
+
+  // Null without memory.
+  static ItemNode* MakeNode(std::uint32_t serial, const ItemView& item);
+  static void FreeNode(ItemNode* node);
+  // Takes the expired nodes out of the list, in list order. Called with the lock.
+  ItemNode* UnlinkExpired();
+
+  ItemNode* head_ = nullptr;
+  std::unordered_set<ItemNode*, IdentityHash, IdentityEqual> index_;
+  std::atomic<std::uint32_t> count_{0};
+  std::unique_ptr<std::byte[]> snapshot_;
+  FileTime validity_ = 10 * platform::kFileTimePerSecond;
+  RunFlag running_;
+  platform::Thread thread_;
+  Clock& clock_;
+};
+
+}  // namespace talvorn

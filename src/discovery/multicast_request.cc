@@ -1,0 +1,170 @@
+#include "discovery/multicast_request.h"
+
+#include <array>
+#include <string_view>
+
+#include "discovery/datagram.h"
+#include "discovery/multicast_receiver.h"
+#include "discovery/multicast_socket.h"
+#include "support/debug_trace.h"
+#include "support/id_octets.h"
+#include "support/interval_timer.h"
+#include "support/pass_pacer.h"
+#include "support/settings.h"
+
+namespace talvorn {
+
+std::mutex MulticastSetupLock;
+
+namespace {
+
+constexpr std::uint32_t kTickMs = 1;
+
+struct Groups {
+  const char* request;
+  const char* response;
+};
+constexpr Groups kGroupsIpv4{kRequestGroupIpv4, kResponseGroupIpv4};
+constexpr Groups kGroupsIpv6{kRequestGroupIpv6, kResponseGroupIpv6};
+
+class RequestThread {
+ public:
+  explicit RequestThread(const ThreadItem& item)
+      : item_(item), groups_(item.ipVersion == 6 ? kGroupsIpv6 : kGroupsIpv4) {
+    if (item.ipVersion == 4) request_.interfaceCidr = InterfaceCidr(item.id, item.mask);
+  }
+
+  void Run() {
+    Start();
+    PassPacer pacer(kTickMs);
+    while (item_.running) {
+      Pass();
+      AwaitNextPass(pacer);
+    }
+    End();
+  }
+
+ private:
+  void Start() {
+    const bool sources = OpenEventSource(castRequest_, kSourceCastRequest) &
+                         OpenEventSource(castReceive_, kSourceCastReceive);
+    RegistryValues settings;
+    RetrieveValues(settings);
+    requestTimer_.period = settings.timeRequest;
+    masterTimer_.period = settings.timeMaster;
+    if (sources) {
+      if (settings.timeMulticastRequestAllowed == 0) Send();
+      OpenReceivers();
+    }
+    requestTimer_.Start();
+    masterTimer_.Start();
+  }
+
+  // A receiver that cannot be opened leaves its half of the thread deaf.
+  void OpenReceivers() {
+    const std::lock_guard guard(MulticastSetupLock);
+    (void)OpenReceiver(requestReceiver_, item_.id, groups_.request);
+    responseReceiver_.responseList = item_.responseList;
+    responseReceiver_.itemList = item_.itemList;
+    (void)OpenReceiver(responseReceiver_, item_.id, groups_.response);
+  }
+
+  void Pass() {
+    if (item_.rejoin.Test()) Rejoin();
+    if (responseReceiver_.dataEvent.Test()) TraceResponse();
+    if (requestReceiver_.dataEvent.Test()) FallSilent();
+    if (firstPass_) {
+      firstPass_ = false;
+      master_ = true;
+      requestTimer_.event.Set();
+    } else if (!master_) {
+      master_ = masterTimer_.event.Test();
+      return;
+    }
+    if (requestTimer_.event.Test()) {
+      masterTimer_.Restart();
+      Send();
+    }
+  }
+
+  void AwaitNextPass(PassPacer& pacer) {
+    // A silent thread leaves the request timer's event set until it is master again.
+    const platform::Waitable* const waitables[] = {
+        &item_.running.cleared(),    &item_.rejoin,       &responseReceiver_.dataEvent,
+        &requestReceiver_.dataEvent, &masterTimer_.event, master_ ? &requestTimer_.event : nullptr};
+    pacer.AwaitNextPass(waitables, std::nullopt);
+  }
+
+  void Rejoin() {
+    requestReceiver_.socket.RejoinGroup();
+    responseReceiver_.socket.RejoinGroup();
+  }
+
+  void TraceResponse() {
+    const auto octet = IdOctets(item_.id);
+    Trace(u"Multicast response received from network interface: %u.%u.%u.%u", octet[0], octet[1],
+          octet[2], octet[3]);
+  }
+
+  // Another locator asks on this network.
+  void FallSilent() {
+    requestTimer_.Restart();
+    masterTimer_.Restart();
+    master_ = false;
+    const auto octet = IdOctets(item_.id);
+    std::array<char16_t, 1'024> text{};
+    FormatTextW(text, u"Multicast request received from network interface: %u.%u.%u.%u", octet[0],
+                octet[1], octet[2], octet[3]);
+    Report(castReceive_, EventKind::kInformation, text.data());
+    Trace(u"%s", text.data());
+  }
+
+  void Send() {
+    request_.timestamp = RequestTimestamp(platform::SystemClock().LocalTime());
+    if (SendRequest(item_.id, groups_.request, EncodeDiscoveryRequest(request_)))
+      ReportRequestSent(item_.ipVersion, item_.id, castRequest_);
+  }
+
+  void End() {
+    requestTimer_.Stop();
+    masterTimer_.Stop();
+    StopReceiver(requestReceiver_);
+    StopReceiver(responseReceiver_);
+    CloseEventSource(castRequest_);
+    CloseEventSource(castReceive_);
+  }
+
+  const ThreadItem& item_;
+  const Groups groups_;
+  DiscoveryRequest request_;
+  MulticastReceiver requestReceiver_;
+  MulticastReceiver responseReceiver_;
+  CIntervalTimer requestTimer_;
+  CIntervalTimer masterTimer_;
+  EventSource castRequest_;
+  EventSource castReceive_;
+  bool firstPass_ = true;
+  bool master_ = false;
+};
+
+}  // namespace
+
+std::uint32_t ThreadMulticastRequest(const ThreadItem& item) {
+  RequestThread(item).Run();
+  return 0;
+}
+
+void ReportRequestSent(std::uint32_t ipVersion, std::uint32_t id, const EventSource& source) {
+  std::array<char16_t, 70> text{};
+  if (ipVersion == 6) {
+    FormatTextW(text, u"Multicast request sent from network IPv6 interface: %u", id);
+  } else {
+    const auto octet = IdOctets(id);
+    FormatTextW(text, u"Multicast request sent from network IPv4interface: %u.%u.%u.%u", octet[0],
+                octet[1], octet[2], octet[3]);
+  }
+  Report(source, EventKind::kInformation, text.data());
+  Trace(u"%s", text.data());
+}
+
+}  // namespace talvorn

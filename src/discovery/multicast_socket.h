@@ -1,0 +1,24 @@
+// The two socket recipes of discovery: sending a request through one interface, and
+// receiving one group on one interface. An interface is its IPv4 address in network
+// byte order, or its IPv6 interface index.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "platform/socket.h"
+
+namespace talvorn {
+
+// Sends one datagram to `groupText`, port 4817, on a socket of its own. True only if
+// all of it was sent.
+bool SendRequest(std::uint32_t interfaceValue, const char* groupText,
+                 std::span<const std::byte> request);
+
+// A socket that receives `groupText` on one interface; none on failure.
+std::optional<platform::Socket> OpenReceivingSocket(std::uint32_t interfaceValue,
+                                                    const char* groupText);
+
+}  // namespace talvorn

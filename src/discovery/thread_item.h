@@ -1,0 +1,30 @@
+// One per-interface request thread: the entry of the thread list and at the same
+// time the thread's start parameter.
+#pragma once
+
+#include <cstdint>
+
+#include "devices/item_list.h"
+#include "devices/response_list.h"
+#include "platform/event.h"
+#include "platform/thread.h"
+#include "support/run_flag.h"
+
+namespace talvorn {
+
+struct ThreadItem {
+  std::uint32_t id = 0;         // IPv4 address in network byte order, or IPv6 index
+  std::uint32_t mask = 0;       // IPv4 subnet mask in network byte order; 0 for IPv6
+  std::uint32_t ipVersion = 0;  // 4 or 6
+  ThreadItem* next = nullptr;
+  RunFlag running;
+  platform::Thread thread;
+  CResponseList* responseList = nullptr;
+  CItemList* itemList = nullptr;
+
+  // Set when the address was made anew, so that the receivers join their groups again.
+  platform::Event rejoin = platform::Event::Create(platform::Event::Mode::kAutoReset);
+  std::uint32_t incarnation = 0;  // of the address the receivers joined on
+};
+
+}  // namespace talvorn
