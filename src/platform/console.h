@@ -24,7 +24,8 @@ bool WriteError(std::string_view text);
 [[nodiscard]] bool OutputIsTerminal();
 
 // Signalled, and never reset, once the user has asked the tool to end (Ctrl-C,
-// SIGTERM). The tool then leaves by itself.
+// SIGTERM). The tool then leaves by itself; one that never calls this is ended by
+// the system. The first call comes before the tool starts a thread.
 [[nodiscard]] const Waitable& InterruptRequest();
 
 [[nodiscard]] std::uint32_t CurrentProcessId();

@@ -97,7 +97,8 @@ class Socket final : public Waitable {
   // Joins `group` on one interface; from then on Receive gives only datagrams that
   // were sent to that group and came in on that interface.
   [[nodiscard]] bool JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue);
-  // Joins again after the interface was made anew under the same value.
+  // Joins again after the interface was made anew under the same value; false when
+  // it is not there. By the thread that receives.
   bool RejoinGroup();
 
   // Number of bytes sent; none on failure.
