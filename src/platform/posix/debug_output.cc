@@ -1,0 +1,54 @@
+#include "platform/debug_output.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/posix/descriptor.h"
+#include "platform/posix/utf8.h"
+#include "platform/posix/wait.h"
+#include "platform/text_encoding.h"
+
+namespace talvorn::platform {
+namespace {
+
+// One write without waiting. A pipe or terminal is written through a description
+// of its own: the flag that keeps a write from blocking belongs to the
+// description, and that of standard error is shared with other programs.
+void WriteIfRoom(std::string_view text) {
+  struct stat status {};
+  if (text.empty() || fstat(STDERR_FILENO, &status) != 0) return;
+  if (S_ISSOCK(status.st_mode)) {
+    (void)send(STDERR_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    return;
+  }
+  pollfd room{STDERR_FILENO, POLLOUT, 0};
+  if (PollDescriptors({&room, 1}, 0) != 1 || room.revents != POLLOUT) return;
+
+  Descriptor own;
+  if (!S_ISREG(status.st_mode)) {
+    own = Descriptor(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    // A pipe with room takes this much at once.
+    if (!own.valid()) text = text.substr(0, PIPE_BUF);
+  }
+  // What the reader had no room for is dropped.
+  const ssize_t written = write(own.valid() ? own.get() : STDERR_FILENO, text.data(), text.size());
+  (void)written;
+}
+
+}  // namespace
+
+void DebugOutputW(std::u16string_view text) { WriteIfRoom(WideToUtf8(text)); }
+
+void DebugOutputA(std::string_view text) {
+  if (IsWellFormedUtf8(text)) {
+    WriteIfRoom(text);
+  } else {
+    WriteIfRoom(WideToUtf8(NarrowToWide(text)));
+  }
+}
+
+}  // namespace talvorn::platform

@@ -1,0 +1,126 @@
+#include "platform/event_log.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string>
+
+#include "platform/fault_injection.h"
+#include "platform/posix/descriptor.h"
+#include "platform/posix/event_message.h"
+#include "platform/posix/unix_address.h"
+#include "platform/text_encoding.h"
+
+namespace talvorn::platform {
+namespace {
+
+constexpr const char* kJournalSocket = "/run/systemd/journal/socket";
+constexpr const char* kSyslogSocket = "/dev/log";
+
+// One socket serves all sources of the process; -1 when none could be made.
+int ReportSocket() {
+  static std::mutex mutex;
+  static int shared = -1;
+  const std::lock_guard lock(mutex);
+  if (shared < 0) shared = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  return shared;
+}
+
+// False when nobody is there to take the message; one that is not taken for
+// another reason is lost.
+bool SendMessage(const std::string& path, const std::string& message) {
+  std::optional<UnixAddress> address;
+  Descriptor file;
+  if (UnixAddress::Fits(path)) {
+    address = UnixAddress(path);
+  } else {
+    file = Descriptor(open(path.c_str(), O_PATH | O_CLOEXEC));
+    if (!file.valid()) return false;
+    address = UnixAddress::OfDescriptor(file.get());
+  }
+  const ssize_t sent = sendto(ReportSocket(), message.data(), message.size(),
+                              MSG_DONTWAIT | MSG_NOSIGNAL, address->get(), address->size());
+  return sent >= 0 || (errno != ENOENT && errno != ENOTDIR && errno != ECONNREFUSED);
+}
+
+// The account's name, or its number when it has none.
+std::string AccountName(uid_t uid) {
+  std::vector<char> buffer(1024);
+  constexpr std::size_t kLargest = 1 << 20;
+  passwd entry{};
+  passwd* found = nullptr;
+  while (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == ERANGE &&
+         buffer.size() < kLargest) {
+    buffer.resize(buffer.size() * 2);
+  }
+  return found != nullptr ? found->pw_name : std::to_string(uid);
+}
+
+}  // namespace
+
+std::optional<UserIdentity> CurrentUserIdentity() {
+  try {
+    const std::string name = AccountName(geteuid());
+    UserIdentity identity;
+    identity.bytes.resize(name.size());
+    std::memcpy(identity.bytes.data(), name.data(), name.size());
+    return identity;
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
+}
+
+struct EventLog::State {
+  std::string source;
+  std::string journal;
+  bool orSyslog;  // where there is no journal
+};
+
+EventLog::EventLog() = default;
+EventLog::~EventLog() = default;
+EventLog::EventLog(EventLog&& other) noexcept = default;
+EventLog& EventLog::operator=(EventLog&& other) noexcept = default;
+
+EventLog EventLog::Register(std::u16string_view sourceName) {
+  EventLog log;
+  if (FaultHits(Fault::kEventLogRegister) || ReportSocket() < 0) return log;
+  try {
+    const char* const configured = getenv("TALVORN_JOURNAL_SOCKET");
+    const bool own = configured != nullptr && configured[0] != '\0';
+    log.state_ = std::make_unique<State>(
+        State{WideToUtf8(sourceName), own ? configured : kJournalSocket, !own});
+  } catch (const std::bad_alloc&) {
+  }
+  return log;
+}
+
+void EventLog::Report(EventKind kind, std::uint16_t category, std::uint32_t eventId,
+                      const UserIdentity* user, std::u16string_view text) const {
+  if (state_ == nullptr) return;
+  try {
+    const std::string utf8 = WideToUtf8(text);
+    EventMessage message{kind, category, eventId, state_->source, {}, utf8};
+    if (user != nullptr) {
+      message.user = {reinterpret_cast<const char*>(user->bytes.data()), user->bytes.size()};
+    }
+    if (SendMessage(state_->journal, JournalEntry(message)) || !state_->orSyslog) return;
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    (void)SendMessage(kSyslogSocket, SyslogLine(message, local, getpid()));
+  } catch (const std::bad_alloc&) {
+    // A report that cannot be made is lost.
+  }
+}
+
+}  // namespace talvorn::platform

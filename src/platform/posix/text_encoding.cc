@@ -1,0 +1,154 @@
+#include "platform/text_encoding.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+#include "platform/posix/utf8.h"
+
+namespace talvorn::platform {
+namespace {
+
+// Windows-1252 from 0x80 to 0x9F; every other byte is the character of its number.
+// A byte without character stands for the control of the same number.
+constexpr unsigned char kSpecialFirst = 0x80;
+constexpr std::array<char16_t, 32> kSpecial = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+constexpr char32_t kReplacement = 0xFFFD;
+constexpr char32_t kFirstSupplementary = 0x10000;
+
+bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+void AppendUtf8(std::string& text, char32_t c) {
+  const auto append = [&text](char32_t byte) { text.push_back(static_cast<char>(byte)); };
+  if (c < 0x80) {
+    append(c);
+    return;
+  }
+  if (c < 0x800) {
+    append(0xC0 | c >> 6);
+  } else {
+    if (c < kFirstSupplementary) {
+      append(0xE0 | c >> 12);
+    } else {
+      append(0xF0 | c >> 18);
+      append(0x80 | (c >> 12 & 0x3F));
+    }
+    append(0x80 | (c >> 6 & 0x3F));
+  }
+  append(0x80 | (c & 0x3F));
+}
+
+}  // namespace
+
+char32_t NextUtf8(std::string_view text, std::size_t& position) {
+  const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byteAt(position++);
+  if (lead < 0x80) return lead;
+
+  // What the second byte may be depends on the first: neither overlong forms, nor
+  // surrogates, nor numbers past the last character.
+  std::size_t more = 0;
+  unsigned char low = 0x80;
+  unsigned char high = 0xBF;
+  char32_t c = 0;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    more = 1;
+    c = lead & 0x1Fu;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    more = 2;
+    c = lead & 0x0Fu;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    more = 3;
+    c = lead & 0x07u;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return kIllFormed;
+  }
+  for (; more > 0; --more) {
+    if (position == text.size()) return kIllFormed;
+    const unsigned char next = byteAt(position);
+    if (next < low || next > high) return kIllFormed;
+    c = c << 6 | (next & 0x3Fu);
+    low = 0x80;
+    high = 0xBF;
+    ++position;
+  }
+  return c;
+}
+
+bool IsWellFormedUtf8(std::string_view text) {
+  for (std::size_t position = 0; position < text.size();) {
+    if (NextUtf8(text, position) == kIllFormed) return false;
+  }
+  return true;
+}
+
+std::u16string NarrowToWide(std::string_view text) {
+  std::u16string wide;
+  wide.reserve(text.size());
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const unsigned int special = byte - unsigned{kSpecialFirst};
+    wide.push_back(special < kSpecial.size() ? kSpecial[special] : char16_t{byte});
+  }
+  return wide;
+}
+
+std::string WideToNarrow(std::u16string_view text) {
+  std::string narrow;
+  narrow.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char16_t unit = text[i];
+    if (unit < kSpecialFirst || (unit > 0x9F && unit <= 0xFF)) {
+      narrow.push_back(static_cast<char>(unit));
+      continue;
+    }
+    const auto found = std::find(kSpecial.begin(), kSpecial.end(), unit);
+    narrow.push_back(found == kSpecial.end()
+                         ? '?'
+                         : static_cast<char>(kSpecialFirst + (found - kSpecial.begin())));
+    if (IsHighSurrogate(unit) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) ++i;
+  }
+  return narrow;
+}
+
+std::string WideToUtf8(std::u16string_view text) {
+  std::string utf8;
+  utf8.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char32_t c = text[i];
+    if (IsHighSurrogate(text[i]) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
+      c = kFirstSupplementary + ((c - 0xD800) << 10) + (char32_t{text[++i]} - 0xDC00);
+    } else if (IsHighSurrogate(text[i]) || IsLowSurrogate(text[i])) {
+      c = kReplacement;
+    }
+    AppendUtf8(utf8, c);
+  }
+  return utf8;
+}
+
+std::u16string Utf8ToWide(std::string_view text) {
+  std::u16string wide;
+  wide.reserve(text.size());
+  for (std::size_t position = 0; position < text.size();) {
+    char32_t c = NextUtf8(text, position);
+    if (c == kIllFormed) c = kReplacement;
+    if (c < kFirstSupplementary) {
+      wide.push_back(static_cast<char16_t>(c));
+    } else {
+      wide.push_back(static_cast<char16_t>(0xD800 + ((c - kFirstSupplementary) >> 10)));
+      wide.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+    }
+  }
+  return wide;
+}
+
+}  // namespace talvorn::platform
