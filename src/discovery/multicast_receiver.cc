@@ -9,6 +9,7 @@
 #include "devices/item_record.h"
 #include "discovery/datagram.h"
 #include "discovery/multicast_socket.h"
+#include "platform/network_interfaces.h"
 #include "platform/text_encoding.h"
 #include "support/debug_trace.h"
 #include "support/event_source.h"
@@ -87,7 +88,10 @@ void AddToLists(const MulticastReceiver& receiver, const DeviceRecord& record,
 void HandleDatagram(MulticastReceiver& receiver, std::span<const std::byte> datagram,
                     const platform::SocketAddress& source, const EventSource& events) {
   if (!AcceptDatagram(datagram, receiver.expectedMagic)) return;
-  if (receiver.responseList != nullptr) {
+  if (receiver.responseList == nullptr) {
+    // A request of our own comes in where two interfaces share a network.
+    if (platform::IsLocalAddress(source)) return;
+  } else {
     const std::string type = DatagramType(datagram);
     if (type == kTypeShortRecord || type == kTypeRecord) {
       DeviceRecord record = type == kTypeRecord
@@ -102,10 +106,12 @@ void HandleDatagram(MulticastReceiver& receiver, std::span<const std::byte> data
 }
 
 void ReceiveUntilStopped(MulticastReceiver& receiver, const EventSource& events) {
-  const platform::Waitable* const waitables[] = {&receiver.stopEvent, &receiver.socket};
+  const platform::Waitable* const waitables[] = {&receiver.stopEvent, &receiver.rejoinEvent,
+                                                 &receiver.socket};
   std::array<std::byte, kMaxDatagramSize> buffer{};
-  while (!receiver.stopEvent.Test()) {
+  while (!receiver.stopRequested) {
     if (platform::WaitForAny(waitables, std::nullopt) == platform::WaitStatus::kFailed) return;
+    if (receiver.rejoinEvent.Test()) receiver.socket.RejoinGroup();
     std::size_t size = 0;
     platform::SocketAddress source;
     switch (receiver.socket.ReceiveFrom(buffer, size, source)) {
@@ -127,6 +133,7 @@ MulticastReceiver::~MulticastReceiver() { thread.JoinFor(kDestructionWaitMs); }
 bool OpenReceiver(MulticastReceiver& receiver, std::uint32_t interfaceValue,
                   const char* groupText) {
   receiver.expectedMagic.clear();
+  receiver.stopRequested = false;
   auto socket = OpenReceivingSocket(interfaceValue, groupText);
   if (!socket) return false;
   receiver.socket = std::move(*socket);
@@ -137,6 +144,7 @@ bool OpenReceiver(MulticastReceiver& receiver, std::uint32_t interfaceValue,
 }
 
 void StopReceiver(MulticastReceiver& receiver) {
+  receiver.stopRequested = true;
   receiver.stopEvent.Set();
   receiver.thread.Join();
 }

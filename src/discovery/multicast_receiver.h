@@ -3,6 +3,7 @@
 // group); with lists it turns device records into list entries (the response group).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -26,7 +27,10 @@ struct MulticastReceiver {
   platform::Event stopEvent = platform::Event::Create(platform::Event::Mode::kAutoReset);
   // Set for every accepted datagram; what arrives between two tests coalesces.
   platform::Event dataEvent = platform::Event::Create(platform::Event::Mode::kAutoReset);
-  std::string expectedMagic;  // empty until the receiver is opened
+  // Set by the owner after the interface was made anew: the group is joined again.
+  platform::Event rejoinEvent = platform::Event::Create(platform::Event::Mode::kAutoReset);
+  std::atomic<bool> stopRequested{false};  // tells the end even where events failed
+  std::string expectedMagic;               // empty until the receiver is opened
   CResponseList* responseList = nullptr;
   CItemList* itemList = nullptr;
 };

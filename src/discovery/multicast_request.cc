@@ -88,16 +88,16 @@ class RequestThread {
   }
 
   void AwaitNextPass(PassPacer& pacer) {
-    // A silent thread leaves the request timer's event set until it is master again.
+    // The timer that does not count now keeps its event set until it does.
     const platform::Waitable* const waitables[] = {
-        &item_.running.cleared(),    &item_.rejoin,       &responseReceiver_.dataEvent,
-        &requestReceiver_.dataEvent, &masterTimer_.event, master_ ? &requestTimer_.event : nullptr};
+        &item_.running.cleared(), &item_.rejoin, &responseReceiver_.dataEvent,
+        &requestReceiver_.dataEvent, master_ ? &requestTimer_.event : &masterTimer_.event};
     pacer.AwaitNextPass(waitables, std::nullopt);
   }
 
   void Rejoin() {
-    requestReceiver_.socket.RejoinGroup();
-    responseReceiver_.socket.RejoinGroup();
+    requestReceiver_.rejoinEvent.Set();
+    responseReceiver_.rejoinEvent.Set();
   }
 
   void TraceResponse() {

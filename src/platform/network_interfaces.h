@@ -6,6 +6,8 @@
 #include <optional>
 #include <vector>
 
+#include "platform/socket.h"
+
 namespace talvorn::platform {
 
 inline constexpr std::uint16_t kIpv4AddressPrimary = 0x0001;
@@ -45,6 +47,9 @@ struct Ipv6Adapter {
 
 // All adapters; IPv6 counts as enabled once an address can be used. None on failure.
 [[nodiscard]] std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters();
+
+// True when the address, whatever its port and scope, is one of this machine's own.
+[[nodiscard]] bool IsLocalAddress(const SocketAddress& address);
 
 // Name of an interface to its index and back, for command-line tools; 0 and empty
 // when there is none.

@@ -336,6 +336,24 @@ std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters() {
   }
 }
 
+bool IsLocalAddress(const SocketAddress& address) {
+  sockaddr_in6 native{};
+  std::memcpy(&native, address.storage.data(), std::min<std::size_t>(address.size, sizeof(native)));
+  try {
+    if (address.family() == AddressFamily::kIpv4) {
+      const auto own = QueryAddresses(AF_INET);
+      return own && std::ranges::any_of(
+                        *own, [&](const Address& a) { return a.ipv4() == address.ipv4(); });
+    }
+    const auto own = QueryAddresses(AF_INET6);
+    return own && std::ranges::any_of(*own, [&](const Address& a) {
+             return std::memcmp(a.local.data(), &native.sin6_addr, a.local.size()) == 0;
+           });
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 std::uint32_t InterfaceIndexFromName(const char* name) { return if_nametoindex(name); }
 
 InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
