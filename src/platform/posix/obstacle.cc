@@ -1,5 +1,6 @@
 #include "platform/posix/obstacle.h"
 
+#include <errno.h>
 #include <unistd.h>
 
 #include <functional>
@@ -16,8 +17,8 @@ void ReportObstacle(std::string_view sentence) {
   try {
     const std::lock_guard lock(mutex);
     if (!reported.emplace(sentence).second) return;
-    std::string line = "talvorn-locator: ";
-    line.append(sentence).push_back('\n');
+    std::string line(program_invocation_short_name);
+    line.append(": ").append(sentence).push_back('\n');
     // Best effort: there is nobody left to tell when standard error is gone.
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
   } catch (const std::bad_alloc&) {

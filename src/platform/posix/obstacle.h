@@ -6,8 +6,8 @@
 
 namespace talvorn::platform {
 
-// Writes "talvorn-locator: ", `sentence` and a line feed to standard error, each
-// distinct sentence once per process. Any thread may call it.
+// Writes the program's name, ": ", `sentence` and a line feed to standard error,
+// each distinct sentence once per process. Any thread may call it.
 void ReportObstacle(std::string_view sentence);
 
 }  // namespace talvorn::platform
