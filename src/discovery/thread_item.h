@@ -22,6 +22,8 @@ struct ThreadItem {
   CResponseList* responseList = nullptr;
   CItemList* itemList = nullptr;
 
+  std::uint32_t handleValue = 0;  // of `thread`, as traces show it even after its end
+
   // Set when the address was made anew, so that the receivers join their groups again.
   platform::Event rejoin = platform::Event::Create(platform::Event::Mode::kAutoReset);
   std::uint32_t incarnation = 0;  // of the address the receivers joined on

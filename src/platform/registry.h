@@ -43,13 +43,16 @@ class RegistryKey {
 
   // Data as stored: little-endian numbers, strings in UTF-16 with terminator.
   [[nodiscard]] RegistryResult Query(std::u16string_view name, std::span<std::byte> data) const;
-  // As Query, but a string comes in the narrow code page of the system.
+  // As Query, but a string comes in the narrow code page of the system; on Linux in
+  // UTF-8, as the path names there are.
   [[nodiscard]] RegistryResult QueryNarrow(std::u16string_view name, std::span<char> data) const;
 
   // The value at `index`, counted from 0. `name` receives the terminated name.
   [[nodiscard]] RegistryResult Enumerate(std::uint32_t index, std::span<char16_t> name,
                                          std::span<std::byte> data) const;
 
+  // Makes or replaces a value in the store; queries of this key may still show what
+  // was there when it was opened.
   bool SetDword(std::u16string_view name, std::uint32_t value);
 
  private:

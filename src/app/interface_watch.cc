@@ -1,0 +1,210 @@
+#include "app/interface_watch.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <string>
+
+#include "platform/registry.h"
+#include "platform/socket.h"
+#include "platform/text_encoding.h"
+#include "support/byte_io.h"
+#include "support/debug_trace.h"
+#include "support/id_octets.h"
+#include "support/settings.h"
+
+namespace talvorn {
+namespace {
+
+using platform::Ipv4AddressRow;
+using platform::Ipv6Adapter;
+using platform::RegistryStatus;
+
+bool IsLoopback(const Ipv4AddressRow& row) {
+  return IdOctets(row.address) == std::array<std::uint8_t, 4>{127, 0, 0, 1};
+}
+
+bool IsPrimary(const Ipv4AddressRow& row) {
+  return (row.type & platform::kIpv4AddressPrimary) != 0;
+}
+
+bool IsUsable(const Ipv6Adapter& adapter) {
+  constexpr std::uint32_t kLooked = platform::kAdapterIpv6Enabled | platform::kAdapterNoMulticast;
+  return adapter.operStatus == platform::kOperStatusUp &&
+         (adapter.flags & kLooked) == platform::kAdapterIpv6Enabled &&
+         adapter.ifType != platform::kIfTypeSoftwareLoopback;
+}
+
+void EndThread(ThreadItem& item) {
+  item.running.Clear();
+  item.thread.Join();
+}
+
+// `family` is "IPv4" or "IPv6".
+void ShutDown(CThreadList& threads, std::u16string_view family) {
+  Trace(u"shut down all multicast %s request threads", family);
+  threads.ShutDownAll();
+  Trace(u"Wait for shut down all multicast %s request threads", family);
+  threads.WaitAll();
+  Trace(u"Delete all multicast %s request threads", family);
+  threads.DeleteItemAll();
+}
+
+}  // namespace
+
+InterfaceWatch::InterfaceWatch(const EventSource& events, CResponseList& responses,
+                               CItemList& items, RequestProcedure procedure)
+    : events_(events), responses_(responses), items_(items), procedure_(procedure) {}
+
+void InterfaceWatch::WatchIpv4Interfaces(const std::optional<Ipv4Table>& table) {
+  const bool changed = table && table != savedAddressTable_;
+  if (changed) {
+    if (!firstTable_) {
+      constexpr std::u16string_view kChanged = u"Network interfaces have been changed!\n";
+      Report(events_, EventKind::kInformation, kChanged);
+      Trace(u"%s", kChanged);
+    }
+    firstTable_ = false;
+    savedAddressTable_ = table;
+  } else if (!ReinitRequests()) {
+    return;
+  }
+  StopVanishedIpv4();
+  StartNewIpv4();
+}
+
+void InterfaceWatch::StopVanishedIpv4() {
+  for (ThreadItem* item = ipv4Threads_.First(); item != nullptr;) {
+    const std::uint32_t id = item->id;
+    if (std::ranges::any_of(*savedAddressTable_,
+                            [id](const Ipv4AddressRow& row) { return row.address == id; })) {
+      item = ipv4Threads_.Next();
+      continue;
+    }
+    EndThread(*item);
+    const auto octet = IdOctets(id);
+    std::array<char16_t, 1'024> text{};
+    FormatTextW(text, u"Network interface IPv4: %u.%u.%u.%u switched down !", octet[0], octet[1],
+                octet[2], octet[3]);
+    Report(events_, EventKind::kInformation, text.data());
+    Trace(u"Network interface IPv4: %u.%u.%u.%u (%u) switched down [0x%08x]!", octet[0], octet[1],
+          octet[2], octet[3], id, item->handleValue);
+    item = ipv4Threads_.Next();
+    ipv4Threads_.DeleteItem(id);
+  }
+}
+
+void InterfaceWatch::StartNewIpv4() {
+  for (const Ipv4AddressRow& row : *savedAddressTable_) {
+    if (IsLoopback(row) || !IsPrimary(row)) continue;
+    if (ThreadItem* const known = ipv4Threads_.FindItem(row.address); known != nullptr) {
+      if (known->incarnation != row.incarnation) known->rejoin.Set();
+      known->incarnation = row.incarnation;
+      continue;
+    }
+    ThreadItem* const item = ipv4Threads_.AddItem(row.address);
+    if (!StartThread(item, 4, row.mask)) continue;
+    item->incarnation = row.incarnation;
+    const auto octet = IdOctets(row.address);
+    std::array<char16_t, 1'024> text{};
+    FormatTextW(text, u"Network interface IPv4: %u.%u.%u.%u  located !", octet[0], octet[1],
+                octet[2], octet[3]);
+    Report(events_, EventKind::kInformation, text.data());
+    Trace(u"Network interface IPv4: %u.%u.%u.%u (%u) located [0x%08x]!", octet[0], octet[1],
+          octet[2], octet[3], item->id, item->handleValue);
+  }
+}
+
+bool InterfaceWatch::StartThread(ThreadItem* item, std::uint32_t ipVersion, std::uint32_t mask) {
+  if (item == nullptr) return false;
+  item->mask = mask;
+  item->ipVersion = ipVersion;
+  item->responseList = &responses_;
+  item->itemList = &items_;
+  item->running.Set();
+  item->thread = platform::Thread::Start(
+      "request", [item, procedure = procedure_] { return procedure(*item); });
+  item->handleValue = item->thread.handleValue();
+  return true;
+}
+
+bool InterfaceWatch::ReinitRequests() {
+  platform::RegistryKey key =
+      platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kReadWrite);
+  if (!key.valid()) return false;
+
+  const std::size_t rowsBefore = savedAddressTable_ ? savedAddressTable_->size() : 0;
+  for (std::uint32_t index = 0;; ++index) {
+    std::array<char16_t, 100> name{};
+    std::array<std::byte, 4> data{};
+    const auto result = key.Enumerate(index, name, data);
+    if (result.status == RegistryStatus::kMoreData) continue;
+    if (result.status != RegistryStatus::kOk) break;
+    if (result.type != platform::kRegistryDword || result.size != data.size() ||
+        ByteReader(data).U32Little() != 0) {
+      continue;
+    }
+    Reinitialize(name.data());
+    key.SetDword(name.data(), 1);
+  }
+  return savedAddressTable_ && savedAddressTable_->size() != rowsBefore;
+}
+
+void InterfaceWatch::Reinitialize(std::u16string_view name) {
+  constexpr std::u16string_view kBanner =
+      u"################################################################################\n";
+  static_assert(kBanner.size() == 81);
+  Trace(u"%s", kBanner);
+  Trace(u"%s", kBanner);
+  Trace(u"#### Network interface thread for %s will be reinitialized!\n", name);
+  Trace(u"%s", kBanner);
+  Trace(u"%s", kBanner);
+  if (!savedAddressTable_) return;
+  const std::uint32_t address = platform::ParseIpv4(platform::WideToNarrow(name).c_str());
+  std::erase_if(*savedAddressTable_,
+                [address](const Ipv4AddressRow& row) { return row.address == address; });
+}
+
+void InterfaceWatch::WatchIpv6Interfaces(const std::optional<Ipv6Adapters>& adapters) {
+  std::set<std::uint32_t> current;
+  for (const Ipv6Adapter& adapter : adapters.value_or(Ipv6Adapters{})) {
+    if (!IsUsable(adapter)) continue;
+    current.insert(adapter.ipv6IfIndex);
+    Trace(u"Ipv6IfIndex (IPv6 interface): %u Flags:%x Stat:%u\n", adapter.ipv6IfIndex,
+          adapter.flags, adapter.operStatus);
+  }
+  std::vector<std::uint32_t> added;
+  std::vector<std::uint32_t> removed;
+  std::ranges::set_difference(current, knownIpv6Interfaces_, std::back_inserter(added));
+  std::ranges::set_difference(knownIpv6Interfaces_, current, std::back_inserter(removed));
+  knownIpv6Interfaces_ = std::move(current);
+  for (const std::uint32_t index : added) StartIpv6(index);
+  for (const std::uint32_t index : removed) StopIpv6(index);
+}
+
+void InterfaceWatch::StartIpv6(std::uint32_t index) {
+  if (ipv6Threads_.FindItem(index) != nullptr) return;
+  ThreadItem* const item = ipv6Threads_.AddItem(index);
+  if (!StartThread(item, 6, 0)) return;
+  std::array<char16_t, 50> text{};
+  FormatTextW(text, u"Network interface IPv6: %u located !", index);
+  Report(events_, EventKind::kInformation, text.data());
+  Trace(u"Network interface IPv6: %u located [0x%08x]!", index, item->handleValue);
+}
+
+void InterfaceWatch::StopIpv6(std::uint32_t index) {
+  ThreadItem* const item = ipv6Threads_.FindItem(index);
+  if (item == nullptr) return;
+  EndThread(*item);
+  std::array<char16_t, 50> text{};
+  FormatTextW(text, u"Network IPv6 interface: %u shut down !", index);
+  Report(events_, EventKind::kInformation, text.data());
+  Trace(u"Network IPv6 interface: %u shut down [0x%08x]!", index, item->handleValue);
+  ipv6Threads_.DeleteItem(index);
+}
+
+void InterfaceWatch::ShutDownIpv4() { ShutDown(ipv4Threads_, u"IPv4"); }
+
+void InterfaceWatch::ShutDownIpv6() { ShutDown(ipv6Threads_, u"IPv6"); }
+
+}  // namespace talvorn

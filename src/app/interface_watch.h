@@ -1,0 +1,59 @@
+// Keeps one request thread per usable network interface: the service loop hands in
+// what the machine has now, the watch starts threads for what is new and stops those
+// of what has gone. IPv4 interfaces are addresses, IPv6 interfaces are indices. Runs
+// on the service thread only.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <span>
+#include <vector>
+
+#include "app/thread_list.h"
+#include "platform/network_interfaces.h"
+#include "support/event_source.h"
+
+namespace talvorn {
+
+class InterfaceWatch {
+ public:
+  using Ipv4Table = std::vector<platform::Ipv4AddressRow>;
+  using Ipv6Adapters = std::vector<platform::Ipv6Adapter>;
+  // Procedure of the request threads.
+  using RequestProcedure = std::uint32_t (*)(const ThreadItem&);
+
+  InterfaceWatch(const EventSource& events, CResponseList& responses, CItemList& items,
+                 RequestProcedure procedure);
+
+  // One pass each; none means that the system could not be asked.
+  void WatchIpv4Interfaces(const std::optional<Ipv4Table>& table);
+  void WatchIpv6Interfaces(const std::optional<Ipv6Adapters>& adapters);
+
+  // Ends all threads of a family in three sweeps.
+  void ShutDownIpv4();
+  void ShutDownIpv6();
+
+ private:
+  // Serves the re-initialisation requests in the registry. True when an address was
+  // taken out of the saved table, so that its thread is started anew.
+  bool ReinitRequests();
+  void Reinitialize(std::u16string_view name);
+  void StopVanishedIpv4();
+  void StartNewIpv4();
+  bool StartThread(ThreadItem* item, std::uint32_t ipVersion, std::uint32_t mask);
+  void StartIpv6(std::uint32_t index);
+  void StopIpv6(std::uint32_t index);
+
+  const EventSource& events_;
+  CResponseList& responses_;
+  CItemList& items_;
+  const RequestProcedure procedure_;
+  CThreadList ipv4Threads_;
+  CThreadList ipv6Threads_;
+  std::optional<Ipv4Table> savedAddressTable_;
+  bool firstTable_ = true;
+  std::set<std::uint32_t> knownIpv6Interfaces_;
+};
+
+}  // namespace talvorn

@@ -1,0 +1,268 @@
+#include "exchange/command_server.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <limits>
+#include <new>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "devices/device_record.h"
+#include "exchange/object_security.h"
+#include "messages/messages.h"
+#include "platform/directories.h"
+#include "platform/event.h"
+#include "platform/mailslot.h"
+#include "support/ascii_case.h"
+#include "support/byte_io.h"
+#include "support/debug_trace.h"
+#include "support/settings.h"
+
+namespace talvorn {
+namespace {
+
+constexpr std::uint32_t kReadTimeoutMs = 100;
+constexpr std::uint32_t kTickMs = 10;
+constexpr std::size_t kTextCapacity = 1'024;
+// Far above what any request needs; a larger message is lost unread.
+constexpr std::size_t kLargestMessage = 64 * 1'024;
+constexpr std::string_view kInvalidCommand = "INVALID COMMAND";
+constexpr std::string_view kFallbackLogPath = "c:\\";
+constexpr std::string_view kTraceTag = "TALVORN_APPL";
+constexpr std::string_view kLogModeEventA = "Global\\DRAVIK_LOGMODE";
+
+using Reply = std::vector<std::byte>;
+
+// A reply whose payload is still to be filled in, zeroed. None when it would be
+// longer than its length field can say.
+std::optional<Reply> MakeReply(ReplyType type, std::size_t count, std::size_t payloadSize) {
+  if (payloadSize > std::numeric_limits<std::uint32_t>::max() - kReplyHeaderSize)
+    return std::nullopt;
+  Reply reply(kReplyHeaderSize + payloadSize);
+  EncodeReplyHeader({.totalLength = static_cast<std::uint32_t>(reply.size()),
+                     .type = type,
+                     .count = static_cast<std::uint32_t>(count)},
+                    reply);
+  return reply;
+}
+
+void FillPayload(Reply& reply, std::span<const std::byte> payload) {
+  std::ranges::copy(payload, reply.begin() + kReplyHeaderSize);
+}
+
+// The text and its terminator.
+std::optional<Reply> MakeTextReply(ReplyType type, std::string_view text) {
+  auto reply = MakeReply(type, text.size() + 1, text.size() + 1);
+  if (reply) FillPayload(*reply, AsBytes(text));
+  return reply;
+}
+
+std::string TemporaryLogPath() {
+  return platform::TemporaryDirectory(kLogPathCapacity).value_or(std::string(kFallbackLogPath));
+}
+
+class CommandServer {
+ public:
+  explicit CommandServer(ExchangeContext& context) : context_(context) {}
+
+  void Run() {
+    if (!Start()) context_.running.Clear();
+    while (context_.running) Pass();
+  }
+
+ private:
+  bool Start() {
+    RetrieveValues(settings_);
+    logPath_ = ReadLogPath().data();
+    if (logPath_.empty()) logPath_ = TemporaryLogPath();
+
+    platform::SecurityAttributes security;
+    if (!CreateSecurityAttributes(context_, security)) {
+      FreeSecurityAttributes(context_);
+      return false;
+    }
+    readEvent_ = platform::Event::Create(platform::Event::Mode::kAutoReset);
+    if (readEvent_.valid())
+      mailslot_ = platform::Mailslot::Create(kServerMailslot, kReadTimeoutMs, &security);
+    FreeSecurityAttributes(context_);
+    OpenLogModeEvent();
+    return mailslot_.valid();
+  }
+
+  void OpenLogModeEvent() {
+    logModeEvent_ = platform::NamedEvent::Open(kLogModeEvent);
+    if (logModeEvent_.valid()) {
+      TraceA("%s ThreadExchange() OpenEvent() success - \"%s\"\n", kTraceTag, kLogModeEventA);
+      return;
+    }
+    TraceA("%s ThreadExchange() OpenEvent() failed try CreateEvent() - \"%s\"\n", kTraceTag,
+           kLogModeEventA);
+    logModeEvent_ =
+        platform::NamedEvent::Create(kLogModeEvent, platform::NamedEvent::Mode::kManualReset);
+    if (logModeEvent_.valid()) {
+      TraceA("%s ThreadExchange() CreateEvent() success - \"%s\"\n", kTraceTag, kLogModeEventA);
+    } else {
+      TraceA("%s ThreadExchange() CreateEvent() failed - \"%s\"\n", kTraceTag, kLogModeEventA);
+    }
+  }
+
+  void Pass() {
+    const auto waiting = mailslot_.Query();
+    if (!waiting) {
+      Pause();
+    } else if (!waiting->nextSize) {
+      (void)mailslot_.WaitForMessage(context_.running.cleared(), std::nullopt);
+    } else {
+      try {
+        Serve(*waiting->nextSize);
+      } catch (const std::bad_alloc&) {
+        // Without memory this request gets no reply.
+      }
+    }
+  }
+
+  void Pause() {
+    const platform::Waitable* const cleared[] = {&context_.running.cleared()};
+    (void)platform::WaitForAny(cleared, kTickMs);
+  }
+
+  void Serve(std::size_t messageSize) {
+    const std::string command = ReadCommand(messageSize);
+    if (command.empty()) return;
+    const std::optional<Reply> reply = Dispatch(command);
+    if (!reply || !platform::IsMailslotName(replyMailslot_)) return;
+    // A client that is gone or does not read loses its reply.
+    (void)platform::WriteMailslot(replyMailslot_, *reply, 0);
+  }
+
+  // The command of the next message; empty when there is nothing to serve.
+  std::string ReadCommand(std::size_t messageSize) {
+    std::vector<std::byte> message(std::min(messageSize, kLargestMessage));
+    const auto size = mailslot_.Read(message, readEvent_);
+    if (!size) return {};
+    message.resize(*size);
+    if (message.size() < kReplyNameOffset) return std::string(kInvalidCommand);
+    const std::optional<Request> request = DecodeRequest(message);
+    if (!request) return {};
+    replyMailslot_ =
+        request->replyMailslot.empty() ? kDefaultReplyMailslot : request->replyMailslot;
+    return request->command;
+  }
+
+  std::optional<Reply> Dispatch(std::string_view command) {
+    if (EqualsIgnoringCase(command, kGetVersion))
+      return MakeTextReply(ReplyType::kVersion, kVersionText);
+    if (EqualsIgnoringCase(command, kGetInfo)) return DeviceReply();
+    if (EqualsIgnoringCase(command, kGetItems)) return ItemReply();
+    if (StartsIgnoringCase(command, kSetLogPath)) {
+      SetLogPath(command);
+    } else if (StartsIgnoringCase(command, kGetLogPath)) {
+      return LogPathReply();
+    } else if (StartsIgnoringCase(command, kStartLog)) {
+      StartLog();
+    } else if (StartsIgnoringCase(command, kStopLog)) {
+      StopLog();
+    } else {
+      return UnknownCommandReply(command);
+    }
+    return std::nullopt;
+  }
+
+  std::optional<Reply> DeviceReply() {
+    std::uint32_t count = 0;
+    const std::byte* records = nullptr;
+    if (context_.responseList->count() != 0) {
+      const std::lock_guard guard(context_.responseList->lock);
+      RetrieveValues(settings_);  // so that another preferred version counts at once
+      count = context_.responseList->GetResponses(records, settings_.preferedIpVersion);
+    }
+    // Only this thread takes snapshots, so the block stays as it is.
+    auto reply = MakeReply(ReplyType::kDevices, count,
+                           std::max(std::size_t{count}, std::size_t{1}) * kDeviceRecordSize);
+    if (reply && count != 0) FillPayload(*reply, {records, count * kDeviceRecordSize});
+    return reply;
+  }
+
+  std::optional<Reply> ItemReply() {
+    std::span<const std::byte> items;
+    if (context_.itemList->count() != 0) {
+      const std::lock_guard guard(context_.itemList->lock);
+      items = context_.itemList->GetItems();
+    }
+    auto reply = MakeReply(ReplyType::kItems, items.size(), std::max(items.size(), std::size_t{1}));
+    if (reply) FillPayload(*reply, items);
+    return reply;
+  }
+
+  void SetLogPath(std::string_view command) {
+    TraceAlwaysA("%s ----------------------------------------\n", kTraceTag);
+    TraceAlwaysA("%s CMD_SETLOGPATH\n", kTraceTag);
+    if (const std::size_t separator = command.find(';'); separator != std::string_view::npos) {
+      logPath_ = command.substr(separator + 1);
+      const char end = platform::PathSeparatorFor(logPath_);
+      if (!logPath_.ends_with(end)) logPath_.push_back(end);
+    } else {
+      logPath_ = TemporaryLogPath();
+    }
+    TraceAlwaysA("%s CMD_SETLOGPATH LogPath: %s\n", kTraceTag, logPath_);
+  }
+
+  std::optional<Reply> LogPathReply() {
+    TraceAlwaysA("%s ----------------------------------------\n", kTraceTag);
+    TraceAlwaysA("%s CMD_GETLOGPATH\n", kTraceTag);
+    auto reply = MakeTextReply(ReplyType::kLogPath, logPath_);
+    TraceAlwaysA("%s CMD_GETLOGPATH LogPath: %s\n", kTraceTag, logPath_);
+    return reply;
+  }
+
+  void StartLog() {
+    if (logModeEvent_.valid()) logModeEvent_.Set();
+    if (!context_.logModeMutex.valid())
+      context_.logModeMutex = platform::NamedMutex::Create(kLogModeMutex);
+  }
+
+  void StopLog() {
+    if (logModeEvent_.valid()) logModeEvent_.Reset();
+    context_.logModeMutex.Close();
+  }
+
+  static std::optional<Reply> UnknownCommandReply(std::string_view command) {
+    std::array<char, kTextCapacity> text{};
+    FormatTextA(text, "UNKNOWN COMMAND: %s", command);
+    return MakeTextReply(ReplyType::kUnknownCommand, text.data());
+  }
+
+  ExchangeContext& context_;
+  RegistryValues settings_;
+  std::string logPath_;
+  std::u16string replyMailslot_{kDefaultReplyMailslot};
+  platform::NamedEvent logModeEvent_;
+  platform::Mailslot mailslot_;
+  platform::Event readEvent_;
+};
+
+}  // namespace
+
+bool StartExchange(ExchangeContext& context) {
+  context.running.Set();
+  context.thread =
+      platform::Thread::Start("exchange", [&context] { return ThreadExchange(context); });
+  return context.thread.valid();
+}
+
+void StopExchange(ExchangeContext& context) {
+  Trace(u"Exchange Stop");
+  context.running.Clear();
+  context.thread.Join();
+}
+
+std::uint32_t ThreadExchange(ExchangeContext& context) {
+  CommandServer(context).Run();
+  return 0;
+}
+
+}  // namespace talvorn
