@@ -1,0 +1,34 @@
+#include "platform/posix/wide_text.h"
+
+#include <algorithm>
+
+namespace talvorn::platform {
+namespace {
+
+char16_t Capital(char16_t unit) {
+  constexpr char16_t kDivisionSign = 0x00F7;
+  const bool letter =
+      (unit >= u'a' && unit <= u'z') || (unit >= 0x00E0 && unit <= 0x00FE && unit != kDivisionSign);
+  return letter ? static_cast<char16_t>(unit - 0x20) : unit;
+}
+
+}  // namespace
+
+std::u16string FoldCase(std::u16string_view text) {
+  std::u16string folded(text);
+  std::transform(folded.begin(), folded.end(), folded.begin(), Capital);
+  return folded;
+}
+
+bool EqualWithoutCase(std::u16string_view a, std::u16string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char16_t x, char16_t y) { return Capital(x) == Capital(y); });
+}
+
+std::u16string_view TrimBlanks(std::u16string_view text) {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+}  // namespace talvorn::platform
