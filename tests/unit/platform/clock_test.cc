@@ -1,0 +1,79 @@
+#include "platform/clock.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <initializer_list>
+#include <limits>
+
+#include "platform/event.h"
+#include "platform/thread.h"
+
+namespace talvorn::platform {
+namespace {
+
+constexpr FileTime kGenerous = 30 * kFileTimePerSecond;
+
+FileTime FromChrono() {
+  const auto sinceUnix = std::chrono::system_clock::now().time_since_epoch();
+  const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(sinceUnix).count();
+  return static_cast<FileTime>(micros) * 10 + kSecondsFrom1601To1970 * kFileTimePerSecond;
+}
+
+TEST(SystemClock, CountsFileTimes) {
+  const FileTime before = FromChrono();
+  const FileTime now = SystemClock().SystemTime();
+  const FileTime after = FromChrono();
+  EXPECT_GE(now + 10, before);
+  EXPECT_LE(now, after + 10);
+}
+
+TEST(SystemClock, WaitEndsAtTheDeadlineAndNotMuchSooner) {
+  const Event wake = Event::Create(Event::Mode::kAutoReset);
+  const FileTime deadline = SystemClock().SystemTime() + 30 * kFileTimePerMs;
+  int waits = 0;
+  while (SystemClock().SystemTime() < deadline) {
+    SystemClock().WaitUntil(deadline, wake);
+    ++waits;
+  }
+  // More than one only if somebody sets the clock meanwhile.
+  EXPECT_LE(waits, 3);
+  EXPECT_LT(SystemClock().SystemTime(), deadline + kGenerous);
+
+  // A deadline that has passed.
+  SystemClock().WaitUntil(0, wake);
+  SystemClock().WaitUntil(SystemClock().SystemTime() - 1, wake);
+}
+
+TEST(SystemClock, WakeEndsAWaitWithoutBeingConsumed) {
+  for (const FileTime deadline :
+       {SystemClock().SystemTime() + 3600 * kFileTimePerSecond,
+        FileTime{std::numeric_limits<std::int64_t>::max()}, std::numeric_limits<FileTime>::max()}) {
+    const Event wake = Event::Create(Event::Mode::kAutoReset);
+    Thread waker = Thread::Start("waker", [&] {
+      SleepMs(20);
+      wake.Set();
+      return 0u;
+    });
+    const std::uint64_t start = MonotonicMs();
+    int waits = 0;
+    while (WaitForAny(std::initializer_list<const Waitable*>{&wake}, 0) == WaitStatus::kTimeout) {
+      SystemClock().WaitUntil(deadline, wake);
+      ++waits;
+    }
+    EXPECT_LE(waits, 3);  // as above
+    EXPECT_GE(MonotonicMs() - start, 18u);
+    EXPECT_TRUE(wake.Test());
+    waker.Join();
+  }
+}
+
+TEST(SystemClock, WaitPollsWhenThereIsNothingToWakeIt) {
+  const Event none;
+  const std::uint64_t start = MonotonicMs();
+  SystemClock().WaitUntil(SystemClock().SystemTime() + kGenerous, none);
+  EXPECT_LT(MonotonicMs() - start, kGenerous / kFileTimePerMs);
+}
+
+}  // namespace
+}  // namespace talvorn::platform

@@ -1,0 +1,103 @@
+#include "platform/thread.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <new>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/event.h"
+#include "platform/fault_injection.h"
+
+namespace talvorn::platform {
+namespace {
+
+TEST(Thread, HasAnIdOfItsOwnWhileItRunsAndAfterwards) {
+  const Event go = Event::Create(Event::Mode::kManualReset);
+  std::vector<Thread> threads;
+  std::set<std::uint32_t> ids;
+  for (int i = 0; i < 8; ++i) {
+    threads.push_back(Thread::Start("a name of more than fifteen characters", [&] {
+      return go.Wait({}) == WaitStatus::kSignalled ? 0u : 1u;
+    }));
+    ASSERT_TRUE(threads.back().valid());
+    EXPECT_NE(threads.back().id(), 0u);
+    EXPECT_NE(threads.back().handleValue(), 0u);
+    ids.insert(threads.back().id());
+  }
+  EXPECT_EQ(ids.size(), threads.size());
+  go.Set();
+  for (Thread& thread : threads) {
+    EXPECT_TRUE(thread.Join());
+    EXPECT_FALSE(thread.valid());
+    EXPECT_EQ(thread.id(), 0u);
+    EXPECT_TRUE(thread.Join());
+  }
+}
+
+TEST(Thread, JoinSeesAllThatTheThreadDidAndOwned) {
+  int result = 0;
+  auto owned = std::make_shared<int>(1);
+  const std::weak_ptr<int> watch = owned;
+  Thread thread = Thread::Start("worker", [&result, owned = std::move(owned)] {
+    result = 41 + *owned;
+    return 0u;
+  });
+  EXPECT_TRUE(thread.Join());
+  EXPECT_EQ(result, 42);
+  EXPECT_TRUE(watch.expired());
+}
+
+TEST(Thread, JoinForGivesUpOnAThreadThatRunsOn) {
+  auto go = std::make_shared<Event>(Event::Create(Event::Mode::kManualReset));
+  auto done = std::make_shared<Event>(Event::Create(Event::Mode::kManualReset));
+  const auto wait = [go, done] {
+    (void)go->Wait({});
+    done->Set();
+    return 0u;
+  };
+  Thread late = Thread::Start("late", wait);
+  const std::uint64_t start = MonotonicMs();
+  EXPECT_FALSE(late.JoinFor(30));
+  EXPECT_GE(MonotonicMs() - start, 29u);
+  EXPECT_FALSE(late.valid());
+
+  // Neither does dropping the handle end or wait for a thread.
+  { const Thread dropped = Thread::Start("dropped", wait); }
+  Thread joined = Thread::Start("joined", wait);
+  EXPECT_FALSE(done->Test());
+  go->Set();
+  EXPECT_EQ(done->Wait({}), WaitStatus::kSignalled);
+  EXPECT_TRUE(joined.JoinFor(30'000));
+}
+
+TEST(Thread, MovedHandleIsTheOneThatJoins) {
+  Thread first = Thread::Start("first", [] { return 0u; });
+  const std::uint32_t id = first.id();
+  Thread second = Thread::Start("second", [] { return 0u; });
+  second = std::move(first);
+  Thread& itself = second;
+  second = std::move(itself);
+  EXPECT_FALSE(first.valid());
+  EXPECT_EQ(second.id(), id);
+  EXPECT_TRUE(second.Join());
+}
+
+TEST(Thread, FailuresStayInsideTheThreadAndTheHandle) {
+  ArmFault(Fault::kThreadStart, 1);
+  Thread none = Thread::Start("none", [] { return 0u; });
+  DisarmFaults();
+  EXPECT_FALSE(none.valid());
+  EXPECT_EQ(none.id(), 0u);
+  EXPECT_TRUE(none.Join());
+  EXPECT_TRUE(none.JoinFor(0));
+
+  Thread throws = Thread::Start("throws", []() -> std::uint32_t { throw std::bad_alloc(); });
+  EXPECT_TRUE(throws.Join());
+}
+
+}  // namespace
+}  // namespace talvorn::platform
