@@ -1,0 +1,44 @@
+#include "support/byte_io.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+namespace talvorn {
+namespace {
+
+TEST(ByteReader, YieldsZeroFromTheFirstReadPastTheEndOn) {
+  const std::array<std::byte, 6> data{std::byte{1}, std::byte{2}, std::byte{3},
+                                      std::byte{4}, std::byte{5}, std::byte{6}};
+  ByteReader reader(data);
+  EXPECT_EQ(reader.U32Big(), 0x01020304u);
+  EXPECT_EQ(reader.U32Little(), 0u);
+  EXPECT_FALSE(reader.ok());
+  EXPECT_EQ(reader.U16Little(), 0u);
+  EXPECT_EQ(reader.remaining(), 0u);
+  EXPECT_EQ(U32BigAt(data, 2), 0x03040506u);
+  EXPECT_EQ(U32BigAt(data, 3), 0u);
+  EXPECT_EQ(U32BigAt(data, 7), 0u);
+}
+
+TEST(ByteWriter, NeverWritesPastTheEnd) {
+  std::array<std::byte, 8> data{};
+  ByteWriter writer{std::span(data).first(6)};
+  writer.U32Little(0x04030201);
+  writer.U32Big(0xFFFFFFFF);
+  writer.U16Little(0xFFFF);
+  EXPECT_FALSE(writer.ok());
+  EXPECT_EQ(writer.written(), 4u);
+  EXPECT_EQ(data[3], std::byte{4});
+  EXPECT_EQ(data[4], std::byte{0});
+}
+
+TEST(ByteWriter, CutsATextToItsField) {
+  std::array<std::byte, 4> data;
+  data.fill(std::byte{0xFF});
+  ByteWriter(data).Text("abcdef", data.size());
+  EXPECT_EQ(AsText(data), std::string_view("abc\0", 4));
+}
+
+}  // namespace
+}  // namespace talvorn
