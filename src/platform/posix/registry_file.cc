@@ -17,18 +17,6 @@ constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 constexpr std::u16string_view kRoot = u"HKEY_LOCAL_MACHINE\\";
 constexpr std::uint32_t kRegistryBinary = 3;
 
-char16_t Utf16At(std::string_view bytes, std::size_t offset) {
-  return static_cast<char16_t>(static_cast<unsigned char>(bytes[offset]) |
-                               static_cast<unsigned char>(bytes[offset + 1]) << 8);
-}
-
-std::u16string DecodeUtf16(std::string_view bytes) {
-  std::u16string text;
-  text.reserve(bytes.size() / 2);
-  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) text.push_back(Utf16At(bytes, i));
-  return text;
-}
-
 std::string EncodeUtf16(std::u16string_view text) {
   std::string bytes;
   bytes.reserve(text.size() * 2);
@@ -189,7 +177,7 @@ class RegistryFile::Parser {
     }
     next_ = terminated ? end + width : end;
     const std::string_view content = bytes.substr(line_, end - line_);
-    text_ = width == 1 ? Utf8ToWide(content) : DecodeUtf16(content);
+    text_ = width == 1 ? Utf8ToWide(content) : DecodeUtf16(content, ByteOrder::kLittleEndian);
     const bool carriageReturn = text_.ends_with(u'\r');
     if (carriageReturn) text_.pop_back();
     lineEnd_ = carriageReturn && terminated ? u"\r\n" : u"\n";

@@ -25,6 +25,18 @@ bool EqualWithoutCase(std::u16string_view a, std::u16string_view b) {
                     [](char16_t x, char16_t y) { return Capital(x) == Capital(y); });
 }
 
+std::u16string DecodeUtf16(std::string_view bytes, ByteOrder order) {
+  std::u16string text;
+  text.reserve(bytes.size() / 2);
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+    const auto first = static_cast<unsigned char>(bytes[i]);
+    const auto second = static_cast<unsigned char>(bytes[i + 1]);
+    const int unit = order == ByteOrder::kLittleEndian ? first | second << 8 : first << 8 | second;
+    text.push_back(static_cast<char16_t>(unit));
+  }
+  return text;
+}
+
 std::u16string_view TrimBlanks(std::u16string_view text) {
   while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
   while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);

@@ -1,0 +1,22 @@
+// Sealed memory files: bytes that travel between processes as a descriptor and that
+// nobody can change on the way.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+
+#include "platform/posix/descriptor.h"
+
+namespace talvorn::platform {
+
+// None when the system has no room for it.
+[[nodiscard]] Descriptor MakeMemoryFile(std::span<const std::byte> content);
+
+// The size of a sealed memory file; none for any other kind of descriptor.
+[[nodiscard]] std::optional<std::size_t> SealedSize(int fd);
+
+// Reads the first `buffer.size()` bytes.
+[[nodiscard]] bool ReadMemoryFile(int fd, std::span<std::byte> buffer);
+
+}  // namespace talvorn::platform
