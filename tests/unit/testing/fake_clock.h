@@ -12,7 +12,7 @@ namespace talvorn::testing {
 class FakeClock : public platform::Clock {
  public:
   // 2026-11-17 15:00:00 UTC; the local time is one hour ahead.
-  static constexpr platform::FileTime kStart = 134'077'824'000'000'000;
+  static constexpr platform::FileTime kStart = 134'394'012'000'000'000;
   static constexpr platform::FileTime kZone = 3'600 * platform::kFileTimePerSecond;
 
   platform::FileTime SystemTime() override { return now_.load(); }

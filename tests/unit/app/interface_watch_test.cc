@@ -1,0 +1,216 @@
+#include "app/interface_watch.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <sstream>
+
+#include "platform/fault_injection.h"
+#include "platform/socket.h"
+#include "support/debug_trace.h"
+#include "testing/scratch_machine.h"
+#include "testing/wait_until.h"
+
+namespace talvorn {
+namespace {
+
+using platform::Ipv4AddressRow;
+using platform::Ipv6Adapter;
+using Table = InterfaceWatch::Ipv4Table;
+
+Ipv4AddressRow Row(const char* address, std::uint16_t type = platform::kIpv4AddressPrimary,
+                   const char* mask = "255.255.255.0") {
+  return {.address = platform::ParseIpv4(address), .mask = platform::ParseIpv4(mask), .type = type};
+}
+
+Ipv6Adapter Adapter(std::uint32_t index) {
+  return {.ipv6IfIndex = index,
+          .flags = platform::kAdapterIpv6Enabled,
+          .operStatus = platform::kOperStatusUp,
+          .ifType = platform::kIfTypeEthernet};
+}
+
+// The request threads that run now, as "4/10.0.0.1" or "6/12".
+class RunningThreads {
+ public:
+  static std::uint32_t Procedure(const ThreadItem& item) {
+    const std::string name =
+        item.ipVersion == 4 ? "4/" + platform::Ipv4Text(item.id) : "6/" + std::to_string(item.id);
+    Count(name, 1);
+    const platform::Waitable* const waitables[] = {&item.running.cleared(), &item.rejoin};
+    while (item.running) {
+      (void)platform::WaitForAny(waitables, std::nullopt);
+      if (item.rejoin.Test()) Count(name + " rejoined", 1);
+    }
+    Count(name, -1);
+    return 0;
+  }
+  static void Count(const std::string& name, int change) {
+    const std::lock_guard guard(lock);
+    counts[name] += change;
+  }
+  static int Of(const std::string& name) {
+    const std::lock_guard guard(lock);
+    return counts[name];
+  }
+  static inline std::mutex lock;
+  static inline std::map<std::string, int> counts;
+};
+
+class InterfaceWatchTest : public ::testing::Test {
+ protected:
+  InterfaceWatchTest() {
+    RunningThreads::counts.clear();
+    DebugTrace().SetPrefix(u"");
+  }
+  ~InterfaceWatchTest() override {
+    watch_.ShutDownIpv4();
+    watch_.ShutDownIpv6();
+  }
+
+  // What one pass traces, without the hexadecimal handle values.
+  std::string TraceOf(const std::optional<Table>& table) {
+    return Traced([&] { watch_.WatchIpv4Interfaces(table); });
+  }
+  std::string TraceOf(const std::optional<InterfaceWatch::Ipv6Adapters>& adapters) {
+    return Traced([&] { watch_.WatchIpv6Interfaces(adapters); });
+  }
+  template <class Pass>
+  static std::string Traced(Pass pass) {
+    DebugTrace().SetEnabled(1);
+    ::testing::internal::CaptureStderr();
+    pass();
+    DebugTrace().SetEnabled(0);
+    std::string text;
+    std::istringstream lines(::testing::internal::GetCapturedStderr());
+    for (std::string line; std::getline(lines, line); text += line + '\n') {
+      for (std::size_t at = line.find("[0x"); at != std::string::npos; at = line.find("[0x"))
+        line.erase(at, line.find(']', at) - at + 1);
+    }
+    return text;
+  }
+  static bool Runs(const std::string& name) {
+    return testing::WaitUntil([&] { return RunningThreads::Of(name) == 1; });
+  }
+
+  testing::ScratchMachine machine_;
+  EventSource events_;
+  CResponseList responses_;
+  CItemList items_;
+  InterfaceWatch watch_{events_, responses_, items_, RunningThreads::Procedure};
+};
+
+TEST_F(InterfaceWatchTest, StartsAThreadPerPrimaryAddressOtherThanLoopback) {
+  const Table table{Row("10.0.0.1"), Row("10.0.0.2", 0), Row("127.0.0.1"), Row("127.0.0.2")};
+  EXPECT_EQ(TraceOf(table),
+            "Network interface IPv4: 10.0.0.1 (16777226) located !\n"
+            "Network interface IPv4: 127.0.0.2 (33554559) located !\n");
+  EXPECT_TRUE(Runs("4/10.0.0.1"));
+  EXPECT_TRUE(Runs("4/127.0.0.2"));
+  EXPECT_EQ(RunningThreads::Of("4/10.0.0.2"), 0);
+  EXPECT_EQ(TraceOf(table), "");
+}
+
+TEST_F(InterfaceWatchTest, StopsWhatHasGoneBeforeItStartsWhatIsNew) {
+  (void)TraceOf(Table{Row("10.0.0.1"), Row("10.0.0.2")});
+  EXPECT_EQ(TraceOf(Table{Row("10.0.0.2"), Row("10.0.0.3")}),
+            "Network interfaces have been changed!\n"
+            "Network interface IPv4: 10.0.0.1 (16777226) switched down !\n"
+            "ThreadList DeleteItem Thread end ID = 16777226\n"
+            "Network interface IPv4: 10.0.0.3 (50331658) located !\n");
+  EXPECT_EQ(RunningThreads::Of("4/10.0.0.1"), 0);
+  EXPECT_TRUE(Runs("4/10.0.0.2"));
+  EXPECT_EQ(TraceOf(Table{}).find("Network interfaces have been changed!\n"), 0u);
+  EXPECT_EQ(RunningThreads::Of("4/10.0.0.2"), 0);
+}
+
+TEST_F(InterfaceWatchTest, ChangesThatConcernNoThreadAreOnlyReported) {
+  (void)TraceOf(Table{Row("10.0.0.1")});
+  for (const Table& table : {Table{Row("10.0.0.1", 0)}, Table{Row("10.0.0.1", 0, "255.0.0.0")},
+                             Table{Row("10.0.0.1", 0, "255.0.0.0"), Row("10.0.0.7", 0)}}) {
+    EXPECT_EQ(TraceOf(table), "Network interfaces have been changed!\n");
+  }
+  EXPECT_EQ(TraceOf(std::optional<Table>()), "") << "a table that cannot be read is no change";
+  EXPECT_TRUE(Runs("4/10.0.0.1"));
+}
+
+TEST_F(InterfaceWatchTest, AnAddressThatWasMadeAnewKeepsItsThreadAndRejoins) {
+  Table table{Row("10.0.0.1")};
+  (void)TraceOf(table);
+  table[0].incarnation = 1;
+  EXPECT_EQ(TraceOf(table), "Network interfaces have been changed!\n");
+  EXPECT_TRUE(Runs("4/10.0.0.1 rejoined"));
+  EXPECT_TRUE(Runs("4/10.0.0.1"));
+}
+
+TEST_F(InterfaceWatchTest, ARequestInTheRegistryStartsAThreadAnewOverTwoPasses) {
+  const std::optional<Table> table = Table{Row("10.0.0.1"), Row("10.0.0.2")};
+  (void)TraceOf(table);
+  machine_.WriteKey("SOFTWARE", "Interfaces",
+                    "\"10.0.0.2\"=dword:00000000\n\"10.0.0.1\"=dword:00000001\n"
+                    "\"10.0.0.3\"=\"0\"\n\"10.0.0.4\"=hex(b):00,00,00,00,00,00,00,00\n");
+  const std::string banner(80, '#');
+  EXPECT_EQ(TraceOf(table), banner + "\n" + banner +
+                                "\n#### Network interface thread for 10.0.0.2 will be "
+                                "reinitialized!\n" +
+                                banner + "\n" + banner +
+                                "\nNetwork interface IPv4: 10.0.0.2 (33554442) switched down !\n"
+                                "ThreadList DeleteItem Thread end ID = 33554442\n");
+  EXPECT_EQ(TraceOf(table),
+            "Network interfaces have been changed!\n"
+            "Network interface IPv4: 10.0.0.2 (33554442) located !\n");
+  EXPECT_EQ(TraceOf(table), "");
+  std::stringstream left;
+  left << std::ifstream(machine_.registry()).rdbuf();
+  EXPECT_NE(left.str().find("\"10.0.0.2\"=dword:00000001"), std::string::npos);
+  EXPECT_NE(left.str().find("\"10.0.0.3\"=\"0\""), std::string::npos);
+  EXPECT_NE(left.str().find("\"10.0.0.4\"=hex(b):00,"), std::string::npos);
+}
+
+TEST_F(InterfaceWatchTest, ARequestForAnAddressThatIsNotThereIsOnlyMarked) {
+  const std::optional<Table> table = Table{Row("10.0.0.1")};
+  (void)TraceOf(table);
+  machine_.WriteKey("SOFTWARE", "Interfaces", "\"10.9.9.9\"=dword:00000000");
+  EXPECT_NE(TraceOf(table).find("#### Network interface thread for 10.9.9.9"), std::string::npos);
+  EXPECT_EQ(TraceOf(table), "");
+  EXPECT_TRUE(Runs("4/10.0.0.1"));
+}
+
+TEST_F(InterfaceWatchTest, WithoutAThreadTheItemStaysInTheList) {
+  platform::ArmFault(platform::Fault::kThreadStart, 1);
+  const Table table{Row("10.0.0.1")};
+  EXPECT_EQ(TraceOf(table), "Network interface IPv4: 10.0.0.1 (16777226) located !\n");
+  platform::DisarmFaults();
+  EXPECT_NE(TraceOf(Table{}).find("switched down"), std::string::npos);
+}
+
+TEST_F(InterfaceWatchTest, FollowsUsableIpv6Interfaces) {
+  using Adapters = std::optional<InterfaceWatch::Ipv6Adapters>;
+  std::vector<Ipv6Adapter> unusable(4, Adapter(9));
+  unusable[0].operStatus = platform::kOperStatusDown;
+  unusable[1].flags = 0;
+  unusable[2].flags |= platform::kAdapterNoMulticast;
+  unusable[3].ifType = platform::kIfTypeSoftwareLoopback;
+  EXPECT_EQ(TraceOf(Adapters(unusable)), "");
+
+  EXPECT_EQ(TraceOf(Adapters({Adapter(12), Adapter(2)})),
+            "Ipv6IfIndex (IPv6 interface): 12 Flags:100 Stat:1\n"
+            "Ipv6IfIndex (IPv6 interface): 2 Flags:100 Stat:1\n"
+            "Network interface IPv6: 2 located !\nNetwork interface IPv6: 12 located !\n");
+  EXPECT_TRUE(Runs("6/12"));
+  // New threads start before old ones stop.
+  EXPECT_EQ(TraceOf(Adapters({Adapter(12), Adapter(30)})),
+            "Ipv6IfIndex (IPv6 interface): 12 Flags:100 Stat:1\n"
+            "Ipv6IfIndex (IPv6 interface): 30 Flags:100 Stat:1\n"
+            "Network interface IPv6: 30 located !\nNetwork IPv6 interface: 2 shut down !\n"
+            "ThreadList DeleteItem Thread end ID = 2\n");
+  EXPECT_EQ(RunningThreads::Of("6/2"), 0);
+  // A query that fails counts as no interfaces at all.
+  (void)TraceOf(Adapters());
+  EXPECT_EQ(RunningThreads::Of("6/12"), 0);
+}
+
+}  // namespace
+}  // namespace talvorn
