@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,7 +22,17 @@ namespace platform {
 bool WriteOutput(std::string_view text);
 bool WriteError(std::string_view text);
 
+// True once nobody reads the pipe any more that standard output is.
+[[nodiscard]] bool OutputAbandoned();
+
 [[nodiscard]] bool OutputIsTerminal();
+
+struct TerminalSize {
+  std::uint32_t columns = 0;
+  std::uint32_t rows = 0;
+};
+// Of the terminal that standard output is; none when it is none or does not tell.
+[[nodiscard]] std::optional<TerminalSize> OutputTerminalSize();
 
 // Signalled, and never reset, once the user has asked the tool to end (Ctrl-C,
 // SIGTERM). The tool then leaves by itself; one that never calls this is ended by

@@ -63,6 +63,9 @@ enum class MailslotWrite { kWritten, kAbsent, kFull, kFailed };
                                           std::span<const std::byte> message,
                                           std::uint32_t limitMs);
 
+// True while some process has a mailslot of this name.
+[[nodiscard]] bool MailslotExists(std::u16string_view name);
+
 // True for `\\.\mailslot\` (any case) followed by a plain name: not empty, no
 // path separators, no control characters, neither "." nor "..", on this machine.
 [[nodiscard]] bool IsMailslotName(std::u16string_view name);

@@ -59,6 +59,7 @@ struct Ipv6Adapter {
 struct InterfaceAddresses {
   std::vector<std::uint32_t> ipv4;  // network byte order
   std::vector<std::array<std::uint8_t, 16>> ipv6;
+  bool ipv6Pending = false;  // the system still checks an IPv6 address for duplicates
 };
 [[nodiscard]] InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex);
 

@@ -427,6 +427,16 @@ MailslotWrite WriteMailslot(std::u16string_view name, std::span<const std::byte>
   }
 }
 
+bool MailslotExists(std::u16string_view name) {
+  if (!IsMailslotName(name)) return false;
+  try {
+    const Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kMailslot, false);
+    return directory.valid() && StateOfName(directory.get(), FileNameOf(name)) == NameState::kTaken;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 bool IsMailslotName(std::u16string_view name) {
   if (name.size() <= kPrefix.size() || !EqualWithoutCase(name.substr(0, kPrefix.size()), kPrefix)) {
     return false;

@@ -366,8 +366,11 @@ InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
     }
     if (const auto addresses = QueryAddresses(AF_INET6)) {
       for (const Address& address : *addresses) {
-        if (address.index == interfaceIndex && address.usable()) {
+        if (address.index != interfaceIndex) continue;
+        if (address.usable()) {
           result.ipv6.push_back(address.local);
+        } else if ((address.flags & IFA_F_DADFAILED) == 0) {
+          result.ipv6Pending = true;
         }
       }
     }
