@@ -1,0 +1,16 @@
+// One text out of several.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+namespace talvorn {
+
+[[nodiscard]] inline std::string Concat(std::initializer_list<std::string_view> parts) {
+  std::string whole;
+  for (const std::string_view part : parts) whole.append(part);
+  return whole;
+}
+
+}  // namespace talvorn

@@ -1,0 +1,207 @@
+#include "simulator/options.h"
+
+#include <limits>
+#include <string_view>
+#include <vector>
+
+#include "command_line/concat.h"
+#include "command_line/options.h"
+#include "command_line/terminal_text.h"
+#include "devices/item_record.h"
+#include "discovery/datagram.h"
+
+namespace talvorn {
+namespace {
+
+constexpr std::uint32_t kMaxMs = 86'400'000;  // a day
+constexpr std::uint32_t kMaxDevices = 100'000;
+constexpr std::uint32_t kMaxItems = 2'000;
+
+// "100" or "100-500".
+TakeValue TakeDelay(SimulatorOptions& options) {
+  return [&options](std::string_view value) -> std::string {
+    const std::size_t dash = value.find('-');
+    const auto min = ParseNumber(value.substr(0, dash), 0, kMaxMs);
+    const auto max =
+        dash == std::string_view::npos ? min : ParseNumber(value.substr(dash + 1), 0, kMaxMs);
+    if (!min || !max || *max < *min) return "milliseconds (100) or a range of them (100-500)";
+    options.delayMinMs = *min;
+    options.delayMaxMs = *max;
+    return {};
+  };
+}
+
+// "20000/60000".
+TakeValue TakeAbsence(ModelOptions& model) {
+  return [&model](std::string_view value) -> std::string {
+    const std::size_t slash = value.find('/');
+    if (slash != std::string_view::npos) {
+      const auto away = ParseNumber(value.substr(0, slash), 1, kMaxMs);
+      const auto every = ParseNumber(value.substr(slash + 1), 1, kMaxMs);
+      if (away && every && *away <= *every) {
+        model.absentForMs = *away;
+        model.absentEveryMs = *every;
+        return {};
+      }
+    }
+    return "two times in milliseconds, the first not above the second (20000/60000)";
+  };
+}
+
+TakeValue TakeLayout(ModelOptions& model) {
+  return [&model](std::string_view value) -> std::string {
+    if (value == "full")
+      model.layout = RecordLayout::kFull;
+    else if (value == "short")
+      model.layout = RecordLayout::kShort;
+    else if (value == "mixed")
+      model.layout = RecordLayout::kMixed;
+    else
+      return "full, short or mixed";
+    return {};
+  };
+}
+
+TakeValue TakePercent(std::uint32_t& perMille) {
+  return [&perMille](std::string_view value) -> std::string {
+    const auto number = ParseDecimal(value, 1, 0, 1'000);
+    if (!number) return "a percentage from 0 to 100";
+    perMille = *number;
+    return {};
+  };
+}
+
+TakeValue TakeGroup(bool& toRequestGroup) {
+  return [&toRequestGroup](std::string_view value) -> std::string {
+    if (value != "request" && value != "response") return "request or response";
+    toRequestGroup = value == "request";
+    return {};
+  };
+}
+
+TakeValue TakeEnd(std::optional<std::uint32_t>& endAfterMs) {
+  return [&endAfterMs](std::string_view value) -> std::string {
+    std::uint32_t milliseconds = 0;
+    std::string wanted = TakeSeconds(milliseconds, 0, kMaxMs)(value);
+    if (wanted.empty()) endAfterMs = milliseconds;
+    return wanted;
+  };
+}
+
+std::vector<Option> Options(SimulatorOptions& options, bool& onlyIpv4, bool& onlyIpv6) {
+  ModelOptions& model = options.model;
+  return {
+      {"--interface", "IF", "network interface to appear on (needed)",
+       TakeText(options.interfaceName)},
+      {"--ipv4", "", "IPv4 only (default: both)", TakeSwitch(onlyIpv4)},
+      {"--ipv6", "", "IPv6 only", TakeSwitch(onlyIpv6)},
+      {"--devices", "N", "number of devices (default 1)",
+       TakeNumber(model.devices, 0, kMaxDevices)},
+      {"--first-serial", "N", "serial number of the first one (default 1)",
+       TakeNumber(model.firstSerial, 0, kMaxSerial)},
+      {"--layout", "LAYOUT",
+       "records: full, short (those of older devices, without\n"
+       "items) or mixed; full by default",
+       TakeLayout(model)},
+      {"--items", "N", "items of each device with full records (default 0)",
+       TakeNumber(model.items, 0, kMaxItems)},
+      {"--item-size", "BYTES", "size of an item's body (default 64)",
+       TakeNumber(model.itemSize, kMinItemSize, kMaxAnswerSize)},
+      {"--change-items", "MS",
+       "so often one item of each device, the next one each\ntime, changes its content",
+       TakeNumber(model.changeItemsMs, 1, kMaxMs)},
+      {"--toggle-item", "MS",
+       "so often the first item of each device is withdrawn, or\nadded again",
+       TakeNumber(model.toggleItemMs, 1, kMaxMs)},
+      {"--change-status", "MS", "so often each device changes its status",
+       TakeNumber(model.changeStatusMs, 1, kMaxMs)},
+      {"--absent", "AWAY/PERIOD",
+       "each device is away for AWAY of every PERIOD\n"
+       "milliseconds, one after the other (20000/60000)",
+       TakeAbsence(model)},
+      {"--absent-devices", "N", "only the last N devices are ever away (default: all)",
+       TakeNumber(model.absentDevices, 0, kMaxDevices)},
+      {"--announce", "MS", "answers at this interval also when nobody asks",
+       TakeNumber(options.announceMs, 1, kMaxMs)},
+      {"--delay", "MS[-MS]", "time from request to answer, fixed or random in a range",
+       TakeDelay(options)},
+      {"--loss", "PERCENT", "so many answers are never sent", TakePercent(options.lossPerMille)},
+      {"--seed", "N",
+       "another seed gives other devices, delays and losses; the\n"
+       "same one gives the same again (default 1)",
+       TakeNumber(model.seed, 0, std::numeric_limits<std::uint32_t>::max())},
+      {"--send-request", "MS", "asks at this interval, as another locator does",
+       TakeNumber(options.sendRequestMs, 1, kMaxMs)},
+      {"--send-file", "FILE",
+       "sends each line of the file, hexadecimal bytes, as one\n"
+       "datagram at the start; '-' is an empty datagram, and '#'\n"
+       "begins a comment",
+       TakeText(options.sendFile)},
+      {"--send-to", "GROUP", "where the file goes: request or response (default)",
+       TakeGroup(options.fileToRequestGroup)},
+      {"--for", "SECONDS", "ends after this time; 0 as soon as the file is sent",
+       TakeEnd(options.endAfterMs)},
+      {"--verbose", "", "shows what is heard and sent", TakeSwitch(options.verbose)},
+      {"--help", "", "shows this text", TakeSwitch(options.help)},
+      {"--version", "", "shows the version", TakeSwitch(options.version)},
+  };
+}
+
+std::optional<std::string> Contradiction(const SimulatorOptions& options) {
+  const ModelOptions& model = options.model;
+  if (options.interfaceName.empty()) return "--interface is missing";
+  if (model.devices > 0 && model.devices - 1 > kMaxSerial - model.firstSerial) {
+    return Concat({"the serial numbers would go past ", std::to_string(kMaxSerial)});
+  }
+  const std::uint64_t answer =
+      kDeviceRecordSize +
+      std::uint64_t{model.items} * (std::uint64_t{kItemHeaderSize} + model.itemSize);
+  if (model.items > 0 && answer > kMaxAnswerSize) {
+    return Concat({"an answer would have ", std::to_string(answer), " bytes; a datagram takes ",
+                   std::to_string(kMaxAnswerSize)});
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> ParseSimulatorOptions(std::span<const std::string> arguments,
+                                                 SimulatorOptions& options) {
+  bool onlyIpv4 = false;
+  bool onlyIpv6 = false;
+  std::vector<std::string> operands;
+  const std::vector<Option> table = Options(options, onlyIpv4, onlyIpv6);
+  if (auto mistake = ParseOptions(arguments, table, operands)) return mistake;
+  if (options.help || options.version) return std::nullopt;
+  if (!operands.empty())
+    return Concat({"'", EscapeForTerminal(operands.front()), "' belongs to no option"});
+  if (onlyIpv4 != onlyIpv6) {
+    options.ipv4 = onlyIpv4;
+    options.ipv6 = onlyIpv6;
+  }
+  options.familyGiven = onlyIpv4 || onlyIpv6;
+  return Contradiction(options);
+}
+
+std::string SimulatorHelp() {
+  SimulatorOptions options;
+  bool unused = false;
+  return Concat(
+      {"Usage: talvorn-sim --interface IF [OPTIONS]\n"
+       "\n"
+       "Simulated TALVORN devices on a network interface. They answer the discovery\n"
+       "requests of locators until Ctrl-C ends them. Device 1 answers from the first\n"
+       "address of the interface, device 2 from the second one, and so on.\n"
+       "\n",
+       OptionsHelp(Options(options, unused, unused)),
+       "\n"
+       "A locator reads the first ",
+       std::to_string(kMaxDatagramSize),
+       " bytes of an answer.\n"
+       "\n"
+       "Example: twelve devices, of which four come and go, with items that change:\n"
+       "  talvorn-sim --interface demo0 --devices 12 --items 2 --change-items 5000 \\\n"
+       "      --absent 20000/60000 --absent-devices 4\n"});
+}
+
+}  // namespace talvorn
