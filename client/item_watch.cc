@@ -1,0 +1,40 @@
+#include "client/item_watch.h"
+
+#include <array>
+#include <span>
+
+#include "platform/clock.h"
+
+namespace talvorn {
+
+// Manual-reset, so that a pulse releases every client that waits on the same event.
+ItemWatch::ItemWatch(std::uint32_t serial)
+    : event_(platform::NamedEvent::Create(ChangeEventName(serial),
+                                          platform::NamedEvent::Mode::kManualReset)) {}
+
+ItemWatch::Outcome ItemWatch::Wait(std::uint32_t rereadMs, const platform::Waitable* interrupt) {
+  using Status = platform::NamedEvent::WaitResult::Status;
+  const std::uint64_t start = platform::MonotonicMs();
+  if (event_.valid()) {
+    platform::NamedEvent* const events[] = {&event_};
+    switch (platform::NamedEvent::WaitAny(events, interrupt, rereadMs).status) {
+      case Status::kEvent:
+        return Outcome::kChanged;
+      case Status::kInterrupted:
+        return Outcome::kInterrupted;
+      case Status::kTimeout:
+        return Outcome::kTimeToRead;
+      case Status::kFailed:
+        break;
+    }
+  }
+  // Without a working event, the interval alone: never a loop that spins.
+  const std::uint64_t passed = platform::MonotonicMs() - start;
+  const auto left = static_cast<std::uint32_t>(passed < rereadMs ? rereadMs - passed : 0);
+  const platform::Waitable* const waitables[] = {interrupt};
+  const bool interrupted =
+      platform::WaitForAny(waitables, left) == platform::WaitStatus::kSignalled;
+  return interrupted ? Outcome::kInterrupted : Outcome::kTimeToRead;
+}
+
+}  // namespace talvorn
