@@ -50,12 +50,12 @@ TEST(SystemClock, WakeEndsAWaitWithoutBeingConsumed) {
        {SystemClock().SystemTime() + 3600 * kFileTimePerSecond,
         FileTime{std::numeric_limits<std::int64_t>::max()}, std::numeric_limits<FileTime>::max()}) {
     const Event wake = Event::Create(Event::Mode::kAutoReset);
+    const std::uint64_t start = MonotonicMs();
     Thread waker = Thread::Start("waker", [&] {
       SleepMs(20);
       wake.Set();
       return 0u;
     });
-    const std::uint64_t start = MonotonicMs();
     int waits = 0;
     while (WaitForAny(std::initializer_list<const Waitable*>{&wake}, 0) == WaitStatus::kTimeout) {
       SystemClock().WaitUntil(deadline, wake);
