@@ -264,8 +264,8 @@ class RegistryFile::Parser {
     }
     if (!cursor.Take(u':')) return false;
     LineCursor list = cursor;
+    entry.end = PlaceOf(list);
     for (;;) {
-      entry.end = PlaceOf(list);
       if (list.RestIsEmpty()) return true;
       if (list.Take(u'\\')) {
         entry.end = PlaceOf(list);
@@ -279,7 +279,11 @@ class RegistryFile::Parser {
       entry.value.data.push_back(std::byte(*byte));
       entry.end = PlaceOf(list);
       list.SkipBlanks();
-      if (!list.Take(u',') && !list.RestIsEmpty() && list.Peek() != u'\\') return false;
+      if (list.Take(u',')) {
+        entry.end = PlaceOf(list);
+      } else if (!list.RestIsEmpty() && list.Peek() != u'\\') {
+        return false;
+      }
     }
   }
 

@@ -50,7 +50,7 @@ bool ReadBytes(int fd, std::size_t size, std::string& bytes) {
 }  // namespace
 
 std::optional<FileContent> ReadTextFile(const std::string& path) {
-  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     FileContent content;
     if (!file.valid() || fstat(file.get(), &content.status) != 0 ||
@@ -66,7 +66,7 @@ std::optional<FileContent> ReadTextFile(const std::string& path) {
     }
     const bool unchanged =
         FileStamp(content.status) == FileStamp(after) && content.bytes.size() == size;
-    if (unchanged && (settled || attempt == kAttempts)) return content;
+    if (unchanged && settled) return content;
     SleepMs(kPauseMs);
   }
   return std::nullopt;

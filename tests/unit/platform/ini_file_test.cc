@@ -1,0 +1,125 @@
+#include "platform/ini_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/text_encoding.h"
+#include "testing/scratch_machine.h"
+
+namespace talvorn::platform {
+namespace {
+
+class IniFile : public ::testing::Test {
+ protected:
+  void Write(std::string_view bytes) const {
+    std::ofstream(Path(), std::ios::binary | std::ios::trunc) << bytes;
+  }
+  [[nodiscard]] std::string Path() const { return (machine_.root() / "devices.ini").string(); }
+  [[nodiscard]] std::u16string WidePath() const { return Utf8ToWide(Path()); }
+
+  // The names with their terminators, cut to what the result counts.
+  [[nodiscard]] std::u16string Sections(std::size_t size = 256) const {
+    std::vector<char16_t> names(size, u'#');
+    const std::uint32_t count = ProfileSectionNames(names, WidePath());
+    EXPECT_EQ(names[count], u'\0');
+    if (count + 2 == size) {
+      EXPECT_EQ(names[count + 1], u'\0');
+    }
+    return {names.data(), count};
+  }
+  [[nodiscard]] std::u16string Value(std::u16string_view section, std::u16string_view key,
+                                     std::size_t size = 100) const {
+    std::vector<char16_t> value(size, u'#');
+    const std::uint32_t count = ProfileString(section, key, value, WidePath());
+    EXPECT_EQ(value[count], u'\0');
+    return {value.data(), count};
+  }
+
+  testing::ScratchMachine machine_;
+};
+
+using namespace std::string_literals;
+
+std::u16string Names(std::initializer_list<std::u16string_view> names) {
+  std::u16string list;
+  for (const std::u16string_view name : names) (list += name) += u'\0';
+  return list;
+}
+
+TEST_F(IniFile, SectionsComeInFileOrderWithWhatMakesNoneLeftOut) {
+  Write("ignored=1\r\n; [comment]\r\n[ host b ] ; [x]\r\n  [hosta]\n[]\n[open\n=\n[hosta]\r[last]");
+  EXPECT_EQ(Sections(), Names({u"host b", u"hosta", u"hosta", u"last"}));
+  Write("");
+  EXPECT_EQ(Sections(), u"");
+}
+
+TEST_F(IniFile, SectionNamesAreCutToTheBuffer) {
+  Write("[abc]\n[de]\n");
+  EXPECT_EQ(Sections(8), Names({u"abc", u"de"}));
+  EXPECT_EQ(Sections(7), u"abc\0d"s);
+  EXPECT_EQ(Sections(4), u"ab");
+  EXPECT_EQ(Sections(2), u"");
+  EXPECT_EQ(Sections(1), u"");
+  EXPECT_EQ(ProfileSectionNames({}, WidePath()), 0u);
+}
+
+TEST_F(IniFile, ValuesAreFoundAndTrimmedAsTheSystemDoes) {
+  Write(
+      "IpAddress=outside\n[a]\nOther = x\n ;IpAddress=comment\n\tipaddress \t=  10.0.0.1  \n"
+      "IpAddress=second\nquoted=\" two words \"\nsingle='it''s'\nhalf=\"open\nempty=\nnone\n"
+      "sum=a=b\n[A]\nlater=1\n[b]\n[c]\nIpAddress=\"\"\n");
+  const struct {
+    std::u16string_view section, key, value;
+  } cases[] = {
+      {u"A", u"IPADDRESS", u"10.0.0.1"},
+      {u"a", u"quoted", u" two words "},
+      {u"a", u"single", u"it''s"},
+      {u"a", u"half", u"\"open"},
+      {u"a", u"empty", u""},
+      {u"a", u"none", u""},
+      {u"a", u"sum", u"a=b"},
+      {u"a", u"later", u""},
+      {u"b", u"IpAddress", u""},
+      {u"c", u"IpAddress", u""},
+      {u"", u"IpAddress", u""},
+      {u"missing", u"IpAddress", u""},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Value(c.section, c.key), c.value)
+        << WideToUtf8(c.section) << '.' << WideToUtf8(c.key);
+  }
+  EXPECT_EQ(Value(u"a", u"IpAddress", 9), u"10.0.0.1");
+  EXPECT_EQ(Value(u"a", u"IpAddress", 8), u"10.0.0.");
+  EXPECT_EQ(Value(u"a", u"IpAddress", 1), u"");
+}
+
+TEST_F(IniFile, IsReadInTheEncodingItHas) {
+  const std::string utf16 = {'[', 0, '\x16', 1, ']', 0};
+  std::string swapped = utf16;
+  for (std::size_t i = 0; i < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
+  const std::pair<std::string, std::u16string_view> files[] = {
+      {"[\xFC\x80]", u"\u00FC\u20AC"},
+      {"\xEF\xBB\xBF[\xC4\x96]", u"\u0116"},
+      {"\xFF\xFE" + utf16, u"\u0116"},
+      {"\xFE\xFF" + swapped, u"\u0116"},
+  };
+  for (const auto& [bytes, name] : files) {
+    Write(bytes);
+    EXPECT_EQ(Sections(), Names({name}));
+  }
+}
+
+TEST_F(IniFile, WhatIsNoFileHasNoSections) {
+  EXPECT_EQ(Sections(), u"") << "missing";
+  ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+  EXPECT_EQ(Sections(), u"") << "a pipe that nobody writes to";
+  std::filesystem::remove(Path());
+  std::filesystem::create_directory(Path());
+  EXPECT_EQ(Value(u"a", u"b"), u"") << "a directory";
+}
+
+}  // namespace
+}  // namespace talvorn::platform
