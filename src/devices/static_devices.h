@@ -1,6 +1,13 @@
-// The worker that asks statically configured devices, listed in an INI file, for
-// their status in cycles. It ends by itself when no usable file is configured.
+// The worker that asks statically configured devices for their status: in every cycle
+// it reads the INI file that lists them and queries all of them at the same time. It
+// ends by itself when no usable file is configured.
+//
+// A section of the file is a device. Its name is resolved unless the key "IpAddress"
+// gives a dotted address; other keys are ignored.
 #pragma once
+
+#include <array>
+#include <cstdint>
 
 #include "devices/item_list.h"
 #include "devices/response_list.h"
@@ -17,9 +24,26 @@ struct StaticDeviceContext {
   CItemList* items = nullptr;
 };
 
+inline constexpr std::size_t kLongestHostName = 1'025;
+
+// One listed device of one cycle. Goes only after its query has ended.
+struct StaticDevice {
+  StaticDevice() = default;
+  ~StaticDevice() { thread.Join(); }
+  StaticDevice(const StaticDevice&) = delete;
+  StaticDevice& operator=(const StaticDevice&) = delete;
+
+  platform::Thread thread;                            // its query
+  std::array<char16_t, kLongestHostName + 1> host{};  // section name, terminated
+  std::uint32_t address = 0;                          // network byte order; 0: resolve the name
+  std::uint32_t validity = 0;                         // of its answers, ms
+  StaticDeviceContext* context = nullptr;
+};
+
 // Starts the worker on a context whose lists are set. False when its thread could
 // not be created.
 bool StartStaticDevices(StaticDeviceContext& context);
+// Returns when the worker and the queries that are under way have ended.
 void StopStaticDevices(StaticDeviceContext& context);
 
 // Thread procedure. 1 when it ended because no file is usable, else 0.
