@@ -52,16 +52,6 @@ std::size_t WidthOf(char32_t c) {
   return IsIn(kWide, c) ? 2 : 1;
 }
 
-// Takes the next character off the front of `text`; a lone surrogate stands for
-// itself.
-char32_t TakeCharacter(std::u16string_view& text) {
-  const char32_t first = text[0];
-  const char32_t second = text.size() > 1 ? text[1] : 0;
-  const bool pair = first >= 0xD800 && first <= 0xDBFF && second >= 0xDC00 && second <= 0xDFFF;
-  text.remove_prefix(pair ? 2 : 1);
-  return pair ? 0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00) : first;
-}
-
 std::string Escaped(char32_t c) {
   std::array<char, 16> text{};
   if (c < 0x100)
@@ -74,6 +64,14 @@ std::string Escaped(char32_t c) {
 }  // namespace
 
 bool IsUnsafe(char32_t character) { return IsIn(kUnsafe, character); }
+
+char32_t TakeCharacter(std::u16string_view& text) {
+  const char32_t first = text[0];
+  const char32_t second = text.size() > 1 ? text[1] : 0;
+  const bool pair = first >= 0xD800 && first <= 0xDBFF && second >= 0xDC00 && second <= 0xDFFF;
+  text.remove_prefix(pair ? 2 : 1);
+  return pair ? 0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00) : first;
+}
 
 std::string EscapeForTerminal(std::u16string_view text) {
   std::string escaped;

@@ -12,6 +12,10 @@ namespace talvorn {
 // invisible or change the direction of writing.
 [[nodiscard]] bool IsUnsafe(char32_t character);
 
+// Takes the next character off the front of `text`, which is not empty; a lone
+// surrogate stands for itself.
+[[nodiscard]] char32_t TakeCharacter(std::u16string_view& text);
+
 [[nodiscard]] std::string EscapeForTerminal(std::u16string_view text);
 [[nodiscard]] std::string EscapeForTerminal(std::string_view utf8);
 

@@ -1,0 +1,175 @@
+#include "tool/changes.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <tuple>
+
+#include "command_line/concat.h"
+#include "support/byte_io.h"
+#include "tool/json_writer.h"
+#include "tool/views.h"
+
+namespace talvorn {
+namespace {
+
+struct KindName {
+  std::string_view text;   // in a line for people
+  std::string_view event;  // in a document for programs
+};
+
+KindName NameOf(ChangeKind kind) {
+  switch (kind) {
+    case ChangeKind::kDeviceAppeared:
+      return {"device appeared", "device-appeared"};
+    case ChangeKind::kDeviceChanged:
+      return {"device changed", "device-changed"};
+    case ChangeKind::kDeviceGone:
+      return {"device gone", "device-gone"};
+    case ChangeKind::kItemNew:
+      return {"item new", "item-new"};
+    case ChangeKind::kItemChanged:
+      return {"item changed", "item-changed"};
+    case ChangeKind::kItemGone:
+      break;
+  }
+  return {"item gone", "item-gone"};
+}
+
+bool IsAboutDevice(ChangeKind kind) {
+  return kind == ChangeKind::kDeviceAppeared || kind == ChangeKind::kDeviceChanged ||
+         kind == ChangeKind::kDeviceGone;
+}
+
+struct Field {
+  std::string_view name;
+  std::string_view value;
+};
+
+// What of a device can change.
+std::array<Field, 8> FieldsOf(const DeviceRecord& device) {
+  return {{{"alias", device.deviceAlias.view()},
+           {"status", device.deviceStatus.view()},
+           {"clip", device.deviceClip.view()},
+           {"IPv4 address", device.deviceIpv4.view()},
+           {"IPv6 address", device.deviceIpv6.view()},
+           {"host", device.hostAlias.view()},
+           {"host's IPv4 address", device.hostIpv4.view()},
+           {"host's IPv6 address", device.hostIpv6.view()}}};
+}
+
+// "status IDLE -> RUN, clip A1 -> B2"; empty when nothing differs.
+std::string Differences(const DeviceRecord& before, const DeviceRecord& after) {
+  const auto old = FieldsOf(before);
+  const auto now = FieldsOf(after);
+  std::string text;
+  for (std::size_t i = 0; i < old.size(); ++i) {
+    if (old[i].value == now[i].value) continue;
+    if (!text.empty()) text.append(", ");
+    text.append(now[i].name).append(" ").append(TextCell(old[i].value));
+    text.append(" -> ").append(TextCell(now[i].value));
+  }
+  return text;
+}
+
+std::string DetailOf(const Change& change) {
+  if (change.kind == ChangeKind::kDeviceChanged) return Differences(change.before, change.device);
+  if (IsAboutDevice(change.kind)) {
+    return Concat({TextCell(change.device.deviceAlias.view()), "  ",
+                   TextCell(change.device.deviceStatus.view()), "  ", AddressCell(change.device)});
+  }
+  return Concat({ItemDigest(change.item).substr(0, 8), "  ",
+                 std::to_string(change.item.bytes.size()), " bytes  ",
+                 ContentPreview(change.item)});
+}
+
+// A header of zeros says nothing about which item it is.
+bool HasHeader(const DeviceItem& item) {
+  return std::ranges::any_of(item.header(), [](std::byte byte) { return byte != std::byte{0}; });
+}
+
+}  // namespace
+
+std::vector<Change> ChangeTracker::UpdateDevices(std::span<const DeviceRecord> devices) {
+  std::map<std::string, DeviceRecord> now;
+  for (const DeviceRecord& device : devices)
+    now.insert_or_assign(std::string(device.deviceSerial.view()), device);
+
+  std::vector<Change> changes;
+  for (const auto& [serial, device] : now) {
+    const auto known = devices_.find(serial);
+    if (known == devices_.end()) {
+      changes.push_back({.kind = ChangeKind::kDeviceAppeared, .device = device});
+    } else if (!Differences(known->second, device).empty()) {
+      changes.push_back(
+          {.kind = ChangeKind::kDeviceChanged, .device = device, .before = known->second});
+    }
+  }
+  for (const auto& [serial, device] : devices_) {
+    if (!now.contains(serial))
+      changes.push_back({.kind = ChangeKind::kDeviceGone, .device = device});
+  }
+  std::ranges::stable_sort(changes, {},
+                           [](const Change& change) { return change.device.deviceSerial.view(); });
+  devices_ = std::move(now);
+  return changes;
+}
+
+std::vector<Change> ChangeTracker::UpdateItems(std::span<const DeviceItem> items) {
+  std::map<ItemKey, DeviceItem> now;
+  for (const DeviceItem& item : items) {
+    now.insert_or_assign(
+        {{item.serial, std::string(AsText(item.header()))}, std::string(AsText(item.identity()))},
+        item);
+  }
+  // Whether another item with the same header was there.
+  const auto had = [this](const ItemKey& key) {
+    const auto first = items_.lower_bound({key.first, {}});
+    return first != items_.end() && first->first.first == key.first;
+  };
+
+  std::vector<Change> changes;
+  for (const auto& [key, item] : now) {
+    if (items_.contains(key)) continue;
+    const bool changed = HasHeader(item) && had(key);
+    changes.push_back(
+        {.kind = changed ? ChangeKind::kItemChanged : ChangeKind::kItemNew, .item = item});
+  }
+  for (const auto& [key, item] : items_) {
+    if (!now.contains(key)) changes.push_back({.kind = ChangeKind::kItemGone, .item = item});
+  }
+  std::ranges::stable_sort(changes, {}, [](const Change& change) { return change.item.serial; });
+  items_ = std::move(now);
+  return changes;
+}
+
+std::string ChangeLine(const Change& change, FileTime local) {
+  constexpr std::size_t kKindWidth = 15;
+  std::string kind(NameOf(change.kind).text);
+  kind.resize(kKindWidth, ' ');
+  const std::string serial = IsAboutDevice(change.kind)
+                                 ? TextCell(change.device.deviceSerial.view())
+                                 : SerialText(change.item.serial);
+  return Concat({TimeText(local), "  ", kind, "  ", serial, "  ", DetailOf(change)});
+}
+
+std::string ChangeJson(const Change& change, FileTime utc) {
+  JsonWriter json;
+  json.BeginObject();
+  json.Key("time").String(TimestampText(utc));
+  json.Key("event").String(NameOf(change.kind).event);
+  if (IsAboutDevice(change.kind)) {
+    json.Key("device");
+    WriteDevice(json, change.device);
+    if (change.kind == ChangeKind::kDeviceChanged) {
+      json.Key("before");
+      WriteDevice(json, change.before);
+    }
+  } else {
+    json.Key("item");
+    WriteItem(json, change.item);
+  }
+  return json.EndObject().text();
+}
+
+}  // namespace talvorn

@@ -1,0 +1,65 @@
+#include "tool/session.h"
+
+#include "command_line/concat.h"
+#include "platform/console.h"
+#include "tool/commands.h"
+
+namespace talvorn {
+
+ClientOptions ClientOptionsOf(const ToolOptions& options) {
+  return {.timeoutMs = options.timeoutMs.value_or(kDefaultTimeoutMs),
+          .interrupt = &platform::InterruptRequest()};
+}
+
+Trouble TroubleOf(ClientStatus status) {
+  switch (status) {
+    case ClientStatus::kNoLocator:
+      return {"the locator does not answer",
+              "Is talvorn-locator running, and is TALVORN_RUNTIME_DIR the same for both?"};
+    case ClientStatus::kNoAnswer:
+      return {"the locator has not answered in time",
+              "Is it stopped or overloaded? --timeout gives it longer."};
+    case ClientStatus::kBadReply:
+      return {"what came back is not a locator's reply",
+              "Do talvorn and talvorn-locator belong together?"};
+    case ClientStatus::kNoMailslot:
+      return {"the locator cannot send its reply to this program",
+              "May this account write in TALVORN_RUNTIME_DIR?"};
+    case ClientStatus::kBadRequest:
+      return {"the locator cannot take this text",
+              "It is too long, or has characters outside its code page."};
+    case ClientStatus::kOk:
+    case ClientStatus::kInterrupted:
+      break;
+  }
+  return {};
+}
+
+void Complain(std::string_view sentence) {
+  // With standard error gone there is nobody left to tell.
+  (void)platform::WriteError(Concat({"talvorn: ", sentence, "\n"}));
+}
+
+void Complain(const Trouble& trouble) { Complain(Concat({trouble.what, ". ", trouble.advice})); }
+
+int Print(const std::string& text) {
+  if (platform::WriteOutput(text)) return kDone;
+  // Whoever closes a pipe early has seen enough, and wants no complaint.
+  if (!platform::OutputAbandoned()) Complain("standard output cannot be written");
+  return kFailed;
+}
+
+int Conclude(ClientStatus status) {
+  if (status == ClientStatus::kOk || status == ClientStatus::kInterrupted) return kDone;
+  Complain(TroubleOf(status));
+  return status == ClientStatus::kBadRequest ? kWrongUsage : kFailed;
+}
+
+bool InterruptedWithin(std::uint32_t milliseconds) {
+  const platform::Waitable* const interrupt[] = {&platform::InterruptRequest()};
+  return platform::WaitForAny(interrupt, milliseconds) == platform::WaitStatus::kSignalled;
+}
+
+bool Interrupted() { return InterruptedWithin(0); }
+
+}  // namespace talvorn

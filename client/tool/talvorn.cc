@@ -1,0 +1,39 @@
+// talvorn: the command-line client of the locator.
+#include "command_line/concat.h"
+#include "platform/console.h"
+#include "tool/commands.h"
+#include "tool/tool_options.h"
+
+namespace talvorn {
+
+int ToolMain(const std::vector<std::string>& arguments) {
+  ToolOptions options;
+  if (const auto mistake = ParseToolOptions(arguments, options)) {
+    (void)platform::WriteError(
+        Concat({"talvorn: ", mistake->sentence, "\nTry '", mistake->helpWith, "'.\n"}));
+    return kWrongUsage;
+  }
+  switch (options.command) {
+    case ToolCommand::kHelp:
+      return Print(options.help);
+    case ToolCommand::kToolVersion:
+      return Print("talvorn " TALVORN_VERSION "\n");
+    case ToolCommand::kDevices:
+    case ToolCommand::kItems:
+      return RunListCommand(options);
+    case ToolCommand::kWatch:
+      return RunWatchCommand(options);
+    case ToolCommand::kVersion:
+    case ToolCommand::kLogStart:
+    case ToolCommand::kLogStop:
+    case ToolCommand::kLogPath:
+      return RunLocatorCommand(options);
+    case ToolCommand::kHold:
+      return RunHoldCommand(options);
+    case ToolCommand::kReinit:
+      return RunReinitCommand(options);
+  }
+  return kFailed;
+}
+
+}  // namespace talvorn

@@ -1,0 +1,238 @@
+#include "tool/tool_options.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <string_view>
+#include <vector>
+
+#include "command_line/concat.h"
+#include "command_line/options.h"
+#include "command_line/terminal_text.h"
+
+namespace talvorn {
+namespace {
+
+constexpr std::uint32_t kMinIntervalMs = 100;
+constexpr std::uint32_t kDefaultWatchMs = 1'000;
+constexpr std::uint32_t kMaxMs = 86'400'000;  // a day
+
+constexpr std::string_view kAboutTimes =
+    "\nExit status: 0 done, 1 the locator does not answer or the output cannot be\n"
+    "written, 2 wrong usage.\n";
+
+TakeValue TakeOptionalSeconds(std::optional<std::uint32_t>& targetMs, std::uint32_t minMs,
+                              std::optional<std::uint32_t> missingMs = {}) {
+  return [&targetMs, minMs, missingMs](std::string_view value) -> std::string {
+    std::uint32_t milliseconds = 0;
+    if (value.empty() && missingMs) {
+      targetMs = missingMs;
+      return {};
+    }
+    std::string wanted = TakeSeconds(milliseconds, minMs, kMaxMs)(value);
+    if (wanted.empty()) targetMs = milliseconds;
+    return wanted;
+  };
+}
+
+Option JsonOption(ToolOptions& options, std::string_view help) {
+  return {"--json", "", help, TakeSwitch(options.json)};
+}
+
+Option TimeoutOption(ToolOptions& options) {
+  return {"--timeout", "SECONDS", "how long to wait for the locator (default 3)",
+          TakeOptionalSeconds(options.timeoutMs, kMinIntervalMs)};
+}
+
+std::vector<Option> ListOptions(ToolOptions& options) {
+  return {{"--watch", "[SECONDS]", "shows them again and again until Ctrl-C (default 1)",
+           TakeOptionalSeconds(options.watchMs, kMinIntervalMs, kDefaultWatchMs)},
+          JsonOption(options, "one JSON document on one line, for programs"),
+          TimeoutOption(options)};
+}
+
+std::vector<Option> AnswerOptions(ToolOptions& options) {
+  return {JsonOption(options, "a JSON document, for programs"), TimeoutOption(options)};
+}
+
+std::vector<Option> WatchOptions(ToolOptions& options) {
+  return {{"--all", "", "begins with everything that is there already", TakeSwitch(options.all)},
+          {"--interval", "SECONDS",
+           "how often to look at the devices (default 1); items are\n"
+           "looked at as well when the locator signals a change",
+           TakeSeconds(options.intervalMs, kMinIntervalMs, kMaxMs)},
+          JsonOption(options, "one JSON document for each change, for programs"),
+          TimeoutOption(options)};
+}
+
+std::vector<Option> LogPathOptions(ToolOptions& options) {
+  return {{"--reset", "", "back to the temporary directory", TakeSwitch(options.resetDirectory)},
+          JsonOption(options, "a JSON document, for programs"),
+          TimeoutOption(options)};
+}
+
+std::vector<Option> HoldOptions(ToolOptions& options) {
+  return {{"--for", "SECONDS", "ends after this time (default: with Ctrl-C)",
+           TakeOptionalSeconds(options.holdMs, 0)}};
+}
+
+std::vector<Option> ReinitOptions(ToolOptions& options) {
+  return {{"--timeout", "SECONDS",
+           "how long to wait until the locator has done it\n(default 10); 0 does not wait",
+           TakeOptionalSeconds(options.timeoutMs, 0)}};
+}
+
+struct CommandEntry {
+  std::string_view name;     // one or two words
+  std::string_view operand;  // as the usage shows it
+  ToolCommand command;
+  std::string_view summary;
+  std::string_view description;
+  std::vector<Option> (*optionsOf)(ToolOptions&);
+  std::string ToolOptions::*operandField;  // null: takes none
+};
+
+constexpr std::array<CommandEntry, 9> kCommands{{
+    {"devices", "", ToolCommand::kDevices, "the devices that the locator has found",
+     "Shows the devices that the locator has found: serial number, alias, status, clip,\n"
+     "address and the host's alias. With --watch on a terminal, '+' marks a device that has\n"
+     "just appeared, '*' one that has changed and '-' one that has gone.\n",
+     ListOptions, nullptr},
+    {"items", "", ToolCommand::kItems, "the items that devices have attached",
+     "Shows the items that devices have attached to their answers: the device's serial\n"
+     "number, the beginning of the digest that identifies the item, the header bytes that\n"
+     "belong to the device, the size in bytes and what the item holds.\n",
+     ListOptions, nullptr},
+    {"watch", "", ToolCommand::kWatch, "a line for every change of devices and items",
+     "Prints a line whenever a device appears, changes or goes, or an item is new, changes\n"
+     "or goes, until Ctrl-C. Waits for the locator when there is none.\n",
+     WatchOptions, nullptr},
+    {"version", "", ToolCommand::kVersion, "the version of the locator",
+     "Asks the locator for its version.\n", AnswerOptions, nullptr},
+    {"log path", "[DIR]", ToolCommand::kLogPath, "where client programs write their logs",
+     "Shows the directory that the locator keeps for the logs of client programs, after\n"
+     "setting it when DIR is given. It is forgotten when the locator ends.\n",
+     LogPathOptions, &ToolOptions::directory},
+    {"log start", "", ToolCommand::kLogStart, "tells client programs to write logs",
+     "Switches the log mode on: client programs are told to write logs.\n", AnswerOptions, nullptr},
+    {"log stop", "", ToolCommand::kLogStop, "tells them to stop", "Switches the log mode off.\n",
+     AnswerOptions, nullptr},
+    {"hold", "", ToolCommand::kHold, "keeps a locator alive that was started with /dynamic",
+     "Tells a locator that was started with /dynamic that it is needed, until Ctrl-C.\n",
+     HoldOptions, nullptr},
+    {"reinit", "ADDRESS", ToolCommand::kReinit, "makes the locator take up an interface anew",
+     "Makes the locator stop its work on the interface with this IPv4 address and take it up\n"
+     "anew. Needs the right to write the locator's settings.\n",
+     ReinitOptions, &ToolOptions::address},
+}};
+
+std::string GeneralHelp() {
+  constexpr std::size_t kNameWidth = 18;
+  std::string help =
+      "Usage: talvorn COMMAND [OPTIONS]\n"
+      "\n"
+      "Shows what the TALVORN locator on this machine knows.\n"
+      "\n";
+  for (const CommandEntry& entry : kCommands) {
+    std::string name(entry.name);
+    if (!entry.operand.empty()) name.append(" ").append(entry.operand);
+    name.resize(kNameWidth, ' ');
+    help.append("  ").append(name).append(entry.summary).append("\n");
+  }
+  return help.append(
+      "\n"
+      "  --help            shows this text; after a command, that command's options\n"
+      "  --version         shows the version of this program\n"
+      "\n"
+      "Example, the devices as they come and go:\n"
+      "  talvorn devices --watch\n");
+}
+
+std::string HelpOf(const CommandEntry& entry, std::span<const Option> options) {
+  return Concat({"Usage: talvorn ", entry.name, entry.operand.empty() ? "" : " ", entry.operand,
+                 " [OPTIONS]\n\n", entry.description, "\n", OptionsHelp(options), kAboutTimes});
+}
+
+std::string Quoted(std::string_view text) { return Concat({"'", EscapeForTerminal(text), "'"}); }
+
+bool IsHelp(std::string_view argument) { return argument == "--help" || argument == "-h"; }
+
+// The command that the arguments begin with; null for none. `words` is set to the
+// number of arguments that name it.
+const CommandEntry* FindCommand(std::span<const std::string> arguments, std::size_t& words) {
+  for (const CommandEntry& entry : kCommands) {
+    words = entry.name.find(' ') == std::string_view::npos ? 1 : 2;
+    if (arguments.size() < words) continue;
+    const std::string name = words == 1 ? arguments[0] : Concat({arguments[0], " ", arguments[1]});
+    if (name == entry.name) return &entry;
+  }
+  return nullptr;
+}
+
+std::optional<ToolMistake> ParseCommand(const CommandEntry& entry,
+                                        std::span<const std::string> arguments,
+                                        ToolOptions& options) {
+  options.command = entry.command;
+  bool help = false;
+  std::vector<Option> table = entry.optionsOf(options);
+  table.push_back({"--help", "", "shows this text", TakeSwitch(help)});
+  if (std::ranges::any_of(arguments, IsHelp)) {
+    options.help = HelpOf(entry, table);
+    options.command = ToolCommand::kHelp;
+    return std::nullopt;
+  }
+
+  const ToolMistake mistake{{}, Concat({"talvorn ", entry.name, " --help"})};
+  const auto wrong = [&mistake](std::string sentence) {
+    return ToolMistake{std::move(sentence), mistake.helpWith};
+  };
+  std::vector<std::string> operands;
+  if (auto sentence = ParseOptions(arguments, table, operands)) return wrong(std::move(*sentence));
+  if (operands.size() > (entry.operandField == nullptr ? 0U : 1U)) {
+    return wrong(Concat({"'", entry.name, "' takes no ", operands.size() > 1 ? "further " : "",
+                         "argument ", Quoted(operands.back())}));
+  }
+  if (!operands.empty()) options.*entry.operandField = operands.front();
+  const bool needed = !entry.operand.empty() && !entry.operand.starts_with('[');
+  if (needed && operands.empty())
+    return wrong(Concat({"'", entry.name, "' needs ", entry.operand}));
+  if (!operands.empty() && operands.front().empty())
+    return wrong(Concat({"'", entry.name, "' does not take an empty ", entry.operand}));
+  if (options.resetDirectory && !options.directory.empty())
+    return wrong("a directory and --reset exclude each other");
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<ToolMistake> ParseToolOptions(std::span<const std::string> arguments,
+                                            ToolOptions& options) {
+  const std::string helpWith = "talvorn --help";
+  if (arguments.empty()) return ToolMistake{"what is to be done? A command is missing", helpWith};
+  if (arguments[0] == "--version") {
+    options.command = ToolCommand::kToolVersion;
+    return std::nullopt;
+  }
+  if (IsHelp(arguments[0]) || (arguments[0] == "help" && arguments.size() == 1)) {
+    options.help = GeneralHelp();
+    return std::nullopt;
+  }
+  std::size_t words = 0;
+  if (arguments[0] == "help") {
+    const CommandEntry* const entry = FindCommand(arguments.subspan(1), words);
+    const std::string asked[] = {"--help"};
+    if (entry != nullptr) return ParseCommand(*entry, asked, options);
+    return ToolMistake{Concat({"there is no command ", Quoted(arguments[1])}), helpWith};
+  }
+  if (const CommandEntry* const entry = FindCommand(arguments, words))
+    return ParseCommand(*entry, arguments.subspan(words), options);
+
+  if (arguments[0] == "log")
+    return ToolMistake{"'log' is followed by start, stop or path", helpWith};
+  const bool option = arguments[0].starts_with('-');
+  return ToolMistake{Concat({"there is no ", option ? "option " : "command ", Quoted(arguments[0]),
+                             option ? " without a command" : ""}),
+                     helpWith};
+}
+
+}  // namespace talvorn

@@ -1,0 +1,48 @@
+// The command line of the tool.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace talvorn {
+
+enum class ToolCommand {
+  kHelp,
+  kToolVersion,
+  kDevices,
+  kItems,
+  kVersion,
+  kWatch,
+  kLogStart,
+  kLogStop,
+  kLogPath,
+  kHold,
+  kReinit,
+};
+
+struct ToolOptions {
+  ToolCommand command = ToolCommand::kHelp;
+  std::string help;  // kHelp: the text
+  bool json = false;
+  bool all = false;                        // kWatch: what is there already counts as a change
+  std::optional<std::uint32_t> watchMs;    // kDevices, kItems: shown again at this interval
+  std::uint32_t intervalMs = 1'000;        // kWatch: between two readings
+  std::optional<std::uint32_t> timeoutMs;  // the command's own default when not given
+  std::optional<std::uint32_t> holdMs;     // kHold: for ever when not given
+  std::string directory;                   // kLogPath: empty asks
+  bool resetDirectory = false;             // kLogPath
+  std::string address;                     // kReinit
+};
+
+struct ToolMistake {
+  std::string sentence;  // what is wrong, without full stop
+  std::string helpWith;  // "talvorn devices --help"
+};
+
+// Fills `options`, or says what is wrong with the arguments.
+[[nodiscard]] std::optional<ToolMistake> ParseToolOptions(std::span<const std::string> arguments,
+                                                          ToolOptions& options);
+
+}  // namespace talvorn

@@ -1,0 +1,63 @@
+// Devices and items as the tool shows them, to people and to programs.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/replies.h"
+#include "devices/device_record.h"
+#include "support/file_time.h"
+#include "tool/json_writer.h"
+
+namespace talvorn {
+
+// A row of a table, under a key that stays the same as long as it is about the same
+// device or item. Keys sort as rows are to stand.
+struct ViewRow {
+  std::string key;
+  std::vector<std::string> cells;  // safe for a terminal
+
+  bool operator==(const ViewRow&) const = default;
+};
+
+struct View {
+  std::string title{};  // "12 devices"
+  std::vector<std::string> headings{};
+  std::vector<ViewRow> rows{};  // sorted by key
+};
+
+[[nodiscard]] View ViewOfDevices(std::span<const DeviceRecord> devices);
+[[nodiscard]] View ViewOfItems(std::span<const DeviceItem> items);
+
+// One line each.
+[[nodiscard]] std::string DevicesJson(std::span<const DeviceRecord> devices);
+[[nodiscard]] std::string ItemsJson(std::span<const DeviceItem> items);
+
+// "12 devices", "1 device", "no devices".
+[[nodiscard]] std::string Counted(std::size_t count, std::string_view noun);
+
+// The address or addresses, "-" when there is none.
+[[nodiscard]] std::string AddressCell(const DeviceRecord& device);
+// The narrow text, "-" when it is empty.
+[[nodiscard]] std::string TextCell(std::string_view narrow);
+
+// SHA-1 of what identifies the item, in hexadecimal digits; empty when the system
+// cannot make one.
+[[nodiscard]] std::string ItemDigest(const DeviceItem& item);
+// The content as quoted text where it is one, else its first bytes.
+[[nodiscard]] std::string ContentPreview(const DeviceItem& item);
+
+// The serial as devices write it, seven digits at least.
+[[nodiscard]] std::string SerialText(std::uint32_t serial);
+[[nodiscard]] std::string HexText(std::span<const std::byte> bytes);
+
+void WriteDevice(JsonWriter& json, const DeviceRecord& device);
+void WriteItem(JsonWriter& json, const DeviceItem& item);
+
+[[nodiscard]] std::string TimeText(FileTime local);     // "14:03:07"
+[[nodiscard]] std::string TimestampText(FileTime utc);  // "2026-11-22T14:03:07.250Z"
+
+}  // namespace talvorn

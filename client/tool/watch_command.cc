@@ -1,0 +1,112 @@
+// watch: a line for every change.
+#include <algorithm>
+#include <string>
+
+#include "client/client_presence.h"
+#include "client/item_watch.h"
+#include "command_line/concat.h"
+#include "platform/clock.h"
+#include "platform/console.h"
+#include "tool/changes.h"
+#include "tool/commands.h"
+#include "tool/session.h"
+#include "tool/views.h"
+
+namespace talvorn {
+namespace {
+
+// Changes come in bursts. After a pulse the lists are read at once, and again a
+// little later, because the pulses of the moment in between are missed; they are not
+// read more often than the shorter of these times.
+constexpr std::uint32_t kSettleMs = 300;
+constexpr std::uint32_t kMinGapMs = 100;
+
+class Watcher {
+ public:
+  explicit Watcher(const ToolOptions& options)
+      : options_(options), client_(ClientOptionsOf(options)) {}
+
+  int Run() {
+    std::uint32_t limit = options_.intervalMs;
+    for (;;) {
+      const ClientStatus status = Look();
+      if (status == ClientStatus::kInterrupted || platform::OutputAbandoned()) return kDone;
+      if (outputStatus_ != kDone) return outputStatus_;
+      TellTrouble(status);
+
+      switch (watch_.Wait(limit, &platform::InterruptRequest())) {
+        case ItemWatch::Outcome::kChanged:
+          limit = std::min(kSettleMs, options_.intervalMs);
+          if (InterruptedWithin(kMinGapMs)) return kDone;
+          break;
+        case ItemWatch::Outcome::kTimeToRead:
+          limit = options_.intervalMs;
+          break;
+        case ItemWatch::Outcome::kInterrupted:
+          return kDone;
+      }
+    }
+  }
+
+ private:
+  ClientStatus Look() {
+    const auto devices = client_.GetDevices();
+    if (!devices) return devices.status;
+    const auto items = client_.GetItems();
+    if (!items) return items.status;
+
+    std::vector<Change> changes = tracker_.UpdateDevices(devices.value);
+    std::ranges::move(tracker_.UpdateItems(items.value), std::back_inserter(changes));
+    if (first_ && !options_.all) {
+      changes.clear();
+      if (!options_.json)
+        Output(Concat({NowText(), "  watching ", Counted(devices.value.size(), "device"), ", ",
+                       Counted(items.value.size(), "item"), "\n"}));
+    }
+    first_ = false;
+    Show(changes);
+    return ClientStatus::kOk;
+  }
+
+  void Show(const std::vector<Change>& changes) {
+    std::string text;
+    platform::Clock& clock = platform::SystemClock();
+    for (const Change& change : changes) {
+      text.append(options_.json ? ChangeJson(change, clock.SystemTime())
+                                : ChangeLine(change, clock.LocalTime()));
+      text.push_back('\n');
+    }
+    if (!text.empty()) Output(text);
+  }
+
+  // Once per silence, and once when it is over.
+  void TellTrouble(ClientStatus status) {
+    const bool trouble = status != ClientStatus::kOk;
+    if (trouble && !trouble_) {
+      Trouble what = TroubleOf(status);
+      Complain(Concat({what.what, ", waiting for it. ", what.advice}));
+    } else if (!trouble && trouble_) {
+      Complain("the locator answers");
+    }
+    trouble_ = trouble;
+  }
+
+  void Output(const std::string& text) { outputStatus_ = Print(text); }
+
+  static std::string NowText() { return TimeText(platform::SystemClock().LocalTime()); }
+
+  const ToolOptions& options_;
+  ClientPresence presence_;
+  ItemWatch watch_;
+  LocatorClient client_;
+  ChangeTracker tracker_;
+  bool first_ = true;
+  bool trouble_ = false;
+  int outputStatus_ = kDone;
+};
+
+}  // namespace
+
+int RunWatchCommand(const ToolOptions& options) { return Watcher(options).Run(); }
+
+}  // namespace talvorn
