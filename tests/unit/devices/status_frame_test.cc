@@ -134,7 +134,7 @@ TEST(FrameReceiver, ChainsAreBoundedByWhatIsInHand) {
   EXPECT_EQ(Received({Reply("1", MakeItem(1'101, 1))}), "complete 1 +1121");
   // What does not fit is lost, and so is the rest of it.
   EXPECT_EQ(Received({Reply("1", MakeItem(1'102, 1))}), "more, failed");
-  EXPECT_EQ(Received({Reply("1", MakeItem(1'480, 1))}), "more, failed");
+  EXPECT_EQ(Received({Reply("1", MakeItem(1'480, 1))}), "failed");
   EXPECT_EQ(Received({Reply("1", MakeItem(1'481, 1))}), "failed");
   // An item that begins or ends outside, and one that the next is far from.
   EXPECT_EQ(Received({Cut(Reply("1", MakeItem(80, 1)), 0, 478)}), "failed");
