@@ -91,6 +91,14 @@ std::uint64_t NewSignal() {
   return Mix(Mix(time) + static_cast<std::uint64_t>(getpid())) + ++counter;
 }
 
+// What is missing in the file is zero in the record.
+ObjectRecord ReadRecord(int fd) {
+  ObjectRecord record;
+  const ssize_t got = pread(fd, &record, sizeof(record), 0);
+  (void)got;
+  return record;
+}
+
 bool WriteAt(int fd, const void* bytes, std::size_t size, std::size_t offset) {
   return pwrite(fd, bytes, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
@@ -161,10 +169,8 @@ ObjectFile::Hold ObjectFile::TryHold(Descriptor& stale) {
   if (!SetLock(file.get(), F_RDLCK, kExistenceByte)) return Hold::kLocked;
   if (!IsStillAt(directory_.get(), name_, file.get())) return Hold::kMoved;
 
-  ObjectRecord record;
-  if (pread(file.get(), &record, sizeof(record), 0) != sizeof(record) || record.mark != kMark) {
-    return Hold::kBarred;
-  }
+  const ObjectRecord record = ReadRecord(file.get());
+  if (record.mark != kMark) return Hold::kBarred;
   kind_ = record.kind;
   file_ = std::move(file);
   return Hold::kHeld;
@@ -208,12 +214,7 @@ void ObjectFile::RemoveStale(const Descriptor& stale) const {
   }
 }
 
-ObjectRecord ObjectFile::Read() const {
-  ObjectRecord record;
-  const ssize_t got = pread(file_.get(), &record, sizeof(record), 0);
-  (void)got;
-  return record;
-}
+ObjectRecord ObjectFile::Read() const { return ReadRecord(file_.get()); }
 
 // Both write the beginning of the record anew, which mends a damaged one.
 bool ObjectFile::WriteSignal(std::uint32_t state) const {

@@ -1,0 +1,123 @@
+#include "platform/named_object.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "platform/clock.h"
+#include "platform/event.h"
+#include "platform/fault_injection.h"
+#include "testing/scratch_machine.h"
+
+namespace talvorn::platform {
+namespace {
+
+using Status = NamedEvent::WaitResult::Status;
+using Mode = NamedEvent::Mode;
+
+constexpr std::u16string_view kName = u"Global\\TALVORN_TEST";
+
+class NamedObject : public ::testing::Test {
+ protected:
+  testing::ScratchMachine machine_;
+};
+
+Status TestEvent(NamedEvent& event) {
+  NamedEvent* const events[] = {&event};
+  return NamedEvent::WaitAny(events, nullptr, 0).status;
+}
+
+TEST_F(NamedObject, ExistsAsLongAsSomebodyHoldsIt) {
+  EXPECT_FALSE(NamedMutex::Open(kName).valid());
+  NamedMutex first = NamedMutex::Create(kName);
+  NamedMutex second = NamedMutex::Create(kName);
+  NamedMutex third = NamedMutex::Open(u"TALVORN_TEST");
+  ASSERT_TRUE(first.valid() && second.valid() && third.valid());
+  first.Close();
+  second = NamedMutex();
+  EXPECT_TRUE(NamedMutex::Open(kName).valid());
+  NamedMutex moved = std::move(third);
+  EXPECT_TRUE(NamedMutex::Open(u"Local\\TALVORN_TEST").valid());
+  EXPECT_FALSE(NamedMutex::Open(u"TALVORN_TEST2").valid());
+  moved.Close();
+  EXPECT_FALSE(NamedMutex::Open(kName).valid());
+}
+
+TEST_F(NamedObject, MutexesAndEventsShareOneSpaceOfNames) {
+  NamedMutex mutex = NamedMutex::Create(kName);
+  EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid());
+  EXPECT_FALSE(NamedEvent::Open(kName).valid());
+  mutex.Close();
+  NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
+  EXPECT_TRUE(event.valid());
+  EXPECT_FALSE(NamedMutex::Create(kName).valid());
+  EXPECT_FALSE(NamedMutex::Open(kName).valid());
+}
+
+TEST_F(NamedObject, AllHoldersOfAnEventSeeOneState) {
+  NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
+  // The mode of the existing one counts.
+  NamedEvent other = NamedEvent::Create(kName, Mode::kAutoReset);
+  EXPECT_EQ(TestEvent(event), Status::kTimeout);
+  EXPECT_TRUE(other.Set());
+  EXPECT_EQ(TestEvent(event), Status::kEvent);
+  EXPECT_EQ(TestEvent(other), Status::kEvent) << "still set";
+  EXPECT_TRUE(event.Reset());
+  EXPECT_EQ(TestEvent(other), Status::kTimeout);
+  EXPECT_TRUE(other.Set() && event.Pulse());
+  EXPECT_EQ(TestEvent(other), Status::kTimeout) << "a pulse leaves the event not set";
+
+  event.Close();
+  EXPECT_FALSE(event.Set() || event.Reset() || event.Pulse());
+  EXPECT_TRUE(other.Set());
+}
+
+TEST_F(NamedObject, AnAutoResetEventLetsOneWaitThroughPerSet) {
+  NamedEvent event = NamedEvent::Create(kName, Mode::kAutoReset);
+  NamedEvent other = NamedEvent::Open(kName);
+  EXPECT_TRUE(event.Set() && event.Set());
+  EXPECT_EQ(TestEvent(other), Status::kEvent);
+  EXPECT_EQ(TestEvent(event), Status::kTimeout);
+  EXPECT_TRUE(event.Set() && other.Reset());
+  EXPECT_EQ(TestEvent(event), Status::kTimeout);
+}
+
+TEST_F(NamedObject, WaitAnyTellsWhatEndedIt) {
+  NamedEvent a = NamedEvent::Create(u"a", Mode::kManualReset);
+  NamedEvent b = NamedEvent::Create(u"b", Mode::kAutoReset);
+  NamedEvent closed;
+  NamedEvent* const events[] = {&closed, &a, nullptr, &b};
+  const Event interrupt = Event::Create(Event::Mode::kAutoReset);
+
+  const std::uint64_t start = MonotonicMs();
+  EXPECT_EQ(NamedEvent::WaitAny(events, &interrupt, 20).status, Status::kTimeout);
+  EXPECT_GE(MonotonicMs() - start, 20u);
+  interrupt.Set();
+  EXPECT_EQ(NamedEvent::WaitAny(events, &interrupt, std::nullopt).status, Status::kInterrupted);
+  EXPECT_EQ(NamedEvent::WaitAny({}, &interrupt, std::nullopt).status, Status::kInterrupted);
+  b.Set();
+  auto result = NamedEvent::WaitAny(events, &interrupt, std::nullopt);
+  EXPECT_EQ(result.status, Status::kEvent);
+  EXPECT_EQ(result.index, 3u);
+  a.Set();
+  result = NamedEvent::WaitAny(events, &interrupt, std::nullopt);
+  EXPECT_EQ(result.index, 1u);
+  EXPECT_TRUE(interrupt.Test()) << "the interrupt is not consumed";
+  // An interrupt that could not be made leaves its owner to look for himself.
+  a.Reset();
+  const Event none;
+  EXPECT_EQ(NamedEvent::WaitAny(events, &none, std::nullopt).status, Status::kTimeout);
+}
+
+TEST_F(NamedObject, FailuresGiveNoObject) {
+  ArmFault(Fault::kNamedObjectOpen, 4);
+  EXPECT_FALSE(NamedEvent::Open(kName).valid());
+  EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid());
+  EXPECT_FALSE(NamedMutex::Open(kName).valid());
+  EXPECT_FALSE(NamedMutex::Create(kName).valid());
+  EXPECT_TRUE(NamedMutex::Create(kName).valid());
+  DisarmFaults();
+}
+
+}  // namespace
+}  // namespace talvorn::platform

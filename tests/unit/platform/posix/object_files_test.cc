@@ -1,0 +1,296 @@
+// Named objects between processes and as files that others can get at.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/named_object.h"
+#include "platform/posix/descriptor.h"
+#include "platform/thread.h"
+#include "testing/child_process.h"
+#include "testing/scratch_machine.h"
+#include "testing/wait_until.h"
+
+namespace talvorn::platform {
+namespace {
+
+using testing::ChildProcess;
+using testing::ResultInChild;
+using testing::WaitUntil;
+using Status = NamedEvent::WaitResult::Status;
+using Mode = NamedEvent::Mode;
+
+constexpr std::u16string_view kName = u"Global\\TALVORN_TEST";
+constexpr uid_t kNobody = 65534;
+
+class ObjectFiles : public ::testing::Test {
+ protected:
+  ObjectFiles() {
+    chmod(machine_.root().c_str(), 0755);
+    chmod(Folder().c_str(), 01777);
+  }
+  [[nodiscard]] std::filesystem::path Folder() const { return machine_.root() / "run/objects"; }
+  [[nodiscard]] std::filesystem::path File() const { return Folder() / "TALVORN_TEST"; }
+
+  testing::ScratchMachine machine_;
+};
+
+Status WaitFor(NamedEvent& event, WaitLimit limit) {
+  NamedEvent* const events[] = {&event};
+  return NamedEvent::WaitAny(events, nullptr, limit).status;
+}
+
+bool SetLock(int fd, short type, off_t byte = 0) {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_start = byte;
+  lock.l_len = 1;
+  return fcntl(fd, F_OFD_SETLK, &lock) == 0;
+}
+
+// A thread that waits for an event, through a hold of its own.
+class Waiter {
+ public:
+  explicit Waiter(std::u16string_view name) : event_(NamedEvent::Open(name)) {
+    EXPECT_TRUE(event_.valid());
+    thread_ = std::thread([this] {
+      id_ = gettid();
+      released_ = WaitFor(event_, std::nullopt) == Status::kEvent;
+      done_ = true;
+    });
+    EXPECT_TRUE(WaitUntil([this] { return IsAsleep(); }));
+  }
+  ~Waiter() { thread_.join(); }
+  Waiter(const Waiter&) = delete;
+  Waiter& operator=(const Waiter&) = delete;
+
+  [[nodiscard]] bool released() const { return released_; }
+  [[nodiscard]] bool IsAsleep() const {
+    if (id_ == 0 || done_) return false;
+    std::ifstream file("/proc/self/task/" + std::to_string(id_) + "/syscall");
+    std::string number;
+    file >> number;
+    return number == "271";  // ppoll
+  }
+
+ private:
+  NamedEvent event_;
+  std::atomic<pid_t> id_{0};
+  std::atomic<bool> released_{false};
+  std::atomic<bool> done_{false};
+  std::thread thread_;
+};
+
+TEST_F(ObjectFiles, APulseReleasesThoseWhoWaitAndNobodyLater) {
+  NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
+  {
+    const Waiter first(kName);
+    const Waiter second(kName);
+    EXPECT_EQ(ResultInChild([] { return NamedEvent::Open(kName).Pulse() ? 0 : 1; }), 0);
+    EXPECT_TRUE(WaitUntil([&] { return first.released() && second.released(); }));
+  }
+  EXPECT_EQ(WaitFor(event, 0), Status::kTimeout);
+}
+
+TEST_F(ObjectFiles, APulseOfAnAutoResetEventReleasesOne) {
+  NamedEvent event = NamedEvent::Create(kName, Mode::kAutoReset);
+  const Waiter a(kName);
+  const Waiter b(kName);
+  const Waiter c(kName);
+  const auto released = [&] { return int{a.released()} + int{b.released()} + int{c.released()}; };
+  const auto asleep = [&] { return int{a.IsAsleep()} + int{b.IsAsleep()} + int{c.IsAsleep()}; };
+  EXPECT_TRUE(event.Pulse());
+  EXPECT_TRUE(WaitUntil([&] { return released() == 1 && asleep() == 2; }));
+  EXPECT_TRUE(event.Set());
+  EXPECT_TRUE(WaitUntil([&] { return released() == 2 && asleep() == 1; }));
+  EXPECT_EQ(WaitFor(event, 0), Status::kTimeout);
+  EXPECT_TRUE(event.Set() && event.Reset()) << "who waits is released all the same";
+  EXPECT_TRUE(WaitUntil([&] { return released() == 3; }));
+}
+
+TEST_F(ObjectFiles, WaitsAlsoWhereTheSystemCannotTellOfChanges) {
+  EXPECT_EQ(ResultInChild([] {
+              NamedEvent event = NamedEvent::Create(kName, Mode::kAutoReset);
+              NamedEvent other = NamedEvent::Open(kName);
+              const rlimit none{STDERR_FILENO + 1, STDERR_FILENO + 1};
+              setrlimit(RLIMIT_NOFILE, &none);
+              std::atomic<bool> done{false};
+              std::thread pulses([&] {
+                while (!done && other.Pulse()) SleepMs(5);
+              });
+              const Status status = WaitFor(event, 30'000);
+              done = true;
+              pulses.join();
+              return status == Status::kEvent ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(ObjectFiles, AKilledProcessLetsGo) {
+  ChildProcess other([] {
+    auto* const event = new NamedEvent(NamedEvent::Create(kName, Mode::kManualReset));
+    event->Set();
+  });
+  {
+    NamedEvent event = NamedEvent::Open(kName);
+    EXPECT_EQ(WaitFor(event, 0), Status::kEvent);
+    other.Kill();
+    EXPECT_TRUE(NamedEvent::Open(kName).valid()) << "there is another holder";
+  }
+  EXPECT_FALSE(NamedEvent::Open(kName).valid());
+
+  ChildProcess([] {
+    auto* const event = new NamedEvent(NamedEvent::Create(kName, Mode::kManualReset));
+    event->Set();
+  }).Kill();
+  EXPECT_TRUE(std::filesystem::exists(File()));
+  EXPECT_FALSE(NamedEvent::Open(kName).valid());
+  EXPECT_TRUE(std::filesystem::is_empty(Folder())) << "a leftover is cleared away";
+
+  ChildProcess([] { new NamedMutex(NamedMutex::Create(kName)); }).Kill();
+  NamedEvent fresh = NamedEvent::Create(kName, Mode::kAutoReset);
+  EXPECT_TRUE(fresh.valid()) << "or made anew, as something else";
+  EXPECT_EQ(WaitFor(fresh, 0), Status::kTimeout);
+}
+
+TEST_F(ObjectFiles, OtherAccountsShareObjectsAndLeftovers) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  umask(077);
+  NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
+  EXPECT_EQ(ResultInChild([] {
+              if (setresuid(kNobody, kNobody, kNobody) != 0) return 2;
+              return NamedEvent::Open(kName).Set() ? 0 : 1;
+            }),
+            0);
+  EXPECT_EQ(WaitFor(event, 0), Status::kEvent);
+  event.Close();
+
+  // A leftover that the folder does not let others remove.
+  ChildProcess([] {
+    auto* const left = new NamedEvent(NamedEvent::Create(kName, Mode::kManualReset));
+    left->Set();
+  }).Kill();
+  const auto asNobody = [] {
+    if (setresuid(kNobody, kNobody, kNobody) != 0) return 2;
+    if (NamedEvent::Open(kName).valid()) return 3;
+    NamedEvent made = NamedEvent::Create(kName, Mode::kAutoReset);
+    return made.valid() && WaitFor(made, 0) == Status::kTimeout ? 0 : 1;
+  };
+  EXPECT_EQ(ResultInChild(asNobody), 0);
+  // One that keeps others out altogether.
+  ASSERT_EQ(chmod(File().c_str(), 0600), 0);
+  EXPECT_EQ(ResultInChild(asNobody), 1);
+  umask(022);
+}
+
+TEST_F(ObjectFiles, NamesBecomePlainFileNames) {
+  const std::pair<std::u16string, std::string> names[] = {
+      {u"Global\\MUTEX_LOGMODE", "MUTEX_LOGMODE"},
+      {u"global\\a", "a"},
+      {u"Local\\Global\\b", "Global%5Cb"},
+      {u"..", "%2E."},
+      {u"a/../b c%\n\u00FC", "a%2F..%2Fb%20c%25%0A%C3%BC"},
+  };
+  for (const auto& [name, file] : names) {
+    const NamedMutex mutex = NamedMutex::Create(name);
+    EXPECT_TRUE(mutex.valid() && std::filesystem::is_regular_file(Folder() / file)) << file;
+  }
+  for (const std::u16string& name : {std::u16string(), std::u16string(u"Global\\"),
+                                     std::u16string(256, u'x'), std::u16string(86, u'/')}) {
+    EXPECT_FALSE(NamedMutex::Create(name).valid());
+    EXPECT_FALSE(NamedMutex::Open(name).valid());
+  }
+}
+
+TEST_F(ObjectFiles, WhatOthersPutInPlaceOfAnObjectIsLeftAlone) {
+  const std::filesystem::path precious = machine_.root() / "precious";
+  std::ofstream(precious) << "precious";
+  const std::pair<const char*, std::function<void()>> things[] = {
+      {"a link", [&] { std::filesystem::create_symlink(precious, File()); }},
+      {"a second name", [&] { std::filesystem::create_hard_link(precious, File()); }},
+      {"a link to nothing", [&] { std::filesystem::create_symlink("none", File()); }},
+      {"a pipe", [&] { ASSERT_EQ(mkfifo(File().c_str(), 0666), 0); }},
+      {"a directory", [&] { std::filesystem::create_directory(File()); }},
+  };
+  for (const auto& [what, make] : things) {
+    make();
+    const Descriptor holder(open(precious.c_str(), O_RDWR));
+    ASSERT_TRUE(SetLock(holder.get(), F_RDLCK));
+    EXPECT_FALSE(NamedEvent::Open(kName).valid()) << what;
+    EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid()) << what;
+    EXPECT_TRUE(std::filesystem::exists(std::filesystem::symlink_status(File()))) << what;
+    std::filesystem::remove(File());
+  }
+  std::string content;
+  std::ifstream(precious) >> content;
+  EXPECT_EQ(content, "precious");
+}
+
+TEST_F(ObjectFiles, ALockedOrDamagedFileHoldsNobodyUp) {
+  const std::uint64_t start = MonotonicMs();
+  for (const char* content : {"", "garbage that is longer than a record of an object is"}) {
+    std::ofstream(File()) << content;
+    const Descriptor holder(open(File().c_str(), O_RDWR));
+    for (const short lock : {short{F_RDLCK}, short{F_WRLCK}}) {
+      ASSERT_TRUE(SetLock(holder.get(), lock));
+      EXPECT_FALSE(NamedEvent::Open(kName).valid());
+      EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid());
+    }
+    ASSERT_TRUE(SetLock(holder.get(), F_UNLCK));
+    EXPECT_TRUE(NamedEvent::Create(kName, Mode::kManualReset).valid()) << "nobody holds it";
+  }
+  EXPECT_LT(MonotonicMs() - start, 30'000u);
+}
+
+TEST_F(ObjectFiles, DamageIsSurvivedAndMended) {
+  NamedEvent event = NamedEvent::Create(kName, Mode::kAutoReset);
+  const Descriptor hostile(open(File().c_str(), O_RDWR));
+  ASSERT_EQ(ftruncate(hostile.get(), 0), 0);
+  EXPECT_FALSE(NamedEvent::Open(kName).valid());
+  EXPECT_NE(WaitFor(event, 0), Status::kFailed);
+  EXPECT_TRUE(event.Pulse());
+  EXPECT_TRUE(NamedEvent::Open(kName).valid());
+
+  // Somebody who keeps the waiters' lock does not keep a signal from them.
+  ASSERT_TRUE(SetLock(hostile.get(), F_WRLCK, 1));
+  EXPECT_TRUE(event.Set());
+  EXPECT_EQ(WaitFor(event, 0), Status::kEvent);
+}
+
+TEST_F(ObjectFiles, ManyThatComeAndGoLeaveNothingBehind) {
+  std::atomic<int> made{0};
+  const auto comeAndGo = [&made] {
+    for (int i = 0; i < 300; ++i) {
+      NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
+      NamedEvent again = NamedEvent::Open(kName);
+      made += event.valid() && again.valid() && again.Pulse() ? 1 : 0;
+    }
+  };
+  {
+    ChildProcess other([&] {
+      auto* const thread = new std::thread([&] {
+        for (;;) comeAndGo();
+      });
+      (void)thread;
+    });
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) threads.emplace_back(comeAndGo);
+    for (std::thread& thread : threads) thread.join();
+    other.Kill();
+  }
+  EXPECT_EQ(made, 900) << "a name is never lost between them";
+  (void)NamedEvent::Open(kName);  // clears away what the killed one left
+  EXPECT_TRUE(std::filesystem::is_empty(Folder()));
+}
+
+}  // namespace
+}  // namespace talvorn::platform
