@@ -31,9 +31,11 @@ KindName NameOf(ChangeKind kind) {
     case ChangeKind::kItemChanged:
       return {"item changed", "item-changed"};
     case ChangeKind::kItemGone:
+      return {"item gone", "item-gone"};
+    case ChangeKind::kItemExpired:
       break;
   }
-  return {"item gone", "item-gone"};
+  return {"item expired", "item-expired"};
 }
 
 bool IsAboutDevice(ChangeKind kind) {
@@ -122,21 +124,25 @@ std::vector<Change> ChangeTracker::UpdateItems(std::span<const DeviceItem> items
         {{item.serial, std::string(AsText(item.header()))}, std::string(AsText(item.identity()))},
         item);
   }
-  // Whether another item with the same header was there.
-  const auto had = [this](const ItemKey& key) {
-    const auto first = items_.lower_bound({key.first, {}});
-    return first != items_.end() && first->first.first == key.first;
+  // Whether an item with the same header is among `all`.
+  const auto isIn = [](const std::map<ItemKey, DeviceItem>& all, const ItemKey& key,
+                       const DeviceItem& item) {
+    const auto first = all.lower_bound({key.first, {}});
+    return HasHeader(item) && first != all.end() && first->first.first == key.first;
   };
 
   std::vector<Change> changes;
   for (const auto& [key, item] : now) {
     if (items_.contains(key)) continue;
-    const bool changed = HasHeader(item) && had(key);
+    const bool changed = isIn(items_, key, item);
     changes.push_back(
         {.kind = changed ? ChangeKind::kItemChanged : ChangeKind::kItemNew, .item = item});
   }
   for (const auto& [key, item] : items_) {
-    if (!now.contains(key)) changes.push_back({.kind = ChangeKind::kItemGone, .item = item});
+    if (now.contains(key)) continue;
+    const bool replaced = isIn(now, key, item);
+    changes.push_back(
+        {.kind = replaced ? ChangeKind::kItemExpired : ChangeKind::kItemGone, .item = item});
   }
   std::ranges::stable_sort(changes, {}, [](const Change& change) { return change.item.serial; });
   items_ = std::move(now);

@@ -21,6 +21,7 @@ enum class ChangeKind {
   kItemNew,
   kItemChanged,  // new, but with the device's header of one that was there before
   kItemGone,
+  kItemExpired,  // gone, but one with the same header is there, as after a change
 };
 
 struct Change {

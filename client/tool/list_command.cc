@@ -84,7 +84,6 @@ class LiveTable {
   explicit LiveTable(const ToolOptions& options) : options_(options) {
     const char* const noColour = std::getenv("NO_COLOR");
     colours_ = noColour == nullptr || *noColour == '\0';
-    title_ = options.command == ToolCommand::kDevices ? "TALVORN devices" : "TALVORN items";
   }
 
   [[nodiscard]] std::string Page(const Reading& reading) {
@@ -95,7 +94,7 @@ class LiveTable {
     }
     std::vector<ScreenLine> lines;
     const bool answered = reading.status == ClientStatus::kOk;
-    lines.push_back({Concat({title_, "   ", answered ? view_->title : "no answer", "   ", NowText(),
+    lines.push_back({Concat({"TALVORN   ", answered ? view_->title : "no answer", "   ", NowText(),
                              "   ", every}),
                      LineStyle::kStrong});
     lines.emplace_back();
@@ -166,7 +165,6 @@ class LiveTable {
 
   const ToolOptions& options_;
   bool colours_ = true;
-  std::string title_;
   std::optional<View> view_;  // as last read
   std::vector<MarkedRow> marked_;
   RowHistory history_{kMarkMs};

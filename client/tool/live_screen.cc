@@ -60,7 +60,7 @@ std::string ComposePage(std::span<const ScreenLine> lines, platform::TerminalSiz
   };
   for (const ScreenLine& line : lines.first(shown)) add(line);
   if (shown < lines.size())
-    add({Concat({"and ", std::to_string(lines.size() - shown), " more"}), LineStyle::kFaint});
+    add({Concat({"... and ", std::to_string(lines.size() - shown), " more"}), LineStyle::kFaint});
   return page.append(kEraseBelow);
 }
 

@@ -208,7 +208,7 @@ std::optional<ToolMistake> ParseCommand(const CommandEntry& entry,
 std::optional<ToolMistake> ParseToolOptions(std::span<const std::string> arguments,
                                             ToolOptions& options) {
   const std::string helpWith = "talvorn --help";
-  if (arguments.empty()) return ToolMistake{"what is to be done? A command is missing", helpWith};
+  if (arguments.empty()) return ToolMistake{"a command is missing", helpWith};
   if (arguments[0] == "--version") {
     options.command = ToolCommand::kToolVersion;
     return std::nullopt;

@@ -91,14 +91,14 @@ View ViewOfDevices(std::span<const DeviceRecord> devices) {
 
 View ViewOfItems(std::span<const DeviceItem> items) {
   View view{.title = Counted(items.size(), "item"),
-            .headings = {"SERIAL", "ITEM", "HEADER", "SIZE", "CONTENT"}};
+            .headings = {"SERIAL", "ITEM", "SIZE", "CONTENT", "HEADER"}};
   for (const DeviceItem& item : items) {
     const std::string serial = SerialText(item.serial);
     const std::string header = HexText(item.header());
     const std::string digest = ItemDigest(item);
     view.rows.push_back({Concat({serial, header, digest}),
-                         {serial, TextCell(digest.substr(0, kShortDigest)), header,
-                          std::to_string(item.bytes.size()), ContentPreview(item)}});
+                         {serial, TextCell(digest.substr(0, kShortDigest)),
+                          std::to_string(item.bytes.size()), ContentPreview(item), header}});
   }
   SortByKey(view.rows);
   return view;
