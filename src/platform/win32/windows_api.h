@@ -1,0 +1,28 @@
+// The Windows headers, in the one order and with the one set of switches that they
+// are used with here. Nothing else includes them, and no header outside win32/
+// includes this one.
+#pragma once
+
+// Windows 7. A standard header seen earlier may have set what the compiler takes
+// for the default.
+#undef _WIN32_WINNT
+#define _WIN32_WINNT 0x0601
+#undef WINVER
+#define WINVER 0x0601
+#undef NTDDI_VERSION
+#define NTDDI_VERSION 0x06010000
+
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+
+// clang-format off
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <mswsock.h>
+#include <iphlpapi.h>
+#include <windows.h>
+// clang-format on
