@@ -1,0 +1,216 @@
+#include "client/locator_client.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "messages/messages.h"
+#include "platform/clock.h"
+#include "platform/event.h"
+#include "platform/mailslot.h"
+#include "platform/thread.h"
+#include "support/byte_io.h"
+#include "testing/scratch_machine.h"
+#include "testing/wait_until.h"
+
+namespace talvorn {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+using platform::Event;
+
+constexpr std::uint32_t kLongMs = 30'000;
+constexpr std::uint32_t kShortMs = 150;
+
+Bytes Reply(ReplyType type, std::uint32_t count, std::span<const std::byte> payload) {
+  Bytes reply(kReplyHeaderSize + payload.size());
+  EncodeReplyHeader(
+      {.totalLength = static_cast<std::uint32_t>(reply.size()), .type = type, .count = count},
+      reply);
+  std::ranges::copy(payload, reply.begin() + kReplyHeaderSize);
+  return reply;
+}
+
+Bytes TextReply(ReplyType type, std::string text) {
+  text.push_back('\0');
+  return Reply(type, static_cast<std::uint32_t>(text.size()), AsBytes(text));
+}
+
+void Deliver(const std::u16string& mailslot, const Bytes& reply) {
+  EXPECT_EQ(platform::WriteMailslot(mailslot, reply, 1'000), platform::MailslotWrite::kWritten);
+}
+
+// Stands in for the locator: hands every request to `serve`, in a thread of its own.
+class FakeLocator {
+ public:
+  using Serve = std::function<void(const Request& request)>;
+
+  explicit FakeLocator(Serve serve)
+      : serve_(std::move(serve)),
+        stop_(Event::Create(Event::Mode::kManualReset)),
+        mailslot_(platform::Mailslot::Create(kServerMailslot, 0, nullptr)) {
+    EXPECT_TRUE(mailslot_.valid());
+    thread_ = platform::Thread::Start("fake-locator", [this] { return Run(); });
+  }
+  ~FakeLocator() {
+    stop_.Set();
+    thread_.Join();
+  }
+
+ private:
+  std::uint32_t Run() {
+    while (!stop_.Test()) {
+      if (mailslot_.WaitForMessage(stop_, kLongMs) != platform::WaitStatus::kSignalled) continue;
+      const auto waiting = mailslot_.Query();
+      if (!waiting || !waiting->nextSize) continue;
+      Bytes message(*waiting->nextSize);
+      const auto size = mailslot_.Read(message, stop_);
+      message.resize(size.value_or(0));
+      if (const auto request = DecodeRequest(message)) serve_(*request);
+    }
+    return 0;
+  }
+
+  Serve serve_;
+  Event stop_;
+  platform::Mailslot mailslot_;
+  platform::Thread thread_;
+};
+
+class LocatorClientTest : public ::testing::Test {
+ protected:
+  std::size_t MailslotCount() const {
+    const auto folder = machine_.root() / "run/mailslot";
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+  }
+
+  testing::ScratchMachine machine_;
+};
+
+TEST_F(LocatorClientTest, AsksAndDecodes) {
+  std::vector<std::string> commands;
+  FakeLocator locator([&](const Request& request) {
+    commands.push_back(request.command);
+    if (request.command == "GETVERSION")
+      Deliver(request.replyMailslot, TextReply(ReplyType::kVersion, "1.2.3.4"));
+    if (request.command == "GETLOGPATH")
+      Deliver(request.replyMailslot, TextReply(ReplyType::kLogPath,
+                                               "D:\\Pr\xFC"
+                                               "fung\\"));
+    if (request.command == "GETINFO")
+      Deliver(request.replyMailslot, Reply(ReplyType::kDevices, 1, Bytes(kDeviceRecordSize)));
+    if (request.command == "GETITEMS")
+      Deliver(request.replyMailslot, Reply(ReplyType::kItems, 0, Bytes(1)));
+  });
+  {
+    LocatorClient client({.timeoutMs = kLongMs});
+    EXPECT_EQ(client.GetVersion().value, "1.2.3.4");
+    EXPECT_EQ(client.GetLogPath().value,
+              "D:\\Pr\xC3\xBC"
+              "fung\\");
+    EXPECT_EQ(client.GetDevices().value.size(), 1u);
+    EXPECT_TRUE(client.GetItems());
+    // Those without reply are done when the next one is answered.
+    EXPECT_EQ(client.StartLog(), ClientStatus::kOk);
+    EXPECT_EQ(client.StopLog(), ClientStatus::kOk);
+    EXPECT_EQ(client.ResetLogPath(), ClientStatus::kOk);
+    EXPECT_EQ(client.SetLogPath("/pr\xC3\xBC"
+                                "f;x"),
+              ClientStatus::kOk);
+    EXPECT_EQ(MailslotCount(), 2u);
+  }
+  EXPECT_EQ(MailslotCount(), 1u);  // nothing left behind
+  EXPECT_EQ(commands, (std::vector<std::string>{"GETVERSION", "GETLOGPATH", "GETINFO", "GETITEMS",
+                                                "STARTLOG", "GETVERSION", "STOPLOG", "GETVERSION",
+                                                "SETLOGPATH", "GETVERSION",
+                                                "SETLOGPATH;/pr\xFC"
+                                                "f;x",
+                                                "GETVERSION"}));
+}
+
+TEST_F(LocatorClientTest, RefusesWhatTheLocatorCannotTake) {
+  FakeLocator locator([](const Request&) { ADD_FAILURE() << "a request was sent"; });
+  LocatorClient client({.timeoutMs = kLongMs});
+  EXPECT_EQ(client.SetLogPath(""), ClientStatus::kBadRequest);
+  EXPECT_EQ(client.SetLogPath("/\xC5\xBA"), ClientStatus::kBadRequest);  // not in the code page
+  EXPECT_EQ(client.SetLogPath("/\xFF"), ClientStatus::kBadRequest);      // not UTF-8
+  EXPECT_EQ(client.SetLogPath(std::string("/a\0b", 4)), ClientStatus::kBadRequest);
+  EXPECT_EQ(client.SetLogPath(std::string(1'013, 'x')), ClientStatus::kBadRequest);
+}
+
+TEST_F(LocatorClientTest, TakesAReplyOfFourMegabytes) {
+  constexpr std::uint32_t kCount = 12'000;
+  FakeLocator locator([](const Request& request) {
+    Bytes records(std::size_t{kCount} * kDeviceRecordSize);
+    records[records.size() - kDeviceRecordSize + 94] = std::byte{'7'};
+    Deliver(request.replyMailslot, Reply(ReplyType::kDevices, kCount, records));
+  });
+  LocatorClient client({.timeoutMs = kLongMs});
+  const auto devices = client.GetDevices();
+  ASSERT_TRUE(devices);
+  ASSERT_EQ(devices.value.size(), kCount);
+  EXPECT_EQ(devices.value.back().deviceSerial.view(), "7");
+}
+
+TEST_F(LocatorClientTest, PassesOverWhatIsNotItsReply) {
+  FakeLocator locator([](const Request& request) {
+    // The answer to somebody's unnamed request, junk, and a reply that lies.
+    Deliver(request.replyMailslot,
+            TextReply(ReplyType::kUnknownCommand, "UNKNOWN COMMAND: INVALID COMMAND"));
+    Deliver(request.replyMailslot, Bytes(3, std::byte{0x41}));
+    Deliver(request.replyMailslot, Bytes(500, std::byte{0x41}));
+    Bytes lie = TextReply(ReplyType::kVersion, "9.9.9.9");
+    lie[8] = std::byte{0xFF};
+    Deliver(request.replyMailslot, lie);
+    Deliver(request.replyMailslot, TextReply(ReplyType::kVersion, "1.0.0.0"));
+  });
+  LocatorClient client({.timeoutMs = kLongMs});
+  EXPECT_EQ(client.GetVersion().value, "1.0.0.0");
+}
+
+TEST_F(LocatorClientTest, IgnoresTheReplyToAnEarlierRequest) {
+  std::u16string first;
+  FakeLocator locator([&](const Request& request) {
+    if (first.empty()) {
+      first = request.replyMailslot;  // answered too late
+      return;
+    }
+    (void)platform::WriteMailslot(first, TextReply(ReplyType::kVersion, "stale"), 0);
+    Deliver(request.replyMailslot, TextReply(ReplyType::kVersion, "fresh"));
+  });
+  LocatorClient client({.timeoutMs = kShortMs});
+  EXPECT_EQ(client.GetVersion().status, ClientStatus::kNoAnswer);
+  Answer<std::string> second;
+  EXPECT_TRUE(testing::WaitUntil([&] { return bool(second = client.GetVersion()); }));
+  EXPECT_EQ(second.value, "fresh");
+}
+
+TEST_F(LocatorClientTest, SaysWhyThereIsNoAnswer) {
+  LocatorClient client({.timeoutMs = kShortMs});
+  EXPECT_EQ(client.GetVersion().status, ClientStatus::kNoLocator);
+  EXPECT_EQ(client.StartLog(), ClientStatus::kNoLocator);
+  EXPECT_EQ(MailslotCount(), 0u);
+
+  bool lie = false;
+  FakeLocator locator([&](const Request& request) {
+    if (lie) Deliver(request.replyMailslot, Bytes(100, std::byte{1}));
+  });
+  EXPECT_EQ(client.GetDevices().status, ClientStatus::kNoAnswer);
+  lie = true;
+  EXPECT_EQ(client.GetDevices().status, ClientStatus::kBadReply);
+}
+
+TEST_F(LocatorClientTest, ARequestThatWaitsCanBeInterrupted) {
+  const Event interrupt = Event::Create(Event::Mode::kManualReset);
+  FakeLocator locator([&](const Request&) { interrupt.Set(); });
+  LocatorClient client({.timeoutMs = kLongMs, .interrupt = &interrupt});
+  const std::uint64_t start = platform::MonotonicMs();
+  EXPECT_EQ(client.GetItems().status, ClientStatus::kInterrupted);
+  EXPECT_LT(platform::MonotonicMs() - start, kLongMs / 2);
+}
+
+}  // namespace
+}  // namespace talvorn
