@@ -6,6 +6,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 
@@ -30,6 +31,11 @@ constexpr int kOpenAttempts = 8;
 static_assert(sizeof(ObjectRecord) == 32 && offsetof(ObjectRecord, state) == 8 &&
               offsetof(ObjectRecord, signal) == 16 && offsetof(ObjectRecord, consumed) == 24);
 
+bool IsPlain(char16_t unit) {
+  return (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z') ||
+         (unit >= u'0' && unit <= u'9') || unit == u'_' || unit == u'-' || unit == u'.';
+}
+
 // The name without its scope; what is no letter, digit, '_', '-' or inner '.' as %XX
 // of its UTF-8 bytes. Empty when no file can have the name.
 std::string FileNameOf(std::u16string_view name) {
@@ -40,15 +46,17 @@ std::string FileNameOf(std::u16string_view name) {
     }
   }
   std::string file;
-  for (const char c : WideToUtf8(name)) {
-    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                       c == '_' || c == '-' || (c == '.' && !file.empty());
-    if (plain) {
-      file += c;
-    } else {
-      constexpr std::string_view kDigits = "0123456789ABCDEF";
+  if (std::all_of(name.begin(), name.end(), IsPlain) && !name.starts_with(u'.')) {
+    file.assign(name.begin(), name.end());
+  } else {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    for (const char c : WideToUtf8(name)) {
       const auto byte = static_cast<unsigned char>(c);
-      file += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
+      if (IsPlain(byte) && (c != '.' || !file.empty())) {
+        file += c;
+      } else {
+        file += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
+      }
     }
   }
   return file.size() <= kLongestFileName ? file : std::string();
@@ -115,9 +123,8 @@ ObjectFile::~ObjectFile() {
 ObjectFile ObjectFile::Open(std::u16string_view name) {
   ObjectFile object({}, FileNameOf(name));
   if (object.name_.empty()) return object;
-  // Most events that are looked for do not exist, which this is the fastest way to see.
-  const std::string path = RuntimeFolderPath(RuntimeFolder::kObjects) + '/' + object.name_;
-  if (access(path.c_str(), F_OK) != 0) return object;
+  // Most events that are looked for do not exist.
+  if (!MayBeObject(object.name_)) return object;
 
   object.directory_ = OpenRuntimeFolder(RuntimeFolder::kObjects, false);
   Hold hold = Hold::kMoved;

@@ -13,12 +13,15 @@
 namespace talvorn::platform {
 namespace {
 
-constexpr int kAttempts = 16;
+constexpr int kAttempts = 25;
 constexpr std::uint32_t kPauseMs = 2;
 
 // Longer than the steps of a file's time stamps: a file left alone for this long
 // shows every later write in its stamp, and whoever truncated it has filled it.
 constexpr std::int64_t kSettledNs = 20'000'000;
+// A file that is replaced all the time never gets that old. From this attempt on it is
+// enough to read the same twice.
+constexpr int kPatience = 10;
 
 std::int64_t Nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -50,6 +53,7 @@ bool ReadBytes(int fd, std::size_t size, std::string& bytes) {
 }  // namespace
 
 std::optional<FileContent> ReadTextFile(const std::string& path) {
+  std::optional<FileContent> previous;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     FileContent content;
@@ -64,9 +68,13 @@ std::optional<FileContent> ReadTextFile(const std::string& path) {
     if (!ReadBytes(file.get(), size, content.bytes) || fstat(file.get(), &after) != 0) {
       return std::nullopt;
     }
-    const bool unchanged =
-        FileStamp(content.status) == FileStamp(after) && content.bytes.size() == size;
-    if (unchanged && settled) return content;
+    if (FileStamp(content.status) == FileStamp(after) && content.bytes.size() == size) {
+      const bool confirmed = attempt >= kPatience && previous &&
+                             FileStamp(previous->status) == FileStamp(content.status) &&
+                             previous->bytes == content.bytes;
+      if (settled || confirmed) return content;
+      previous = std::move(content);
+    }
     SleepMs(kPauseMs);
   }
   return std::nullopt;

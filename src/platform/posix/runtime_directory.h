@@ -19,6 +19,10 @@ enum class RuntimeFolder { kMailslot, kObjects };
 // runtime directory, where they are missing.
 [[nodiscard]] Descriptor OpenRuntimeFolder(RuntimeFolder folder, bool create);
 
+// Whether something of this name stands in the folder of the objects: the cheapest way
+// to see that there is nothing. A folder made anew is noticed within a tenth of a second.
+[[nodiscard]] bool MayBeObject(const std::string& name);
+
 // Makes the runtime directory ready for the locator. Otherwise false, and in
 // `obstacle` a sentence that says what is in the way and what to do.
 [[nodiscard]] bool PrepareRuntimeDirectory(std::string& obstacle);

@@ -121,13 +121,15 @@ TEST_F(ObjectFiles, WaitsAlsoWhereTheSystemCannotTellOfChanges) {
   EXPECT_EQ(ResultInChild([] {
               NamedEvent event = NamedEvent::Create(kName, Mode::kAutoReset);
               NamedEvent other = NamedEvent::Open(kName);
-              const rlimit none{STDERR_FILENO + 1, STDERR_FILENO + 1};
-              setrlimit(RLIMIT_NOFILE, &none);
               std::atomic<bool> done{false};
               std::thread pulses([&] {
                 while (!done && other.Pulse()) SleepMs(5);
               });
+              const rlimit none{STDERR_FILENO + 1, 64};
+              const rlimit enough{64, 64};
+              setrlimit(RLIMIT_NOFILE, &none);
               const Status status = WaitFor(event, 30'000);
+              setrlimit(RLIMIT_NOFILE, &enough);
               done = true;
               pulses.join();
               return status == Status::kEvent ? 0 : 1;
