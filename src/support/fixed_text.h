@@ -25,7 +25,7 @@ class FixedText {
   // Cuts to kWidth - 1 characters and zeroes the rest of the field.
   void Assign(std::string_view text) {
     bytes_.fill('\0');
-    std::memcpy(bytes_.data(), text.data(), std::min(text.size(), kWidth - 1));
+    std::copy_n(text.begin(), std::min(text.size(), kWidth - 1), bytes_.begin());
   }
   // Empties the field by its first byte alone.
   void Clear() { bytes_[0] = '\0'; }
@@ -33,7 +33,7 @@ class FixedText {
   // The field as received, of exactly kWidth bytes. A text without terminator is
   // cut to kWidth - 1 characters.
   void AssignField(std::span<const std::byte> field) {
-    std::memcpy(bytes_.data(), field.data(), std::min(field.size(), kWidth));
+    if (field.size() == kWidth) std::memcpy(bytes_.data(), field.data(), kWidth);
     bytes_[kWidth - 1] = '\0';
   }
   [[nodiscard]] std::span<const std::byte> field() const {
