@@ -48,7 +48,7 @@ std::string Format(CheckedFormat<char, std::type_identity_t<Arguments>...> forma
 }
 
 std::string_view AddressOf(const std::vector<std::string>& addresses, std::uint32_t index) {
-  if (addresses.empty()) return {};
+  if (addresses.empty()) return "";
   return addresses[index % addresses.size()];
 }
 

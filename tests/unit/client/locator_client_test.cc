@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -92,7 +94,8 @@ class LocatorClientTest : public ::testing::Test {
 
 TEST_F(LocatorClientTest, AsksAndDecodes) {
   std::vector<std::string> commands;
-  FakeLocator locator([&](const Request& request) {
+  std::optional<FakeLocator> locator;
+  locator.emplace([&](const Request& request) {
     commands.push_back(request.command);
     if (request.command == "GETVERSION")
       Deliver(request.replyMailslot, TextReply(ReplyType::kVersion, "1.2.3.4"));
@@ -123,6 +126,7 @@ TEST_F(LocatorClientTest, AsksAndDecodes) {
     EXPECT_EQ(MailslotCount(), 2u);
   }
   EXPECT_EQ(MailslotCount(), 1u);  // nothing left behind
+  locator.reset();
   EXPECT_EQ(commands, (std::vector<std::string>{"GETVERSION", "GETLOGPATH", "GETINFO", "GETITEMS",
                                                 "STARTLOG", "GETVERSION", "STOPLOG", "GETVERSION",
                                                 "SETLOGPATH", "GETVERSION",
@@ -194,7 +198,7 @@ TEST_F(LocatorClientTest, SaysWhyThereIsNoAnswer) {
   EXPECT_EQ(client.StartLog(), ClientStatus::kNoLocator);
   EXPECT_EQ(MailslotCount(), 0u);
 
-  bool lie = false;
+  std::atomic<bool> lie = false;
   FakeLocator locator([&](const Request& request) {
     if (lie) Deliver(request.replyMailslot, Bytes(100, std::byte{1}));
   });
