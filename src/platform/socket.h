@@ -123,16 +123,20 @@ class Socket final : public Waitable {
   [[nodiscard]] std::optional<std::size_t> Receive(std::span<std::byte> buffer);
   void ShutdownBoth();
 
-  [[nodiscard]] std::intptr_t waitHandle() const override { return handle_; }
+  [[nodiscard]] std::intptr_t waitHandle() const override {
+    return readable_ == kNoWaitHandle ? handle_ : readable_;
+  }
 
  private:
   explicit Socket(std::intptr_t handle, AddressFamily family) : handle_(handle), family_(family) {}
 
   std::intptr_t handle_ = kNoWaitHandle;
+  std::intptr_t readable_ = kNoWaitHandle;  // what is waited on where it is not the socket
   AddressFamily family_ = AddressFamily::kUnspecified;
   SocketAddress group_;                     // joined group; size 0 for none
   std::uint32_t interfaceValue_ = 0;        // as given to JoinGroup
   std::uint32_t memberInterfaceIndex_ = 0;  // where the membership stands
+  [[maybe_unused]] bool receives_ = false;  // a large receive buffer was asked for
 };
 
 }  // namespace talvorn::platform

@@ -18,6 +18,10 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
+// inet_addr() is asked for by name.
+#ifndef _WINSOCK_DEPRECATED_NO_WARNINGS
+#define _WINSOCK_DEPRECATED_NO_WARNINGS
+#endif
 
 // clang-format off
 #include <winsock2.h>
