@@ -151,11 +151,12 @@ std::vector<Change> ChangeTracker::UpdateItems(std::span<const DeviceItem> items
 
 std::string ChangeLine(const Change& change, FileTime local) {
   constexpr std::size_t kKindWidth = 15;
+  constexpr std::size_t kSerialWidth = 7;
   std::string kind(NameOf(change.kind).text);
   kind.resize(kKindWidth, ' ');
-  const std::string serial = IsAboutDevice(change.kind)
-                                 ? TextCell(change.device.deviceSerial.view())
-                                 : SerialText(change.item.serial);
+  std::string serial = IsAboutDevice(change.kind) ? TextCell(change.device.deviceSerial.view())
+                                                  : SerialText(change.item.serial);
+  serial.resize(std::max(serial.size(), kSerialWidth), ' ');
   return Concat({TimeText(local), "  ", kind, "  ", serial, "  ", DetailOf(change)});
 }
 

@@ -48,17 +48,17 @@ TEST(ChangeTracker, DevicesAppearChangeAndGo) {
   ChangeTracker tracker;
   const std::vector<DeviceRecord> first = {Device("1000", "RUN"), Device("999", "IDLE")};
   EXPECT_THAT(Lines(tracker.UpdateDevices(first)),
-              ElementsAre("12:00:00  device appeared  1000  Oven  RUN  10.0.0.1",
-                          "12:00:00  device appeared  999  Oven  IDLE  10.0.0.1"));
+              ElementsAre("12:00:00  device appeared  1000     Oven  RUN  10.0.0.1",
+                          "12:00:00  device appeared  999      Oven  IDLE  10.0.0.1"));
   EXPECT_THAT(tracker.UpdateDevices(first), IsEmpty());
 
   std::vector<DeviceRecord> second = {Device("1", "RUN"), Device("1000", "")};
   second[1].deviceIpv6.Assign("fe80::1");
   EXPECT_THAT(Lines(tracker.UpdateDevices(second)),
-              ElementsAre("12:00:00  device appeared  1  Oven  RUN  10.0.0.1",
-                          "12:00:00  device changed   1000  status RUN -> -, IPv6 address - -> "
+              ElementsAre("12:00:00  device appeared  1        Oven  RUN  10.0.0.1",
+                          "12:00:00  device changed   1000     status RUN -> -, IPv6 address - -> "
                           "fe80::1",
-                          "12:00:00  device gone      999  Oven  IDLE  10.0.0.1"));
+                          "12:00:00  device gone      999      Oven  IDLE  10.0.0.1"));
 }
 
 TEST(ChangeTracker, WhatDoesNotShowIsNoChange) {
@@ -96,7 +96,7 @@ TEST(ChangeTracker, LinesAreSafeAndDocumentsComplete) {
   ChangeTracker tracker;
   const DeviceRecord before = Device("1", "\x1b[m");
   auto changes = tracker.UpdateDevices({&before, 1});
-  EXPECT_EQ(Lines(changes)[0], "12:00:00  device appeared  1  Oven  \\x1b[m  10.0.0.1");
+  EXPECT_EQ(Lines(changes)[0], "12:00:00  device appeared  1        Oven  \\x1b[m  10.0.0.1");
   const DeviceRecord after = Device("1", "RUN");
   changes = tracker.UpdateDevices({&after, 1});
   const std::string json = ChangeJson(changes.at(0), kNoon);
