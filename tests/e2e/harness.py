@@ -1,0 +1,621 @@
+"""What the end-to-end tests stand on: the real binaries in private networks, a
+journal to read the event log from, raw mailslot clients, stations that speak the
+wire format, and captures of what really went over a network.
+
+Nothing here sleeps and hopes: tests wait for conditions with wait_until().
+"""
+
+import array
+import contextlib
+import datetime
+import fcntl
+import functools
+import os
+import re
+import select
+import signal
+import socket
+import struct
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+import wire
+from network import Network
+
+LIMIT = 60.0  # seconds that any condition may take on a slow, busy machine
+LARGE_MESSAGE = 128 * 1024  # a longer mailslot message travels as a memory file
+
+SETTINGS_KEY = r"HKEY_LOCAL_MACHINE\Software\Kestrow\TAL-VORN\Settings"
+INTERFACES_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\Kestrow\TAL-VORN\Interfaces"
+
+# Times that keep the tests short. What a test says itself goes before these.
+QUICK_SETTINGS = {
+    "DebugView": 1,
+    "Time Request": 300,
+    "Time Master": 2000,
+    "Time Response Valid": 1500,
+    "Time Network Changes": 150,
+}
+
+_SANITIZER_REPORT = re.compile(
+    r"==\d+==\s*ERROR|AddressSanitizer|LeakSanitizer|ThreadSanitizer|runtime error:")
+_SANITIZER_SETTINGS = {
+    "ASAN_OPTIONS": "exitcode=86:detect_leaks=1:detect_stack_use_after_return=1",
+    "UBSAN_OPTIONS": "halt_on_error=1:print_stacktrace=1",
+    "TSAN_OPTIONS": "exitcode=66:halt_on_error=1:second_deadlock_stack=1",
+}
+
+
+class Options:
+    """Set once by run.py."""
+    binaries = ""
+    short = False
+
+
+def full_set(test):
+    """Marks a test that the shorter set, for slow builds, leaves out."""
+    @functools.wraps(test)
+    def run(self, *arguments):
+        if Options.short:
+            self.skipTest("left out of the short set")
+        test(self, *arguments)
+    return run
+
+
+def wait_until(condition, what="the condition", limit=LIMIT):
+    """Returns the condition's value as soon as it is true."""
+    deadline = time.monotonic() + limit
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise AssertionError(f"waited {limit:.0f} s in vain for {what}")
+        time.sleep(0.01)
+
+
+def stays_true(condition, seconds):
+    """Whether the condition holds for all of that time."""
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        if not condition():
+            return False
+        time.sleep(0.01)
+    return True
+
+
+class Process:
+    """A program of ours in a host's namespace, its output kept in files."""
+
+    def __init__(self, host, program, *arguments, directory, environment=(), stdout=None,
+                 stderr=None, user=None):
+        self.name = program
+        base = tempfile.mktemp(prefix=program + "-", dir=directory)
+        self._out_path, self._err_path = base + ".out", base + ".err"
+        whole = {**os.environ, **_SANITIZER_SETTINGS, **dict(environment)}
+        with host, open(self._err_path, "wb") as err, open(self._out_path, "wb") as out:
+            self._popen = subprocess.Popen(
+                [os.path.join(Options.binaries, program), *arguments], env=whole,
+                stdin=subprocess.DEVNULL, stdout=stdout or out, stderr=stderr or err, user=user)
+        self.pid = self._popen.pid
+
+    @property
+    def out(self):
+        with open(self._out_path, encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    @property
+    def err(self):
+        with open(self._err_path, encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    @property
+    def ended(self):
+        return self._popen.poll() is not None
+
+    def signal(self, number):
+        self._popen.send_signal(number)
+
+    def wait(self, limit=LIMIT):
+        """The exit status; checks that no sanitizer had anything to say."""
+        try:
+            status = self._popen.wait(limit)
+        except subprocess.TimeoutExpired:
+            self._popen.kill()
+            self._popen.wait()
+            raise AssertionError(f"{self.name} did not end within {limit:.0f} s") from None
+        report = _SANITIZER_REPORT.search(self.err)
+        if report:
+            raise AssertionError(f"{self.name}: sanitizer report\n" + self.err[report.start():])
+        return status
+
+    def kill(self):
+        self._popen.kill()
+        self.wait()
+
+    def discard(self):
+        """Ends it if it still runs, whatever it makes of that."""
+        if not self.ended:
+            self._popen.terminate()
+        self.wait()
+
+    def task_values(self, file):
+        """Contents of a file of /proc for every thread."""
+        base = f"/proc/{self.pid}/task"
+        values = []
+        for task in os.listdir(base):
+            with contextlib.suppress(OSError), open(f"{base}/{task}/{file}",
+                                                    encoding="ascii") as one:
+                values.append(one.read())
+        return values
+
+
+class Journal:
+    """Takes the place of the system's journal; keeps every entry."""
+
+    def __init__(self, path):
+        self.path = path
+        self.entries = []
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind(path)
+        self._thread = threading.Thread(target=self._collect, daemon=True)
+        self._thread.start()
+
+    def _collect(self):
+        while True:
+            data, descriptors = _receive(self._socket)
+            if data == b"end":
+                return
+            if not data and descriptors:
+                data = _whole_file(descriptors[0])
+            for descriptor in descriptors:
+                os.close(descriptor)
+            self.entries.append(self._parse(data))
+
+    @staticmethod
+    def _parse(data):
+        entry = {}
+        while data:
+            line, data = data.split(b"\n", 1)
+            name, separator, value = line.partition(b"=")
+            if not separator:
+                (size,) = struct.unpack_from("<Q", data)
+                value, data = data[8:8 + size], data[9 + size:]
+            entry[name.decode()] = value.decode()
+        return entry
+
+    def close(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.sendto(b"end", self.path)
+        self._thread.join()
+        self._socket.close()
+
+    def texts(self, source=None):
+        """The messages in order, of one source or of all."""
+        return [entry["MESSAGE"] for entry in list(self.entries)
+                if source in (None, entry["SYSLOG_IDENTIFIER"])]
+
+    def count(self, text):
+        return self.texts().count(text)
+
+    def wait_for(self, text, count=1):
+        wait_until(lambda: self.count(text) >= count, f"{count} x {text!r} in the event log")
+
+
+def _receive(receiver, size=1 << 20):
+    data, ancillary, _, _ = receiver.recvmsg(size, socket.CMSG_SPACE(64))
+    descriptors = array.array("i")
+    for level, kind, content in ancillary:
+        if (level, kind) == (socket.SOL_SOCKET, socket.SCM_RIGHTS):
+            descriptors.frombytes(content[:len(content) - len(content) % descriptors.itemsize])
+    return data, list(descriptors)
+
+
+def _whole_file(descriptor):
+    size = os.fstat(descriptor).st_size
+    parts = []
+    while sum(map(len, parts)) < size:
+        parts.append(os.pread(descriptor, size, sum(map(len, parts))))
+    return b"".join(parts)
+
+
+class Registry:
+    """The settings file. Numbers are REG_DWORD, texts REG_SZ, bytes hex(3)."""
+
+    def __init__(self, path, settings):
+        self.path = path
+        self.settings = dict(settings)
+        self.extra = ""
+        self.write()
+
+    @staticmethod
+    def value_line(name, value):
+        if isinstance(value, int):
+            text = f"dword:{value:08x}"
+        elif isinstance(value, bytes):
+            text = "hex(3):" + ",".join(f"{byte:02x}" for byte in value)
+        else:
+            text = '"' + value.replace("\\", "\\\\").replace('"', '\\"') + '"'
+        return f'"{name}"={text}'
+
+    def text(self):
+        lines = [self.value_line(*pair) for pair in self.settings.items()]
+        return "\n".join(["Windows Registry Editor Version 5.00", "", f"[{SETTINGS_KEY}]", *lines,
+                          "", self.extra])
+
+    def write(self, text=None):
+        """Replaces the file in one step."""
+        with open(self.path + ".new", "w", encoding="utf-8") as file:
+            file.write(self.text() if text is None else text)
+        os.rename(self.path + ".new", self.path)
+
+    def read(self):
+        with open(self.path, encoding="utf-8") as file:
+            return file.read()
+
+    def set(self, name, value):
+        self.settings[name] = value
+        self.write()
+
+
+class Locator(Process):
+    """talvorn-locator with a runtime directory, settings and a journal of its own."""
+
+    def __init__(self, host, arguments=(), *, directory, settings=(), registry=None,
+                 runtime_directory=None, environment=(), **options):
+        self.host = host
+        home = tempfile.mkdtemp(prefix="locator-", dir=directory)
+        os.chmod(home, 0o755)
+        self.runtime_directory = runtime_directory or os.path.join(home, "runtime")
+        if not runtime_directory:
+            os.mkdir(self.runtime_directory, 0o755)
+        self.registry = registry or Registry(os.path.join(home, "talvorn.reg"),
+                                             {**QUICK_SETTINGS, **dict(settings)})
+        self.journal = Journal(os.path.join(home, "journal"))
+        self.environment = {
+            "TALVORN_RUNTIME_DIR": self.runtime_directory,
+            "TALVORN_REGISTRY": self.registry.path,
+            "TALVORN_JOURNAL_SOCKET": self.journal.path,
+        }
+        super().__init__(host, "talvorn-locator", *arguments, directory=home,
+                         environment={**self.environment, **dict(environment)}, **options)
+
+    @property
+    def trace(self):
+        """The lines of the trace, without the prefix."""
+        prefix = "TALVORNApp: "
+        return [line.removeprefix(prefix) for line in self.err.splitlines()]
+
+    def wait_ready(self):
+        wait_until(lambda: self.ended or ("Service loop entry" in self.journal.texts()
+                                          and self.takes_messages()),
+                   "the locator to serve")
+        if self.ended:
+            raise AssertionError(f"the locator ended with {self.wait()}:\n{self.err}")
+        return self
+
+    def takes_messages(self):
+        """Whether a living process has its mailslot."""
+        folder, name = os.path.split(self.mailslot("talvorn_out"))
+        with contextlib.suppress(OSError), contextlib.ExitStack() as stack:
+            # The path itself may be longer than the address of a socket.
+            descriptor = os.open(folder, os.O_PATH)
+            stack.callback(os.close, descriptor)
+            probe = stack.enter_context(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
+            probe.connect(f"/proc/self/fd/{descriptor}/{name}")
+            return True
+        return False
+
+    def wait_listening(self, *interfaces):
+        """Waits until the receivers of these interfaces are open; each is an IPv4 address
+        or an IPv6 index. The request of a thread's first pass tells."""
+        count = 1 if self.registry.settings.get("Time Multicast Request Allowed") else 2
+        for shown in interfaces:
+            family = " IPv6 interface" if isinstance(shown, int) else " IPv4interface"
+            self.journal.wait_for(f"Multicast request sent from network{family}: {shown}", count)
+        return self
+
+    def mailslot(self, name):
+        return os.path.join(self.runtime_directory, "mailslot", name)
+
+    def stop(self, number=signal.SIGTERM, leftovers=()):
+        """Ends it in order and checks that it leaves nothing behind."""
+        if not self.ended:
+            self.signal(number)
+        status = self.wait()
+        if status != 0:
+            raise AssertionError(f"the locator ended with {status}:\n{self.err[-4000:]}")
+        left = [name for _, _, files in os.walk(self.runtime_directory) for name in files
+                if name not in leftovers]
+        if left:
+            raise AssertionError(f"left behind in the runtime directory: {left}")
+
+    def kill(self):
+        super().kill()
+        self.journal.close()
+
+    def client(self, name="talvorn_in"):
+        return Client(self, name)
+
+    def devices(self):
+        """{serial: device} as GETINFO gives it now."""
+        with self.client(f"devices_{time.monotonic_ns()}") as client:
+            return {device["serial"]: device for device in client.devices()}
+
+    def items(self):
+        with self.client(f"items_{time.monotonic_ns()}") as client:
+            return client.items()
+
+
+class Client:
+    """A program on the locator's machine that speaks with it through raw mailslots."""
+
+    def __init__(self, locator, name):
+        self._locator = locator
+        self.name = name
+        self.path = locator.mailslot(name)
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind(self.path)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        self._socket.close()
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(self.path)
+
+    def send(self, message):
+        """Sends raw bytes, as a memory file when they are many."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.settimeout(LIMIT)
+            sender.connect(self._locator.mailslot("talvorn_out"))
+            if len(message) <= LARGE_MESSAGE:
+                sender.send(message)
+                return
+            descriptor = memory_file(message)
+            socket.send_fds(sender, [b""], [descriptor])
+            os.close(descriptor)
+
+    def ask(self, command, **options):
+        self.send(wire.client_request(command, wire.mailslot_name(self.name), **options))
+
+    def receive(self, limit=LIMIT):
+        """The next reply, or None when none comes in time."""
+        if not select.select([self._socket], [], [], limit)[0]:
+            return None
+        data, descriptors = _receive(self._socket)
+        if not data and descriptors:
+            data = _whole_file(descriptors[0])
+        for descriptor in descriptors:
+            os.close(descriptor)
+        return data
+
+    def exchange(self, command):
+        """(type, count, payload) of the reply, whose length is checked."""
+        self.ask(command)
+        reply = self.receive()
+        if reply is None:
+            raise AssertionError(f"no reply to {command!r}")
+        length, kind, count = struct.unpack_from("<III", reply)
+        if length != len(reply):
+            raise AssertionError(f"a reply of {len(reply)} bytes says {length}")
+        return kind, count, reply[12:]
+
+    def devices(self):
+        kind, count, payload = self.exchange("GETINFO")
+        assert kind == 3
+        return wire.parse_records(payload[:count * wire.RECORD_SIZE])
+
+    def items(self):
+        kind, size, payload = self.exchange("GETITEMS")
+        assert kind == 4
+        return wire.parse_items(payload[:size])
+
+    def is_served(self):
+        return self.exchange("GETVERSION") == (2, 8, b"1.0.0.0\0")
+
+
+def memory_file(content, seals=None):
+    descriptor = os.memfd_create("message", os.MFD_CLOEXEC | os.MFD_ALLOW_SEALING)
+    os.write(descriptor, content)
+    if seals is None:
+        seals = fcntl.F_SEAL_SHRINK | fcntl.F_SEAL_GROW | fcntl.F_SEAL_WRITE | fcntl.F_SEAL_SEAL
+    if seals:
+        fcntl.fcntl(descriptor, fcntl.F_ADD_SEALS, seals)
+    return descriptor
+
+
+class Station:
+    """Something on a network that sends datagrams from one address of a host."""
+
+    def __init__(self, host, interface, address, port=0):
+        self.family = 6 if ":" in address else 4
+        index = host.index(interface)
+        with host:
+            if self.family == 6:
+                self._socket = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)
+                self._socket.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_MULTICAST_IF, index)
+                local = (address, port, 0, index if address.startswith("fe80") else 0)
+            else:
+                self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+                self._socket.setsockopt(
+                    socket.IPPROTO_IP, socket.IP_MULTICAST_IF,
+                    struct.pack("=4s4si", b"", socket.inet_aton(address), index))
+                local = (address, port)
+            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            self._socket.bind(local)
+
+    def send(self, data, group=None, port=wire.PORT):
+        """To the response group, or to another address."""
+        self._socket.sendto(data, (group or wire.RESPONSE_GROUP[self.family], port))
+
+    def send_request(self, data=None):
+        self.send(wire.request() if data is None else data, wire.REQUEST_GROUP[self.family])
+
+    def close(self):
+        self._socket.close()
+
+
+class Datagram:
+    def __init__(self, when, source, destination, hops, payload):
+        self.when = when  # seconds since 1970, by the kernel's clock on arrival
+        self.source, self.destination = source, destination
+        self.hops = hops
+        self.payload = payload
+
+
+class Capture:
+    """Every UDP datagram to our port that passes an interface of a host."""
+
+    def __init__(self, host, interface):
+        self.datagrams = []
+        with host:
+            self._socket = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(3))
+            self._socket.bind((interface, 3))
+        self._stop, self._stop_writer = os.pipe()
+        self._thread = threading.Thread(target=self._collect, daemon=True)
+        self._thread.start()
+
+    def _collect(self):
+        while True:
+            ready = select.select([self._socket, self._stop], [], [])[0]
+            if self._stop in ready:
+                return
+            try:
+                packet = self._socket.recv(65536)
+            except OSError:  # the interface went away
+                continue
+            datagram = self._parse(packet)
+            if datagram:
+                self.datagrams.append(datagram)
+
+    @staticmethod
+    def _parse(packet):
+        version = packet[0] >> 4
+        if version == 4 and packet[9] == socket.IPPROTO_UDP:
+            header, hops = (packet[0] & 15) * 4, packet[8]
+            source, destination = (socket.inet_ntop(socket.AF_INET, packet[at:at + 4])
+                                   for at in (12, 16))
+        elif version == 6 and packet[6] == socket.IPPROTO_UDP:
+            header, hops = 40, packet[7]
+            source, destination = (socket.inet_ntop(socket.AF_INET6, packet[at:at + 16])
+                                   for at in (8, 24))
+        else:
+            return None
+        port, length = struct.unpack_from(">HH", packet, header + 2)
+        if port != wire.PORT:
+            return None
+        payload = packet[header + 8:header + length]
+        return Datagram(time.time(), source, destination, hops, payload)
+
+    def requests(self, source=None, family=None):
+        """Datagrams to a request group, of one sender or of all."""
+        groups = [wire.REQUEST_GROUP[one] for one in (4, 6) if family in (None, one)]
+        return [datagram for datagram in list(self.datagrams)
+                if datagram.destination in groups and source in (None, datagram.source)]
+
+    def close(self):
+        os.write(self._stop_writer, b"x")
+        self._thread.join()
+        self._socket.close()
+        os.close(self._stop)
+        os.close(self._stop_writer)
+
+
+class TestCase(unittest.TestCase):
+    """A test with a network of its own. What it starts is ended and checked: exit
+    status, sanitizer reports, and what is left in the runtime directory."""
+
+    def setUp(self):
+        self.network = Network()
+        self.addCleanup(self.network.close)
+        self.directory = tempfile.mkdtemp(prefix="test-", dir="/run")
+        self._shown = []
+
+    def run(self, result=None):
+        def faults():
+            return len(result.failures) + len(result.errors) if result else 0
+        before = faults()
+        result = super().run(result)
+        if faults() > before:
+            for process in self.__dict__.get("_shown", []):
+                self._show(process)
+        return result
+
+    @staticmethod
+    def _show(process):
+        print(f"--- {process.name} {process.pid}, end of its output:")
+        print((process.out + process.err)[-1500:])
+        if isinstance(process, Locator):
+            print("--- end of its event log:")
+            for entry in process.journal.entries[-10:]:
+                print(entry["SYSLOG_IDENTIFIER"], entry["PRIORITY"], repr(entry["MESSAGE"]))
+
+    def start_locator(self, host, *arguments, ready=True, **options):
+        """A locator that serves; it is stopped in order at the end of the test."""
+        locator = Locator(host, arguments, directory=self.directory, **options)
+        self._shown.append(locator)
+        self.addCleanup(locator.discard)
+        return locator.wait_ready() if ready else locator
+
+    def start_listening(self, host, *arguments, **options):
+        """As start_locator, in the simple network; hears its devices from now on."""
+        locator = self.start_locator(host, *arguments, **options)
+        shown = ["192.168.10.1"]
+        if locator.registry.settings.get("IPv6 Active", 1):
+            shown.append(host.index("net0"))
+        return locator.wait_listening(*shown)
+
+    def start(self, host, program, *arguments, **options):
+        process = Process(host, program, *arguments, directory=self.directory, **options)
+        self._shown.append(process)
+        self.addCleanup(process.discard)
+        return process
+
+    def simulate(self, host, *arguments):
+        return self.start(host, "talvorn-sim", *arguments)
+
+    def tool(self, locator, *arguments, **options):
+        """The command-line tool beside a locator."""
+        return self.start(locator.host, "talvorn", *arguments, environment=locator.environment,
+                          **options)
+
+    def station(self, host, interface, address, **options):
+        station = Station(host, interface, address, **options)
+        self.addCleanup(station.close)
+        return station
+
+    def capture(self, host, interface):
+        capture = Capture(host, interface)
+        self.addCleanup(capture.close)
+        return capture
+
+    def host_on(self, switch, interface, *addresses, name=None):
+        """A new host with one interface on the switch."""
+        host = self.network.host(name or interface)
+        host.connect(switch, interface, *addresses)
+        return host
+
+    def simple_network(self):
+        """One network: the locator's host with `net0` (192.168.10.1, fd00:10::1), and a
+        host of devices with `dev0` (192.168.10.20 and .21, fd00:10::20 and ::21)."""
+        switch = self.network.switch()
+        self.switch = switch
+        here = self.host_on(switch, "net0", "192.168.10.1/24", "fe80::1/64", "fd00:10::1/64")
+        there = self.host_on(switch, "dev0", "192.168.10.20/24", "192.168.10.21/24",
+                             "fe80::20/64", "fd00:10::20/64", "fd00:10::21/64")
+        return here, there
+
+
+def local_seconds(when, offset_minutes):
+    """The count of seconds that a clock at this offset from UTC shows since 1970."""
+    zone = datetime.timezone(datetime.timedelta(minutes=offset_minutes))
+    shown = datetime.datetime.fromtimestamp(when, zone).replace(tzinfo=datetime.timezone.utc)
+    return shown.timestamp()

@@ -1,0 +1,66 @@
+"""The lifetime with /dynamic: as long as clients need the locator."""
+
+import re
+import signal
+import time
+
+from harness import TestCase, stays_true, wait_until
+
+
+class Dynamic(TestCase):
+    def start_counting(self, *arguments, ttl=4000):
+        here, _ = self.simple_network()
+        return self.start_locator(here, *arguments,
+                                  settings={"Time Multicast Request Allowed": ttl})
+
+    def countdown(self, locator):
+        return [int(line[8:-1]) for line in locator.trace if re.fullmatch(r"TTL --> \d+s", line)]
+
+    def test_ends_after_its_time_without_clients(self):
+        before = time.monotonic()
+        locator = self.start_counting("/Dynamic")
+        self.assertEqual(locator.trace[0], "DYNAMIC")
+        wait_until(lambda: locator.ended, "the end")
+        self.assertGreaterEqual(time.monotonic() - before, 3.9)
+        locator.stop()
+        self.assertIn("TTL --> 4s     TIMEOUT STARTED", locator.trace)
+        shown = self.countdown(locator)
+        self.assertTrue(shown and max(shown) < 4 and shown == sorted(shown, reverse=True), shown)
+        ending = [locator.trace.index(line) for line in (
+            "TTL --> 4s     TIMEOUT STARTED", "EXIT", "shut down all multicast IPv4 request threads",
+            "Wait for Exit Multicast-Thread OK")]
+        self.assertEqual(ending, sorted(ending))
+        self.assertEqual(locator.journal.count("Service loop terminated"), 1)
+
+    def test_a_client_keeps_it_alive(self):
+        locator = self.start_counting("/dynamic", ttl=5000)
+        wait_until(lambda: "TTL --> 5s     TIMEOUT STARTED" in locator.trace, "the countdown")
+        holder = self.tool(locator, "hold")
+        wait_until(lambda: "REVIVED" in locator.trace, "the client to be seen")
+        self.assertTrue(stays_true(lambda: not locator.ended, 7))
+        with locator.client() as client:
+            self.assertTrue(client.is_served())
+        # A client that is killed has gone as well.
+        holder.signal(signal.SIGKILL)
+        holder.wait()
+        gone = time.monotonic()
+        wait_until(lambda: locator.ended, "the end")
+        self.assertGreaterEqual(time.monotonic() - gone, 3.5)
+        locator.stop()
+        self.assertEqual(locator.trace.count("TTL --> 5s     TIMEOUT STARTED"), 2)
+
+    def test_without_a_time_it_never_ends(self):
+        locator = self.start_counting("/DYNAMIC", ttl=0)
+        wait_until(lambda: "TTL --> 0s     TIMEOUT STARTED" in locator.trace, "the first pass")
+        self.assertTrue(stays_true(lambda: not locator.ended, 3))
+        self.assertEqual(self.countdown(locator), [])
+        locator.stop()
+        self.assertIn("EXIT", locator.trace)
+
+    def test_anything_else_is_permanent(self):
+        here = self.network.host("alone")
+        for arguments in ((), ("/dynamic ",), ("/dynamic", "x"), ("-dynamic",), ("",)):
+            with self.subTest(arguments=arguments):
+                locator = self.start_locator(here, *arguments)
+                self.assertEqual(locator.trace[0], "PERMANENT")
+                locator.stop()

@@ -1,0 +1,159 @@
+"""Networks that come and go while the locator runs."""
+
+import wire
+from harness import INTERFACES_KEY, Registry, TestCase, stays_true, wait_until
+
+CHANGED = "Network interfaces have been changed!\n"
+
+
+def located(address):
+    return f"Network interface IPv4: {address}  located !"
+
+
+def switched_down(address):
+    return f"Network interface IPv4: {address} switched down !"
+
+
+class InterfaceWatch(TestCase):
+    def setUp(self):
+        super().setUp()
+        self.here, self.there = self.simple_network()
+
+    def reports(self, locator):
+        return [text for text in locator.journal.texts("TALVORN") if text.startswith("Network")]
+
+    def new_reports(self, locator, count):
+        """The next reports after those already there."""
+        before = getattr(self, "_reported", len(self.reports(locator)))
+        wait_until(lambda: len(self.reports(locator)) >= before + count, f"{count} reports")
+        self._reported = before + count
+        return self.reports(locator)[before:]
+
+    def started(self, **options):
+        locator = self.start_locator(self.here, **options)
+        self.new_reports_begin = locator.journal.wait_for(located("192.168.10.1"))
+        index = self.here.index("net0")
+        self.assertEqual(self.reports(locator), [f"Network interface IPv6: {index} located !",
+                                                 located("192.168.10.1")])
+        self._reported = 2
+        return locator
+
+    def test_addresses_come_and_go(self):
+        capture = self.capture(self.there, "dev0")
+        locator = self.started()
+        self.here.add_address("net0", "192.168.30.1/24")
+        self.assertEqual(self.new_reports(locator, 2), [CHANGED, located("192.168.30.1")])
+        request = wait_until(lambda: capture.requests("192.168.30.1"), "its requests")[0]
+        self.assertEqual(wire.parse_request(request.payload)["cidr"].rstrip(b"\0"),
+                         b"192.168.30.1/24")
+        # A second address of a network that already has one gets no thread.
+        self.here.add_address("net0", "192.168.30.2/24")
+        self.assertEqual(self.new_reports(locator, 1), [CHANGED])
+        self.here.remove_address("net0", "192.168.30.2/24")
+        self.assertEqual(self.new_reports(locator, 1), [CHANGED])
+        # Vanished threads are stopped before new ones start.
+        self.here.ip("addr", "flush", "dev", "net0", "to", "192.168.30.1/24")
+        self.assertEqual(self.new_reports(locator, 2), [CHANGED, switched_down("192.168.30.1")])
+        sent = len(capture.requests("192.168.30.1"))
+        self.assertTrue(stays_true(lambda: len(capture.requests("192.168.30.1")) == sent, 1))
+        self.assertIn("Network interface IPv4: 192.168.30.1 (18786496) switched down [0x",
+                      locator.err)
+        priorities = {entry["PRIORITY"] for entry in locator.journal.entries}
+        self.assertEqual(priorities, {"6"})
+
+    def test_an_interface_made_anew_finds_its_devices_again(self):
+        self.simulate(self.there, "--interface", "dev0", "--devices", "3")
+        locator = self.started()
+        wait_until(lambda: len(locator.devices()) == 3, "the devices")
+        for pause in (False, True):
+            before = len(self.reports(locator))
+            self.here.disconnect("net0")
+            if pause:
+                wait_until(lambda: switched_down("192.168.10.1") in
+                           self.reports(locator)[before:], "the stop")
+                wait_until(lambda: not locator.devices(), "the devices to expire")
+            self.here.connect(self.switch, "net0", "192.168.10.1/24", "fe80::1/64",
+                              "fd00:10::1/64")
+            heard = len(locator.journal.texts("CAST RESPONSE"))
+            for family in ("192.168.10.20", "fd00:10::20"):
+                wait_until(lambda: any(family in text for text in
+                                       locator.journal.texts("CAST RESPONSE")[heard:]),
+                           f"answers from {family}")
+            wait_until(lambda: len(locator.devices()) == 3, "the devices")
+
+    def test_ipv6_interfaces_come_and_go(self):
+        locator = self.started()
+        other = self.network.switch()
+        self.here.connect(other, "net1", "fe80::5/64")
+        index = self.here.index("net1")
+        self.assertEqual(self.new_reports(locator, 1),
+                         [f"Network interface IPv6: {index} located !"])
+        far = self.host_on(other, "far0", "fe80::6/64")
+        self.station(far, "far0", "fe80::6").send(wire.record(66))
+        wait_until(lambda: "66" in locator.devices(), "a device by its link-local address")
+        self.assertTrue(locator.devices()["66"]["ipv6"].startswith("fe80::6"))
+        self.here.ip("link", "set", "net1", "down")
+        self.assertEqual(self.new_reports(locator, 1),
+                         [f"Network IPv6 interface: {index} shut down !"])
+        self.here.ip("link", "set", "net1", "up")
+        self.here.add_address("net1", "fe80::5/64")
+        self.assertEqual(self.new_reports(locator, 1),
+                         [f"Network interface IPv6: {index} located !"])
+        self.here.disconnect("net1")
+        self.assertEqual(self.new_reports(locator, 1),
+                         [f"Network IPv6 interface: {index} shut down !"])
+
+    def test_ipv6_can_be_switched_off(self):
+        capture = self.capture(self.there, "dev0")
+        locator = self.start_locator(self.here, settings={"IPv6 Active": 0})
+        wait_until(lambda: len(capture.requests(family=4)) > 4, "requests")
+        self.assertEqual(capture.requests(family=6), [])
+        self.assertEqual(self.reports(locator), [located("192.168.10.1")])
+        self.assertNotIn("Ipv6IfIndex", locator.err)
+
+
+class Reinitialisation(TestCase):
+    """Values under the Interfaces key ask for one interface's thread to be made anew."""
+
+    def test_requests_are_served_and_marked(self):
+        here, _ = self.simple_network()
+        locator = self.start_locator(here)
+        locator.journal.wait_for(located("192.168.10.1"))
+        left_alone = [Registry.value_line("192.168.10.7", "0"),
+                      Registry.value_line("192.168.10.8", 1),
+                      Registry.value_line("192.168.10.9", bytes(8)),
+                      Registry.value_line("1" * 100, 0)]
+        lines = ["; a note above", f"[{INTERFACES_KEY}]",
+                 Registry.value_line("192.168.10.1", 0), "; a note between",
+                 Registry.value_line("192.168.10.99", 0), Registry.value_line("no address", 0),
+                 *left_alone, "; a note below", ""]
+        locator.registry.extra = "\n".join(lines)
+        locator.registry.write()
+        before = len(locator.journal.entries)
+        locator.journal.wait_for(located("192.168.10.1"), 2)
+
+        texts = [entry["MESSAGE"] for entry in locator.journal.entries[before:]
+                 if entry["SYSLOG_IDENTIFIER"] == "TALVORN"]
+        self.assertEqual(texts, [switched_down("192.168.10.1"), CHANGED, located("192.168.10.1")])
+        served = lines[:]
+        for position in (2, 4, 5):
+            served[position] = lines[position].replace("dword:00000000", "dword:00000001")
+        wait_until(lambda: [line for line in locator.registry.read().splitlines()
+                            if line][-len(served) + 1:] == served[:-1], "the marks")
+        self.assertIn("DebugView", locator.registry.read())
+        banner = ["#" * 80] * 2
+        for name in ("192.168.10.1", "192.168.10.99", "no address"):
+            line = f"#### Network interface thread for {name} will be reinitialized!"
+            at = locator.trace.index(line)
+            self.assertEqual(locator.trace[at - 2:at], banner)
+            self.assertEqual(locator.trace[at + 1:at + 3], banner)
+            self.assertEqual(locator.trace.count(line), 1)
+
+    def test_the_tool_asks_for_it(self):
+        here, _ = self.simple_network()
+        locator = self.start_locator(here)
+        locator.journal.wait_for(located("192.168.10.1"))
+        for times in (2, 3):
+            tool = self.tool(locator, "reinit", "192.168.10.1")
+            self.assertEqual(tool.wait(), 0, tool.err)
+            locator.journal.wait_for(located("192.168.10.1"), times)

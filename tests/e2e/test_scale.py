@@ -1,0 +1,63 @@
+"""Many interfaces, many devices."""
+
+import scale
+import wire
+from harness import TestCase, full_set, wait_until
+
+DEVICES = 10000
+
+
+class Idle(TestCase):
+    @full_set
+    def test_costs_next_to_nothing(self):
+        here = self.network.host("here")
+        scale.connect_many(here, self.network, 8)
+        # The product's own times, not those that keep the tests short.
+        defaults = {"DebugView": 0, "Time Request": 5000, "Time Master": 60000,
+                    "Time Response Valid": 10000, "Time Network Changes": 1000}
+        locator = self.start_locator(here, settings=defaults)
+        wait_until(lambda: len(locator.journal.texts("CAST REQUEST")) >= 32 + 16,
+                   "every interface to work")
+        wake_ups, load = scale.idle_cost(locator, 12)
+        self.assertLess(wake_ups, 20)
+        self.assertLess(load, 0.002)
+
+
+class Storm(TestCase):
+    SETTINGS = {"DebugView": 0, "Time Response Valid": 600000, "Time Request": 600000,
+                "Time Multicast Request Allowed": 1, "IPv6 Active": 0}
+
+    @full_set
+    def test_every_answer_to_one_request_counts(self):
+        here, there = self.simple_network()
+        capture = self.capture(here, "net0")
+        simulator = self.simulate(there, "--interface", "dev0", "--ipv4", "--devices",
+                                  str(DEVICES), "--verbose")
+        wait_until(lambda: simulator.out or simulator.err, "the simulator")
+        locator = self.start_locator(here, settings=self.SETTINGS)
+        wait_until(lambda: len(locator.devices()) == DEVICES, "all devices")
+        self.assertEqual(len(capture.requests()), 1)
+        with locator.client() as client:
+            kind, count, payload = client.exchange("GETINFO")
+            self.assertEqual((kind, count, len(payload)), (3, DEVICES, DEVICES * 367))
+            serials = [device["serial"] for device in wire.parse_records(payload)]
+            # Not assertEqual: showing where so long lists differ takes minutes.
+            self.assertTrue(serials == [f"{n:07}" for n in range(1, DEVICES + 1)])
+            self.assertLess(min(scale.reply_times(client, 10)), 0.020)
+
+    def test_the_tool_shows_them_all(self):
+        """A reply that is far larger than a datagram, through the client library."""
+        here, there = self.simple_network()
+        count = 600
+        locator = self.start_locator(here, settings={"DebugView": 0,
+                                                     "Time Response Valid": 600000})
+        station = self.station(there, "dev0", "192.168.10.20")
+        missing = range(1, count + 1)
+        while missing:
+            for serial in missing:
+                station.send(wire.record(serial))
+            known = locator.devices()
+            missing = [serial for serial in missing if str(serial) not in known]
+        tool = self.tool(locator, "devices", "--json")
+        self.assertEqual(tool.wait(), 0, tool.err)
+        self.assertEqual(tool.out.count('"serial"'), count)
