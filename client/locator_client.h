@@ -1,6 +1,8 @@
 // Asks the locator on this machine. An object is used by one thread; any number of
 // objects and programs may ask at the same time.
 //
+//   #include <cstdio>
+//   #include <string>
 //   #include "client/locator_client.h"
 //
 //   int main() {
