@@ -115,15 +115,14 @@ NewSocket BindNewSocket(int directory, mode_t mode) {
   constexpr int kAttempts = 16;
   static std::atomic<unsigned int> counter{0};
   NewSocket made{MakeSocket(), {}};
-  // Keeps those out from the first moment on who are to stay out.
-  if (!made.socket.valid() || fchmod(made.socket.get(), mode) != 0) return {};
+  if (!made.socket.valid()) return {};
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     made.name = ".new-" + std::to_string(getpid()) + '-' + std::to_string(++counter);
     const UnixAddress address("/proc/self/fd/" + std::to_string(directory) + '/' + made.name);
     if (bind(made.socket.get(), address.get(), address.size()) == 0) {
-      // And lets those in whom the umask keeps out.
-      (void)chmod(address.path(), mode);
-      return made;
+      if (chmod(address.path(), mode) == 0) return made;
+      (void)unlinkat(directory, made.name.c_str(), 0);
+      break;
     }
     if (errno != EADDRINUSE) break;
   }

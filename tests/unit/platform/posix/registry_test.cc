@@ -248,6 +248,13 @@ TEST_F(Registry, IsNeverReadInHalfWhileItIsRewritten) {
   EXPECT_EQ(whole, 20);
 }
 
+TEST_F(Registry, AFileWrittenToJustNowIsGivenTimeToBeFinished) {
+  Write("[HKEY_LOCAL_MACHINE\\Software\\K]\n");
+  const auto written = std::filesystem::last_write_time(machine_.registry());
+  EXPECT_EQ(Dword(u"a"), 0xFFFFFFFF);
+  EXPECT_GE(std::filesystem::file_time_type::clock::now() - written, std::chrono::milliseconds(20));
+}
+
 TEST_F(Registry, WritingReplacesTheFileAndKeepsItsModeAndName) {
   const std::filesystem::path target = machine_.root() / "real.reg";
   std::ofstream(target) << "[HKEY_LOCAL_MACHINE\\Software\\K]\n\"10.0.0.1\"=dword:00000000\n";
