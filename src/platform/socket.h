@@ -93,6 +93,9 @@ class Socket final : public Waitable {
   // privileged. Best effort.
   void EnlargeReceiveBuffer(std::uint32_t bytes);
   [[nodiscard]] bool Bind(const SocketAddress& local);
+  // Where it is bound, or where the peer of a connection reached it; size 0 when
+  // there is no such address.
+  [[nodiscard]] SocketAddress LocalAddress() const;
 
   // Joins `group` on one interface; from then on Receive gives only datagrams that
   // were sent to that group and came in on that interface.

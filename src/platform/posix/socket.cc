@@ -378,6 +378,14 @@ bool Socket::Bind(const SocketAddress& local) {
   return false;
 }
 
+SocketAddress Socket::LocalAddress() const {
+  sockaddr_storage address{};
+  socklen_t size = sizeof(address);
+  if (getsockname(static_cast<int>(handle_), reinterpret_cast<sockaddr*>(&address), &size) != 0)
+    return {};
+  return FromNative(&address, std::min<std::size_t>(size, sizeof(address)));
+}
+
 bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
   if (group.family() != family_ || family_ == AddressFamily::kUnspecified) return false;
   std::uint32_t index = interfaceValue;

@@ -447,6 +447,13 @@ bool Socket::Bind(const SocketAddress& local) {
   return bind(Native(handle_), Native(local), NativeSize(local)) == 0;
 }
 
+SocketAddress Socket::LocalAddress() const {
+  sockaddr_storage address{};
+  int size = sizeof(address);
+  if (getsockname(Native(handle_), reinterpret_cast<sockaddr*>(&address), &size) != 0) return {};
+  return FromNative(&address, static_cast<std::size_t>(size));
+}
+
 bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
   if (group.family() != family_) return false;
   switch (group.size) {
