@@ -1,5 +1,6 @@
 #include "platform/mailslot.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -433,6 +434,25 @@ bool MailslotExists(std::u16string_view name) {
     return directory.valid() && StateOfName(directory.get(), FileNameOf(name)) == NameState::kTaken;
   } catch (const std::bad_alloc&) {
     return false;
+  }
+}
+
+void RemoveStaleMailslots() {
+  try {
+    const Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kMailslot, false);
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(
+        directory.valid() ? opendir(UnixAddress::OfDescriptor(directory.get()).path()) : nullptr,
+        closedir);
+    if (entries == nullptr) return;
+    const FolderLock lock(directory.get());
+    while (const dirent* const entry = readdir(entries.get())) {
+      const std::string name = entry->d_name;
+      if (StateOfName(directory.get(), name) == NameState::kStale) {
+        (void)unlinkat(directory.get(), name.c_str(), 0);
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    // They harm nobody.
   }
 }
 

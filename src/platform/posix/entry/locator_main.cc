@@ -70,6 +70,7 @@ int Run(int count, char** arguments) {
   }
   std::string obstacle;
   if (!PrepareRuntimeDirectory(obstacle)) return GiveUp(obstacle);
+  RemoveStaleMailslots();
   return LocatorMain(Utf8ToWide(JoinArguments(count, arguments)));
 }
 

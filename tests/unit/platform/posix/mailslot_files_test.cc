@@ -17,6 +17,7 @@
 #include "platform/mailslot.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/memory_file.h"
+#include "platform/posix/runtime_directory.h"
 #include "platform/posix/unix_address.h"
 #include "testing/child_process.h"
 #include "testing/scratch_machine.h"
@@ -84,6 +85,16 @@ TEST_F(MailslotFiles, AKilledProcessLeavesItsNameToTheNext) {
   const Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
   EXPECT_TRUE(mailslot.valid());
   EXPECT_EQ(WriteMailslot(kName, {}, 0), MailslotWrite::kWritten);
+}
+
+TEST_F(MailslotFiles, WhatKilledProcessesLeftCanBeRemoved) {
+  ChildProcess([] { new Mailslot(Mailslot::Create(kName, 0, nullptr)); }).Kill();
+  const Mailslot alive = Mailslot::Create(u"\\\\.\\mailslot\\alive", 0, nullptr);
+  std::ofstream(Folder() / "file") << "not a socket";
+  RemoveStaleMailslots();
+  EXPECT_FALSE(std::filesystem::exists(File()));
+  EXPECT_TRUE(std::filesystem::exists(Folder() / "alive"));
+  EXPECT_TRUE(std::filesystem::exists(Folder() / "file"));
 }
 
 TEST_F(MailslotFiles, OnlyOneOfSeveralStartersGetsAStaleName) {
