@@ -88,7 +88,7 @@ TEST_F(MailslotTest, MessagesOfAnySizeArriveWholeAndInOrder) {
 
 TEST_F(MailslotTest, AMessageLargerThanTheBufferIsLostAndTheNextOneIsNot) {
   Mailslot mailslot = Mailslot::Create(kName, 5, nullptr);
-  for (const std::size_t size : {11, 200'000, 10}) {
+  for (const std::size_t size : std::initializer_list<std::size_t>{11, 200'000, 10}) {
     ASSERT_EQ(WriteMailslot(kName, Pattern(size), 0), MailslotWrite::kWritten);
   }
   std::byte buffer[10];
