@@ -28,12 +28,15 @@ SETTINGS = """Windows Registry Editor Version 5.00
 """
 
 SIMULATED = (
-    # Devices of the newer kind, with items, of which three come and go.
-    ("--devices", "9", "--first-serial", "4100", "--items", "2", "--change-items", "7000",
-     "--change-status", "11000", "--absent", "9000/27000", "--absent-devices", "3"),
-    # Older ones, on IPv4 only: their records know nothing else.
-    ("--devices", "4", "--first-serial", "712", "--layout", "short", "--ipv4", "--delay", "20-300",
-     "--absent", "12000/40000", "--absent-devices", "1", "--seed", "5"),
+    # Devices that are reached over both families, with items; two come and go.
+    ("--devices", "6", "--first-serial", "4100", "--items", "2", "--change-items", "7000",
+     "--change-status", "11000", "--absent", "9000/27000", "--absent-devices", "2"),
+    # On IPv6 only; one comes and goes.
+    ("--devices", "4", "--first-serial", "6200", "--ipv6", "--items", "1", "--seed", "6",
+     "--absent", "7000/19000", "--absent-devices", "1"),
+    # Older ones, whose records know IPv4 only; slow to answer.
+    ("--devices", "3", "--first-serial", "712", "--layout", "short", "--ipv4", "--seed", "9",
+     "--delay", "20-300", "--absent", "12000/40000", "--absent-devices", "1"),
 )
 
 
@@ -42,7 +45,7 @@ class Stopped(Exception):
 
 
 def _stop(_number, _frame):
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+    for number in network.ENDING_SIGNALS:
         signal.signal(number, signal.SIG_IGN)
     raise Stopped
 
@@ -79,7 +82,12 @@ class Demo:
         except Stopped:
             self._end(front)
             return 0
-        return max(front.returncode, 0) if front.returncode >= 0 else 1
+        if front.returncode >= 0:
+            return front.returncode
+        if sys.stdout.isatty():  # killed before it could put the terminal right
+            print("\x1b[0m\x1b[?7h\x1b[?25h")
+        print(f"talvorn was ended by signal {-front.returncode}.", file=sys.stderr)
+        return 1
 
     @staticmethod
     def _complain(process, path):
@@ -149,7 +157,7 @@ def _run(binaries, directory, on_host):
 
     demo = Demo(binaries, directory)
     try:
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        for number in network.ENDING_SIGNALS:
             signal.signal(number, _stop)
         here = _NoNamespace() if on_host else _virtual(demo)
         demo.start(here, "talvorn-locator")

@@ -22,6 +22,8 @@ _MNT_DETACH = 2
 _PR_SET_PDEATHSIG = 1
 _THREAD_NAMESPACE = "/proc/thread-self/ns/net"
 
+ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+
 _NO_NAMESPACES = (
     "no private network can be made here: this needs root, or a kernel that lets an"
     " unprivileged user make user and network namespaces (sysctl"
@@ -118,8 +120,11 @@ def fork_guarded(on_parents_death):
         if select.select([alive], [], [], 0)[0]:  # the parent died before it could count
             os._exit(1)
         os.close(alive)
+        # The first process of a namespace ignores what it has no handler for.
+        for number in ENDING_SIGNALS:
+            signal.signal(number, lambda received, _frame: sys.exit(128 + received))
         return
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+    for number in ENDING_SIGNALS:
         signal.signal(number, lambda received, _frame: os.kill(child, received))
     status = os.waitpid(child, 0)[1]
     sys.exit(os.waitstatus_to_exitcode(status) if os.WIFEXITED(status) else 1)
