@@ -14,7 +14,9 @@ std::u16string ChangeEventName(std::uint32_t serial) {
 }
 
 void SignalChange(std::uint32_t serial) {
-  platform::NamedEvent event = platform::NamedEvent::Open(ChangeEventName(serial));
+  static const std::u16string wholeList = ChangeEventName(kWholeList);
+  platform::NamedEvent event =
+      platform::NamedEvent::Open(serial == kWholeList ? wholeList : ChangeEventName(serial));
   if (event.valid()) event.Pulse();
 }
 

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstddef>
 
+#include "platform/posix/object_names.h"
 #include "platform/posix/runtime_directory.h"
 #include "platform/posix/wide_text.h"
 #include "platform/text_encoding.h"

@@ -6,9 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdint>
-#include <ctime>
-#include <mutex>
 #include <system_error>
 
 namespace talvorn::platform {
@@ -18,14 +15,6 @@ constexpr const char* kDefaultDirectory = "/run/talvorn";
 constexpr mode_t kDirectoryMode = 0755;
 // Everybody may make files in it, nobody may remove another's.
 constexpr mode_t kFolderMode = 01777;
-
-// How long an open folder is taken for the one that its path leads to.
-constexpr std::uint64_t kTrustMs = 100;
-
-const char* ConfiguredDirectory() {
-  const char* const configured = getenv("TALVORN_RUNTIME_DIR");
-  return configured != nullptr && configured[0] != '\0' ? configured : kDefaultDirectory;
-}
 
 const char* FolderName(RuntimeFolder folder) {
   return folder == RuntimeFolder::kMailslot ? "mailslot" : "objects";
@@ -73,7 +62,10 @@ std::string Sentence(const std::string& path, const std::string& reason) {
 
 }  // namespace
 
-std::string RuntimeDirectory() { return ConfiguredDirectory(); }
+const char* RuntimeDirectory() {
+  const char* const configured = getenv("TALVORN_RUNTIME_DIR");
+  return configured != nullptr && configured[0] != '\0' ? configured : kDefaultDirectory;
+}
 
 std::string RuntimeFolderPath(RuntimeFolder folder) {
   std::string path = RuntimeDirectory();
@@ -85,32 +77,8 @@ Descriptor OpenRuntimeFolder(RuntimeFolder folder, bool create) {
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   Descriptor directory(open(path.c_str(), kFlags));
   if (directory.valid() || !create || errno != ENOENT) return directory;
-  (void)OpenOrMake(AT_FDCWD, RuntimeDirectory().c_str(), kDirectoryMode, 0);
+  (void)OpenOrMake(AT_FDCWD, RuntimeDirectory(), kDirectoryMode, 0);
   return OpenOrMake(AT_FDCWD, path.c_str(), kFolderMode, O_NOFOLLOW);
-}
-
-bool MayBeObject(const std::string& name) {
-  struct Known {
-    std::string directory;
-    Descriptor folder;
-    std::uint64_t trustedUntil = 0;
-  };
-  // Never destroyed: threads may look until the process has gone.
-  static std::mutex mutex;
-  static Known& known = *new Known;
-
-  timespec time{};
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
-  const std::uint64_t now = static_cast<std::uint64_t>(time.tv_sec) * 1'000 +
-                            static_cast<std::uint64_t>(time.tv_nsec) / 1'000'000;
-  const std::lock_guard lock(mutex);
-  if (!known.folder.valid() || now >= known.trustedUntil ||
-      known.directory != ConfiguredDirectory()) {
-    known.directory = ConfiguredDirectory();
-    known.folder = OpenRuntimeFolder(RuntimeFolder::kObjects, false);
-    known.trustedUntil = now + kTrustMs;
-  }
-  return faccessat(known.folder.get(), name.c_str(), F_OK, 0) == 0;
 }
 
 bool PrepareRuntimeDirectory(std::string& obstacle) {
