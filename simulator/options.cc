@@ -1,5 +1,7 @@
 #include "simulator/options.h"
 
+#include <algorithm>
+#include <iterator>
 #include <limits>
 #include <string_view>
 #include <vector>
@@ -79,6 +81,31 @@ TakeValue TakeGroup(bool& toRequestGroup) {
   };
 }
 
+TakeValue TakeFault(StatusFault& fault) {
+  return [&fault](std::string_view value) -> std::string {
+    struct Kind {
+      std::string_view name;
+      StatusFault fault;
+    };
+    constexpr Kind kKinds[] = {{"silent", StatusFault::kSilent},
+                               {"pieces", StatusFault::kPieces},
+                               {"two-frames", StatusFault::kTwoFrames},
+                               {"long-chain", StatusFault::kLongChain},
+                               {"endless-chain", StatusFault::kEndlessChain},
+                               {"early-close", StatusFault::kEarlyClose},
+                               {"other-type", StatusFault::kOtherType},
+                               {"drip", StatusFault::kDrip}};
+    const auto* kind = std::ranges::find(kKinds, value, &Kind::name);
+    if (kind != std::end(kKinds)) {
+      fault = kind->fault;
+      return {};
+    }
+    std::string names;
+    for (const Kind& one : kKinds) names.append(names.empty() ? "" : ", ").append(one.name);
+    return Concat({"one of ", names});
+  };
+}
+
 TakeValue TakeEnd(std::optional<std::uint32_t>& endAfterMs) {
   return [&endAfterMs](std::string_view value) -> std::string {
     std::uint32_t milliseconds = 0;
@@ -88,13 +115,19 @@ TakeValue TakeEnd(std::optional<std::uint32_t>& endAfterMs) {
   };
 }
 
-std::vector<Option> Options(SimulatorOptions& options, bool& onlyIpv4, bool& onlyIpv6) {
+struct Switches {
+  bool onlyIpv4 = false;
+  bool onlyIpv6 = false;
+  bool noMulticast = false;
+};
+
+std::vector<Option> Options(SimulatorOptions& options, Switches& switches) {
   ModelOptions& model = options.model;
   return {
       {"--interface", "IF", "network interface to appear on (needed)",
        TakeText(options.interfaceName)},
-      {"--ipv4", "", "IPv4 only (default: both)", TakeSwitch(onlyIpv4)},
-      {"--ipv6", "", "IPv6 only", TakeSwitch(onlyIpv6)},
+      {"--ipv4", "", "IPv4 only (default: both)", TakeSwitch(switches.onlyIpv4)},
+      {"--ipv6", "", "IPv6 only", TakeSwitch(switches.onlyIpv6)},
       {"--devices", "N", "number of devices (default 1)",
        TakeNumber(model.devices, 0, kMaxDevices)},
       {"--first-serial", "N", "serial number of the first one (default 1)",
@@ -139,6 +172,24 @@ std::vector<Option> Options(SimulatorOptions& options, bool& onlyIpv4, bool& onl
        TakeText(options.sendFile)},
       {"--send-to", "GROUP", "where the file goes: request or response (default)",
        TakeGroup(options.fileToRequestGroup)},
+      {"--status-query", "",
+       "answers the status query of static devices as well, on\n"
+       "TCP port 4817 of every IPv4 address",
+       TakeSwitch(options.statusQuery)},
+      {"--no-multicast", "", "answers nothing else than the status query",
+       TakeSwitch(switches.noMulticast)},
+      {"--status-fault", "KIND",
+       "answers the status query wrongly; KIND is one of\n"
+       "silent         accepts the connection and says nothing\n"
+       "pieces         100 bytes every 100 ms\n"
+       "two-frames     another device's reply in the same\n"
+       "               segment, then the connection is closed\n"
+       "long-chain     items of 1501 bytes, one too many\n"
+       "endless-chain  items that never end\n"
+       "early-close    closes in the middle of the reply\n"
+       "other-type     a frame that is no reply\n"
+       "drip           one byte a second",
+       TakeFault(options.statusFault)},
       {"--for", "SECONDS", "ends after this time; 0 as soon as the file is sent",
        TakeEnd(options.endAfterMs)},
       {"--verbose", "", "shows what is heard and sent", TakeSwitch(options.verbose)},
@@ -152,6 +203,16 @@ std::optional<std::string> Contradiction(const SimulatorOptions& options) {
   if (options.interfaceName.empty()) return "--interface is missing";
   if (model.devices > 0 && model.devices - 1 > kMaxSerial - model.firstSerial) {
     return Concat({"the serial numbers would go past ", std::to_string(kMaxSerial)});
+  }
+  if (!options.statusQuery) {
+    if (!options.multicast) return "--no-multicast leaves nothing to do without --status-query";
+    if (options.statusFault != StatusFault::kNone) return "--status-fault needs --status-query";
+  } else if (!options.ipv4) {
+    return "--status-query works over IPv4 only";
+  }
+  if (!options.multicast &&
+      (options.announceMs > 0 || options.sendRequestMs > 0 || !options.sendFile.empty())) {
+    return "--announce, --send-request and --send-file need multicast";
   }
   const std::uint64_t answer =
       kDeviceRecordSize +
@@ -167,25 +228,27 @@ std::optional<std::string> Contradiction(const SimulatorOptions& options) {
 
 std::optional<std::string> ParseSimulatorOptions(std::span<const std::string> arguments,
                                                  SimulatorOptions& options) {
-  bool onlyIpv4 = false;
-  bool onlyIpv6 = false;
+  Switches switches;
   std::vector<std::string> operands;
-  const std::vector<Option> table = Options(options, onlyIpv4, onlyIpv6);
+  const std::vector<Option> table = Options(options, switches);
   if (auto mistake = ParseOptions(arguments, table, operands)) return mistake;
   if (options.help || options.version) return std::nullopt;
   if (!operands.empty())
     return Concat({"'", EscapeForTerminal(operands.front()), "' belongs to no option"});
-  if (onlyIpv4 != onlyIpv6) {
-    options.ipv4 = onlyIpv4;
-    options.ipv6 = onlyIpv6;
+  if (switches.onlyIpv4 != switches.onlyIpv6) {
+    options.ipv4 = switches.onlyIpv4;
+    options.ipv6 = switches.onlyIpv6;
   }
-  options.familyGiven = onlyIpv4 || onlyIpv6;
-  return Contradiction(options);
+  options.familyGiven = switches.onlyIpv4 || switches.onlyIpv6;
+  options.multicast = !switches.noMulticast;
+  auto contradiction = Contradiction(options);
+  if (!options.multicast) options.ipv6 = false;  // the status query knows none
+  return contradiction;
 }
 
 std::string SimulatorHelp() {
   SimulatorOptions options;
-  bool unused = false;
+  Switches unused;
   return Concat(
       {"Usage: talvorn-sim --interface IF [OPTIONS]\n"
        "\n"
@@ -193,15 +256,18 @@ std::string SimulatorHelp() {
        "requests of locators until Ctrl-C ends them. Device 1 answers from the first\n"
        "address of the interface, device 2 from the second one, and so on.\n"
        "\n",
-       OptionsHelp(Options(options, unused, unused)),
+       OptionsHelp(Options(options, unused)),
        "\n"
        "A locator reads the first ",
        std::to_string(kMaxDatagramSize),
-       " bytes of an answer.\n"
+       " bytes of an answer, and takes\n"
+       "no longer status reply.\n"
        "\n"
        "Example: twelve devices, of which four come and go, with items that change:\n"
        "  talvorn-sim --interface demo0 --devices 12 --items 2 --change-items 5000 \\\n"
-       "      --absent 20000/60000 --absent-devices 4\n"});
+       "      --absent 20000/60000 --absent-devices 4\n"
+       "Three devices that only a status query reaches:\n"
+       "  talvorn-sim --interface demo0 --devices 3 --status-query --no-multicast\n"});
 }
 
 }  // namespace talvorn

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "simulator/device_model.h"
+#include "simulator/status_reply.h"
 
 namespace talvorn {
 
@@ -27,6 +28,9 @@ struct SimulatorOptions {
   std::string sendFile;
   bool fileToRequestGroup = false;
   std::optional<std::uint32_t> endAfterMs;
+  bool multicast = true;
+  bool statusQuery = false;  // serve it over TCP
+  StatusFault statusFault = StatusFault::kNone;
 };
 
 // Fills `options`. Returns what is wrong with the arguments, as a text without full

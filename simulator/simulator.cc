@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
+#include <mutex>
 #include <utility>
 
 #include "command_line/concat.h"
@@ -80,7 +82,10 @@ std::uint32_t MaskOf(std::uint32_t address) {
 
 Simulator::Simulator(const SimulatorOptions& options, Log log)
     : options_(options),
-      log_(std::move(log)),
+      log_([log = std::move(log), lock = std::make_shared<std::mutex>()](const std::string& line) {
+        const std::lock_guard guard(*lock);
+        log(line);
+      }),
       schedule_({.devices = options.model.devices,
                  .announceMs = options.announceMs,
                  .delayMinMs = options.delayMinMs,
@@ -119,7 +124,12 @@ std::optional<std::string> Simulator::Open(const platform::Waitable& interrupt) 
                    " address that can be used; give it one and switch it on"});
   }
   model_.emplace(options_.model, std::move(texts));
+  startMs_ = platform::MonotonicMs();
 
+  if (options_.statusQuery) {
+    if (auto obstacle = OpenStatusServer(ipv4)) return obstacle;
+  }
+  if (!options_.multicast) return std::nullopt;
   if (!ipv4.empty()) {
     if (auto obstacle = OpenPort(AddressFamily::kIpv4, ipv4)) return obstacle;
   }
@@ -127,6 +137,18 @@ std::optional<std::string> Simulator::Open(const platform::Waitable& interrupt) 
     if (auto obstacle = OpenPort(AddressFamily::kIpv6, ipv6)) return obstacle;
   }
   return std::nullopt;
+}
+
+std::optional<std::string> Simulator::OpenStatusServer(const std::vector<Local>& locals) {
+  const std::string name = Concat({"'", EscapeForTerminal(options_.interfaceName), "'"});
+  if (locals.empty()) {
+    return Concat({"the interface ", name, " has no IPv4 address for the status query"});
+  }
+  std::vector<std::uint32_t> addresses;
+  for (const Local& local : locals) addresses.push_back(local.address.ipv4());
+  statusServer_.emplace(*model_, std::move(addresses), options_.statusFault, log_);
+  if (statusServer_->Open() && statusServer_->Start(startMs_)) return std::nullopt;
+  return Concat({"no status query can be heard on TCP port ", std::to_string(kStatusPort)});
 }
 
 std::optional<std::string> Simulator::OpenPort(AddressFamily family,
@@ -171,6 +193,7 @@ std::string Simulator::Summary() const {
   std::string families;
   for (const Port& port : ports_)
     families.append(families.empty() ? "" : ", ").append(FamilyName(port.family));
+  if (statusServer_) families.append(families.empty() ? "" : ", ").append("status query");
   const std::uint32_t devices = options_.model.devices;
   return Concat({std::to_string(devices), devices == 1 ? " device on " : " devices on ",
                  EscapeForTerminal(options_.interfaceName), " (", families, ")"});
@@ -178,19 +201,26 @@ std::string Simulator::Summary() const {
 
 void Simulator::Run(const platform::Waitable& interrupt,
                     std::span<const std::vector<std::byte>> fileDatagrams) {
+  Multicast(interrupt, fileDatagrams);
+  if (!statusServer_) return;
+  statusServer_->Stop();
+  counts_.statusQueries = statusServer_->queries();
+}
+
+void Simulator::Multicast(const platform::Waitable& interrupt,
+                          std::span<const std::vector<std::byte>> fileDatagrams) {
   for (Port& port : ports_) {
     const SocketAddress& group =
         options_.fileToRequestGroup ? port.requestGroup : port.responseGroup;
     for (const auto& datagram : fileDatagrams) Send(port.senders.front(), datagram, group);
   }
 
-  const std::uint64_t start = platform::MonotonicMs();
   std::uint64_t ownRequestDue = 0;
   std::vector<const platform::Waitable*> waitables = {&interrupt};
   for (const Port& port : ports_) waitables.push_back(&port.requests);
 
   while (!IsSignalled(interrupt)) {
-    const std::uint64_t now = platform::MonotonicMs() - start;
+    const std::uint64_t now = platform::MonotonicMs() - startMs_;
     if (options_.endAfterMs && now >= *options_.endAfterMs) return;
     for (Port& port : ports_) HearRequests(port, now);
     const bool more = SendDue(now);

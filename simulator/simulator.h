@@ -1,6 +1,6 @@
 // Puts the simulated devices on a network: hears the requests of locators on one
 // interface and sends the devices' answers and announcements, each from the address
-// of its device. One thread does everything.
+// of its device. One thread does all of that; the status query has threads of its own.
 #pragma once
 
 #include <array>
@@ -17,6 +17,7 @@
 #include "simulator/answer_schedule.h"
 #include "simulator/device_model.h"
 #include "simulator/options.h"
+#include "simulator/status_server.h"
 
 namespace talvorn {
 
@@ -24,7 +25,7 @@ class Simulator {
  public:
   using Log = std::function<void(const std::string& line)>;
 
-  // `log` is told what is heard and sent.
+  // `log` is told what is heard and sent, by several threads but one at a time.
   Simulator(const SimulatorOptions& options, Log log);
 
   // Opens the sockets, after a wait for IPv6 addresses that the system still checks.
@@ -43,6 +44,7 @@ class Simulator {
     std::uint64_t requestsHeard = 0;
     std::uint64_t sent = 0;
     std::uint64_t failed = 0;  // could not be sent
+    std::uint64_t statusQueries = 0;
   };
   [[nodiscard]] const Counts& counts() const { return counts_; }
 
@@ -61,8 +63,11 @@ class Simulator {
     std::uint32_t interfaceValue = 0;
   };
 
+  [[nodiscard]] std::optional<std::string> OpenStatusServer(const std::vector<Local>& locals);
   [[nodiscard]] std::optional<std::string> OpenPort(platform::AddressFamily family,
                                                     const std::vector<Local>& locals);
+  void Multicast(const platform::Waitable& interrupt,
+                 std::span<const std::vector<std::byte>> fileDatagrams);
   [[nodiscard]] Port* FindPort(platform::AddressFamily family);
   void HearRequests(Port& port, std::uint64_t nowMs);
   // True when more is due than one call sends.
@@ -76,7 +81,9 @@ class Simulator {
   Log log_;
   std::optional<DeviceModel> model_;
   AnswerSchedule schedule_;
+  std::uint64_t startMs_ = 0;
   std::vector<Port> ports_;
+  std::optional<StatusServer> statusServer_;
   Counts counts_;
 };
 

@@ -70,7 +70,8 @@ int Simulate(const SimulatorOptions& options) {
   const Simulator::Counts& counts = simulator.counts();
   if (options.verbose) {
     LogLine(start, Concat({std::to_string(counts.requestsHeard), " requests heard, ",
-                           std::to_string(counts.sent), " datagrams sent"}));
+                           std::to_string(counts.sent), " datagrams sent, ",
+                           std::to_string(counts.statusQueries), " status queries"}));
   }
   if (counts.failed > 0) {
     (void)WriteError(

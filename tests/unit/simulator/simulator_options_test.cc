@@ -95,6 +95,30 @@ TEST(SimulatorOptions, EverythingCanBeSaid) {
   EXPECT_EQ(both.delayMaxMs, 7u);
 }
 
+TEST(SimulatorOptions, TheStatusQueryAndItsFaults) {
+  SimulatorOptions options;
+  const Strings arguments = {
+      "--interface", "x", "--status-query", "--no-multicast", "--status-fault", "endless-chain"};
+  ASSERT_FALSE(ParseSimulatorOptions(arguments, options));
+  EXPECT_TRUE(options.statusQuery);
+  EXPECT_FALSE(options.multicast);
+  EXPECT_EQ(options.statusFault, StatusFault::kEndlessChain);
+  // Every kind that the help names is one, and the other way round.
+  const std::string help = SimulatorHelp();
+  for (const char* kind : {"silent", "pieces", "two-frames", "long-chain", "endless-chain",
+                           "early-close", "other-type", "drip"}) {
+    EXPECT_EQ(Mistake({"--interface", "x", "--status-query", "--status-fault", kind}), "");
+    EXPECT_THAT(help, HasSubstr(std::string(" ") + kind + "  "));
+  }
+  EXPECT_THAT(Mistake({"--interface", "x", "--status-query", "--status-fault", "loud"}),
+              HasSubstr("one of silent, pieces"));
+  EXPECT_THAT(Mistake({"--interface", "x", "--status-fault", "drip"}), HasSubstr("needs"));
+  EXPECT_THAT(Mistake({"--interface", "x", "--no-multicast"}), HasSubstr("nothing to do"));
+  EXPECT_THAT(Mistake({"--interface", "x", "--status-query", "--ipv6"}), HasSubstr("IPv4 only"));
+  EXPECT_THAT(Mistake({"--interface", "x", "--status-query", "--no-multicast", "--announce", "9"}),
+              HasSubstr("need multicast"));
+}
+
 TEST(SimulatorOptions, MistakesAreSaid) {
   EXPECT_EQ(Mistake({}), "--interface is missing");
   EXPECT_EQ(Mistake({"--help"}), "");
