@@ -36,7 +36,8 @@ struct ItemView {
 };
 
 // The item at the start of `data`; none when its words, its 20 + bodyLength bytes or
-// its first hashLength bytes do not lie inside.
+// its first hashLength bytes do not lie inside, or when its body is too short for its
+// own length word (readers of a snapshot would lose their way there).
 [[nodiscard]] inline std::optional<ItemView> ParseItem(std::span<const std::byte> data) {
   if (data.size() < kItemWordsSize) return std::nullopt;
   ItemView item{.available = data,
@@ -44,7 +45,10 @@ struct ItemView {
                 .nextOffset = U32BigAt(data, kItemNextOffsetAt),
                 .bodyLength = U32BigAt(data, kItemBodyLengthAt)};
   const std::uint64_t size = std::uint64_t{kItemHeaderSize} + item.bodyLength;
-  if (size > data.size() || item.hashLength > data.size()) return std::nullopt;
+  if (item.bodyLength < sizeof(item.bodyLength) || size > data.size() ||
+      item.hashLength > data.size()) {
+    return std::nullopt;
+  }
   return item;
 }
 

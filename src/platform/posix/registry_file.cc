@@ -203,7 +203,7 @@ class RegistryFile::Parser {
       return;
     }
     key_ = &file_.keys_[path];
-    key_->lastValueEnd = next_;
+    key_->headerEnd = next_;
   }
 
   void ParseValue(LineCursor& cursor) {
@@ -218,8 +218,6 @@ class RegistryFile::Parser {
     cursor.SkipBlanks();
     entry.begin = PlaceOf(cursor);
     if (!ParseData(cursor, entry)) return;
-    key_->lastValueEnd = next_;
-
     const auto [known, added] =
         key_->index.try_emplace(FoldCase(entry.value.name), key_->entries.size());
     if (added) {
@@ -318,8 +316,7 @@ std::string RegistryFile::WithKey(std::u16string_view path) const {
   if (bytes_.empty()) {
     return WithLines(0, {u"Windows Registry Editor Version 5.00", u"", header});
   }
-  const bool oddByte = encoding_ == Encoding::kUtf16 && bytes_.size() % 2 != 0;
-  return WithLines(bytes_.size() - (oddByte ? 1 : 0), {u"", header});
+  return WithLines(bytes_.size(), {u"", header});
 }
 
 std::optional<std::string> RegistryFile::WithDword(std::u16string_view path,
@@ -329,8 +326,8 @@ std::optional<std::string> RegistryFile::WithDword(std::u16string_view path,
   if (key == keys_.end()) return std::nullopt;
 
   const auto known = key->second.index.find(FoldCase(name));
-  if (known == key->second.index.end() || key->second.entries[known->second].deleted) {
-    return WithLines(key->second.lastValueEnd, {QuotedName(name) + u"=" + Dword(value)});
+  if (known == key->second.index.end()) {
+    return WithLines(key->second.headerEnd, {QuotedName(name) + u"=" + Dword(value)});
   }
   const Entry& entry = key->second.entries[known->second];
   const std::size_t begin = OffsetOf(entry.begin);
@@ -355,9 +352,11 @@ std::string RegistryFile::Encode(std::u16string_view text) const {
 
 std::string RegistryFile::WithLines(std::size_t offset,
                                     const std::vector<std::u16string>& lines) const {
+  if (encoding_ == Encoding::kUtf16) offset -= offset % 2;  // half a character at the end
   std::u16string text;
   const std::string_view before = std::string_view(bytes_).substr(0, offset);
-  if (offset > 0 && !before.ends_with(Encode(u"\n"))) text += lineEnd_;
+  if (offset > 0 && !before.ends_with(Encode(u"\n")))
+    text += before.ends_with(Encode(u"\r")) ? u"\n" : lineEnd_;
   for (const std::u16string& line : lines) text += line + lineEnd_;
   return std::string(before) + Encode(text) + bytes_.substr(offset);
 }

@@ -55,7 +55,7 @@ class RegistryFile {
   struct Key {
     std::vector<Entry> entries;
     std::unordered_map<std::u16string, std::size_t> index;  // by the name in capitals
-    std::size_t lastValueEnd = 0;  // offset behind the key's last value line
+    std::size_t headerEnd = 0;  // offset behind the line that begins the key
   };
 
   [[nodiscard]] std::size_t OffsetOf(Place place) const;

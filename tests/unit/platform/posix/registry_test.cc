@@ -114,12 +114,14 @@ TEST(RegistryFile, ChangesNothingButTheValue) {
       // The definition that counts.
       {"[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:5\n[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"\\\\\"",
        "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:5\n[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:00000001"},
-      // Added at the end of the section, with the file's line ends.
+      // Added at the beginning of the section, with the file's line ends.
       {"[HKEY_LOCAL_MACHINE\\k]\r\n\"b\"=dword:0\r\n\r\n; on x\r\n[x]\r\n",
-       "[HKEY_LOCAL_MACHINE\\k]\r\n\"b\"=dword:0\r\n\"A\"=dword:00000001\r\n\r\n; on x\r\n[x]\r\n"},
+       "[HKEY_LOCAL_MACHINE\\k]\r\n\"A\"=dword:00000001\r\n\"b\"=dword:0\r\n\r\n; on x\r\n[x]\r\n"},
+      {"[HKEY_LOCAL_MACHINE\\k]\n\"b\"=hex:00,\\\n",
+       "[HKEY_LOCAL_MACHINE\\k]\n\"A\"=dword:00000001\n\"b\"=hex:00,\\\n"},
       {"[HKEY_LOCAL_MACHINE\\k]", "[HKEY_LOCAL_MACHINE\\k]\n\"A\"=dword:00000001\n"},
       {"[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=-\n",
-       "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=-\n\"A\"=dword:00000001\n"},
+       "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=dword:00000001\n"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(RegistryFile(std::string(c.before)).WithDword(u"K", u"A", 1), c.after);
@@ -273,8 +275,8 @@ TEST_F(Registry, WritingReplacesTheFileAndKeepsItsModeAndName) {
   struct stat after {};
   stat(target.c_str(), &after);
   EXPECT_EQ(Content(),
-            "[HKEY_LOCAL_MACHINE\\Software\\K]\n\"10.0.0.1\"=dword:00000001\n"
-            "\"10.0.0.2\"=dword:00000002\n");
+            "[HKEY_LOCAL_MACHINE\\Software\\K]\n\"10.0.0.2\"=dword:00000002\n"
+            "\"10.0.0.1\"=dword:00000001\n");
   EXPECT_TRUE(std::filesystem::is_symlink(machine_.registry()));
   EXPECT_EQ(after.st_mode & 07777, 0640u);
   EXPECT_NE(after.st_ino, before.st_ino) << "whoever reads the old file reads it to its end";
