@@ -122,16 +122,18 @@ TEST_F(ObjectFiles, WaitsAlsoWhereTheSystemCannotTellOfChanges) {
   EXPECT_EQ(ResultInChild([] {
               NamedEvent event = NamedEvent::Create(kName, Mode::kAutoReset);
               NamedEvent other = NamedEvent::Open(kName);
+              std::atomic<bool> started{false};
               std::atomic<bool> limited{false};
               std::atomic<bool> done{false};
               Status status = Status::kFailed;
               std::thread waiter([&] {
-                while (!limited) SleepMs(1);
+                for (started = true; !limited;) SleepMs(1);
                 status = WaitFor(event, kGenerousMs);
                 done = true;
               });
               const rlimit none{STDERR_FILENO + 1, 64};
               const rlimit enough{64, 64};
+              while (!started) SleepMs(1);
               setrlimit(RLIMIT_NOFILE, &none);
               limited = true;
               const std::uint64_t start = MonotonicMs();
