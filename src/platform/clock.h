@@ -25,8 +25,8 @@ class Clock {
   virtual void Sleep(std::uint32_t milliseconds) = 0;
 
   // Blocks until the system time reaches `deadline`, `wake` is signalled
-  // (nothing is consumed), or somebody sets the clock. May return early: callers
-  // read the clock again.
+  // (nothing is consumed), or somebody sets the clock (noticed at once on Linux,
+  // within a second on Windows). May return early: callers read the clock again.
   virtual void WaitUntil(FileTime deadline, const Waitable& wake) = 0;
 
  protected:

@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/fault_injection.h"
+#include "testing/socket_library.h"
 
 namespace talvorn::platform {
 namespace {
@@ -153,33 +152,6 @@ TEST(Socket, OversizedDatagramDeliversItsBeginningAndNoMore) {
   EXPECT_EQ(size, 3u);
 }
 
-TEST(Socket, ReceiveSurvivesWhatPassesByItself) {
-  struct Case {
-    int error;
-    ReceiveStatus expected;
-  };
-  const Case cases[] = {
-      {EINTR, ReceiveStatus::kNothing},        {EAGAIN, ReceiveStatus::kNothing},
-      {ENETDOWN, ReceiveStatus::kNothing},     {ECONNRESET, ReceiveStatus::kNothing},
-      {ENETRESET, ReceiveStatus::kNothing},    {ECONNREFUSED, ReceiveStatus::kNothing},
-      {EHOSTUNREACH, ReceiveStatus::kNothing}, {ENOBUFS, ReceiveStatus::kNothing},
-      {ENOMEM, ReceiveStatus::kNothing},       {EBADF, ReceiveStatus::kFailed},
-      {ENOTSOCK, ReceiveStatus::kFailed},      {EINVAL, ReceiveStatus::kFailed},
-  };
-  DatagramPair pair;
-  std::vector<std::byte> buffer(1500);
-  std::size_t size = 0;
-  SocketAddress source;
-  ASSERT_TRUE(pair.Send(Bytes(43, 0)));
-  for (const Case& c : cases) {
-    ArmFault(Fault::kReceive, 1, 0, c.error);
-    EXPECT_EQ(pair.receiver.ReceiveFrom(buffer, size, source), c.expected)
-        << std::strerror(c.error);
-  }
-  DisarmFaults();
-  EXPECT_EQ(pair.receiver.ReceiveFrom(buffer, size, source), ReceiveStatus::kReceived);
-}
-
 TEST(Socket, MovedSocketHasOneOwner) {
   DatagramPair pair;
   Socket moved = Socket::Create(AddressFamily::kIpv4, SocketType::kDatagram);
@@ -202,11 +174,10 @@ TEST(Socket, StreamConnectsExchangesAndEnds) {
   ASSERT_TRUE(listener.SetReuseAddress());
   const SocketAddress address = Loopback(BindSomewhere(listener));
 
-  // Nobody listens yet.
+  // Nobody listens yet. Not every system shows a refusal before the time limit.
   Socket early = Socket::Create(AddressFamily::kIpv4, SocketType::kStream);
   if (early.Connect(address) == ConnectStatus::kPending) {
-    EXPECT_EQ(early.WaitWritable(kGenerousMs), WaitStatus::kSignalled);
-    EXPECT_FALSE(early.ConnectSucceeded());
+    EXPECT_FALSE(early.WaitWritable(1000) == WaitStatus::kSignalled && early.ConnectSucceeded());
   }
 
   ASSERT_TRUE(listener.Listen(4));
@@ -218,6 +189,9 @@ TEST(Socket, StreamConnectsExchangesAndEnds) {
   ASSERT_EQ(listener.WaitReadable(kGenerousMs), WaitStatus::kSignalled);
   Socket server = listener.Accept();
   ASSERT_TRUE(server.valid());
+  EXPECT_EQ(server.LocalAddress().ipv4(), address.ipv4());
+  EXPECT_EQ(server.LocalAddress().port(), address.port());
+  EXPECT_EQ(Socket().LocalAddress().size, 0u);
 
   std::vector<std::byte> buffer(10);
   EXPECT_FALSE(server.Receive(buffer));
@@ -234,6 +208,7 @@ TEST(Socket, StreamConnectsExchangesAndEnds) {
   EXPECT_EQ(client.WaitWritable(0), WaitStatus::kTimeout);
 
   client.ShutdownBoth();
+  buffer.resize(much.size());
   std::optional<std::size_t> received;
   do {
     ASSERT_EQ(server.WaitReadable(kGenerousMs), WaitStatus::kSignalled);
