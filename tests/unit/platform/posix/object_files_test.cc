@@ -129,7 +129,7 @@ TEST_F(ObjectFiles, WaitsAlsoWhereTheSystemCannotTellOfChanges) {
               std::thread waiter([&] {
                 for (started = true; !limited;) SleepMs(1);
                 status = WaitFor(event, kGenerousMs);
-                done = true;
+                for (done = true; limited;) SleepMs(1);
               });
               const rlimit none{STDERR_FILENO + 1, 64};
               const rlimit enough{64, 64};
@@ -139,6 +139,7 @@ TEST_F(ObjectFiles, WaitsAlsoWhereTheSystemCannotTellOfChanges) {
               const std::uint64_t start = MonotonicMs();
               while (!done && other.Pulse()) SleepMs(5);
               setrlimit(RLIMIT_NOFILE, &enough);
+              limited = false;
               waiter.join();
               const bool soon = MonotonicMs() - start < kGenerousMs / 2;
               return status == Status::kEvent && soon ? 0 : 1;
