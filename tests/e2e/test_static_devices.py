@@ -206,6 +206,8 @@ class Replies(TestCase):
         beyond = beyond[:427 + 20] + (41).to_bytes(4, "big") + beyond[427 + 24:]
         greedy = with_items(142, 60, 60)  # is to be identified by more than there is
         greedy = greedy[:427] + (61).to_bytes(4, "big") + greedy[427 + 4:]
+        far = with_items(143, 60)  # begins behind a hole, at 380
+        far = far[:16] + (380).to_bytes(4, "big") + far[20:367] + b"h" * 13 + far[367:]
         one, other = reply(plain[100]), reply(plain[101])
         halves = one[:200], one[200:]
 
@@ -254,6 +256,8 @@ class Replies(TestCase):
             "items far away": ([reply(wire.record(127, item_offset=0xFFFFFFFF))], [], []),
             "item cut": ([reply(with_items(128, 60))[:-1]], [], []),
             "hole between items": ([reply(spread)], [spread], items(spread, (0, 60), (64, 124))),
+            "hole before the items": ([reply(far)], [far], items(far, (13, 73))),
+            "items behind what is in hand": ([reply(far)[:-1]], [], []),
             "last item too long": ([reply(beyond)], [], []),
             "identity too long": ([reply(greedy)], [greedy], items(greedy, (0, 60))),
             "another type": ([reply(plain[129], kind=6)], [], []),
