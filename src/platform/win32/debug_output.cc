@@ -1,0 +1,30 @@
+// A debugger or viewer that has stopped reading holds a writer for as long as the
+// system waits for it (some ten seconds); nothing that the process can do shortens
+// that.
+#include "platform/debug_output.h"
+
+#include <new>
+#include <string>
+
+#include "platform/win32/wide_text.h"
+#include "platform/win32/windows_api.h"
+
+namespace talvorn::platform {
+
+void DebugOutputW(std::u16string_view text) {
+  try {
+    OutputDebugStringW(ToNative(std::u16string(text)));
+  } catch (const std::bad_alloc&) {
+    // The line is dropped.
+  }
+}
+
+void DebugOutputA(std::string_view text) {
+  try {
+    OutputDebugStringA(std::string(text).c_str());
+  } catch (const std::bad_alloc&) {
+    // The line is dropped.
+  }
+}
+
+}  // namespace talvorn::platform
