@@ -4,7 +4,7 @@ import re
 import signal
 import time
 
-from harness import TestCase, stays_true, wait_until
+from harness import TestCase, full_set, stays_true, wait_until
 
 
 class Dynamic(TestCase):
@@ -49,6 +49,7 @@ class Dynamic(TestCase):
         locator.stop()
         self.assertEqual(locator.trace.count("TTL --> 5s     TIMEOUT STARTED"), 2)
 
+    @full_set
     def test_without_a_time_it_never_ends(self):
         locator = self.start_counting("/DYNAMIC", ttl=0)
         wait_until(lambda: "TTL --> 0s     TIMEOUT STARTED" in locator.trace, "the first pass")
@@ -57,6 +58,7 @@ class Dynamic(TestCase):
         locator.stop()
         self.assertIn("EXIT", locator.trace)
 
+    @full_set
     def test_anything_else_is_permanent(self):
         here = self.network.host("alone")
         for arguments in ((), ("/dynamic ",), ("/dynamic", "x"), ("-dynamic",), ("",)):

@@ -5,7 +5,7 @@ import pwd
 import re
 
 import wire
-from harness import LIMIT, TestCase, wait_until
+from harness import LIMIT, TestCase, full_set, wait_until
 
 
 class EventLog(TestCase):
@@ -107,6 +107,7 @@ class Trace(TestCase):
         self.assertEqual(locator.trace.count("Service loop terminated"), 2)
         self.assertEqual(locator.trace[-1], "Wait for Exit Multicast-Thread OK")
 
+    @full_set
     def test_switched_while_running(self):
         here, there = self.simple_network()
         locator = self.start_locator(here, settings={"DebugView": 0})

@@ -4,7 +4,7 @@ import os
 import threading
 
 import wire
-from harness import INTERFACES_KEY, TestCase, wait_until
+from harness import INTERFACES_KEY, TestCase, full_set, wait_until
 
 
 class Settings(TestCase):
@@ -14,6 +14,7 @@ class Settings(TestCase):
         self.assertEqual((kind, size), (5, len(payload)))
         return payload
 
+    @full_set
     def test_a_wrong_type_counts_as_missing(self):
         here, there = self.simple_network()
         capture = self.capture(there, "dev0")
@@ -31,6 +32,7 @@ class Settings(TestCase):
         self.assertEqual(capture.requests(family=6), [])
         self.assertEqual(self.log_path(locator), b"x\0")
 
+    @full_set
     def test_log_path(self):
         here = self.network.host("alone")
         temporary = (os.environ.get("TMPDIR") or "/tmp").rstrip("/").encode() + b"/\0"
@@ -43,6 +45,7 @@ class Settings(TestCase):
                 self.assertEqual(self.log_path(locator), expected)
                 locator.stop()
 
+    @full_set
     def test_a_file_that_cannot_be_used(self):
         here, there = self.simple_network()
         station = self.station(there, "dev0", "192.168.10.20")
@@ -88,7 +91,7 @@ class Settings(TestCase):
         try:
             seen = set()
             with locator.client() as client:
-                for _ in range(500):
+                for _ in range(200):
                     (device,) = client.devices()
                     seen.add((device["ipv4"], device["ipv6"]))
         finally:
