@@ -12,6 +12,7 @@ import threading
 import time
 
 import wire
+from harness import stays_true, wait_until
 
 REPLY_TYPE = 0x80000006
 REQUEST = re.compile(rb"\0\0\0\xaf\0\0\0\x06\0\0\0\0DEVICE STATUS;SID="
@@ -201,9 +202,16 @@ def query_threads(process):
     return sum(name.startswith("status-query") for name in process.task_values("comm"))
 
 
-def counts(process):
-    """(threads, descriptors) of a program."""
+def _counts(process):
     return len(os.listdir(f"/proc/{process.pid}/task")), len(os.listdir(f"/proc/{process.pid}/fd"))
+
+
+def steady_counts(process):
+    """(threads, descriptors) of a program, once they stay the same."""
+    def steady():
+        found = _counts(process)
+        return found if stays_true(lambda: _counts(process) == found, 2) else None
+    return wait_until(steady, "steady counts")
 
 
 def addresses(count, first="10.20.0.1"):

@@ -8,17 +8,9 @@ import static_network
 import wire
 from harness import LIMIT, TestCase, stays_true, wait_until
 from static_network import (CLOSE, DeviceFile, NameFiles, RoutedNetwork, ScriptedDevices,
-                            addresses, counts, logged_queries, query_threads, reply)
+                            addresses, logged_queries, query_threads, reply, steady_counts)
 
 LATER = 1.5  # seconds after which a locator has surely taken what came before, and still waits
-
-
-def steady_counts(process):
-    """Threads and descriptors once the start is over."""
-    def steady():
-        found = counts(process)
-        return found if stays_true(lambda: counts(process) == found, 2) else None
-    return wait_until(steady, "steady counts")
 
 
 def static_settings(file, **others):
