@@ -1,6 +1,7 @@
 #include "platform/posix/object_names.h"
 
 #include <dirent.h>
+#include <pthread.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,6 +28,18 @@ constexpr std::size_t kMostNames = 10'000;
 
 class ObjectNames {
  public:
+  // Parent and child of a fork would take each other's changes from the one queue, so
+  // that the child begins anew.
+  ObjectNames() {
+    static ObjectNames* const self = this;
+    pthread_atfork([] { self->mutex_.lock(); }, [] { self->mutex_.unlock(); },
+                   [] {
+                     self->complete_ = false;
+                     self->trustedUntil_ = 0;
+                     self->mutex_.unlock();
+                   });
+  }
+
   bool Contains(const std::string& name) {
     const std::lock_guard lock(mutex_);
     if (!Update()) return access((path_ + '/' + name).c_str(), F_OK) == 0;
