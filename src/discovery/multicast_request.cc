@@ -46,13 +46,13 @@ class RequestThread {
 
  private:
   void Start() {
-    const bool sources = OpenEventSource(castRequest_, kSourceCastRequest) &
-                         OpenEventSource(castReceive_, kSourceCastReceive);
+    const bool canReportSent = OpenEventSource(castRequest_, kSourceCastRequest);
+    const bool canReportHeard = OpenEventSource(castReceive_, kSourceCastReceive);
     RegistryValues settings;
     RetrieveValues(settings);
     requestTimer_.period = settings.timeRequest;
     masterTimer_.period = settings.timeMaster;
-    if (sources) {
+    if (canReportSent && canReportHeard) {
       if (settings.timeMulticastRequestAllowed == 0) Send();
       OpenReceivers();
     }
