@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,97 +13,57 @@
 namespace talvorn::platform {
 namespace {
 
-// Standard error goes elsewhere while it lives.
-class Redirection {
+// Reads what goes to standard error while it lives, through a pair of sockets of the
+// given type or, for type 0, a pipe.
+class Reader {
  public:
-  explicit Redirection(int target) : saved_(dup(STDERR_FILENO)) { dup2(target, STDERR_FILENO); }
-  ~Redirection() { dup2(saved_.get(), STDERR_FILENO); }
-  Redirection(const Redirection&) = delete;
-  Redirection& operator=(const Redirection&) = delete;
+  explicit Reader(int socketType) : saved_(dup(STDERR_FILENO)) {
+    std::array<int, 2> ends{-1, -1};
+    EXPECT_EQ(socketType == 0 ? pipe(ends.data()) : socketpair(AF_UNIX, socketType, 0, ends.data()),
+              0);
+    end_ = Descriptor(ends[0]);
+    fcntl(end_.get(), F_SETFL, O_NONBLOCK);
+    dup2(Descriptor(ends[1]).get(), STDERR_FILENO);
+  }
+  ~Reader() { dup2(saved_.get(), STDERR_FILENO); }
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+
+  [[nodiscard]] std::string Read() const {
+    std::string text(1 << 20, '\0');
+    const ssize_t size = read(end_.get(), text.data(), text.size());
+    text.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+    return text;
+  }
+  void Close() { end_.Close(); }
 
  private:
   Descriptor saved_;
+  Descriptor end_;
 };
 
-struct Ends {
-  Descriptor reader;
-  Descriptor writer;
-};
-
-Ends Pipe() {
-  std::array<int, 2> ends{};
-  EXPECT_EQ(pipe(ends.data()), 0);
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
-
-Ends SocketPair(int type) {
-  std::array<int, 2> ends{};
-  EXPECT_EQ(socketpair(AF_UNIX, type, 0, ends.data()), 0);
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
-
-std::string ReadWaiting(int fd) {
-  std::string text(1 << 20, '\0');
-  fcntl(fd, F_SETFL, O_NONBLOCK);
-  const ssize_t size = read(fd, text.data(), text.size());
-  text.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
-  return text;
-}
-
-int Waiting(int fd) {
-  int size = -1;
-  ioctl(fd, FIONREAD, &size);
-  return size;
-}
-
-TEST(DebugOutput, WritesUtf8WhereverStandardErrorGoes) {
-  char path[] = "/tmp/talvorn-output-XXXXXX";
-  const Descriptor file(mkstemp(path));
-  unlink(path);
-  const Ends pipe = Pipe();
-  const Ends stream = SocketPair(SOCK_STREAM);
-  const std::pair<int, int> targets[] = {{pipe.writer.get(), pipe.reader.get()},
-                                         {stream.writer.get(), stream.reader.get()},
-                                         {file.get(), file.get()}};
-  for (const auto& [writer, reader] : targets) {
-    {
-      const Redirection redirection(writer);
-      DebugOutputW(u"wide \u00FC\n");
-      DebugOutputW(u"");
-      DebugOutputA("narrow \xFC \x80\n");
-      DebugOutputA("path \xC3\xBC\n");
-    }
-    lseek(file.get(), 0, SEEK_SET);
-    EXPECT_EQ(ReadWaiting(reader), "wide \xC3\xBC\nnarrow \xC3\xBC \xE2\x82\xAC\npath \xC3\xBC\n");
-  }
-}
-
-TEST(DebugOutput, IsOneWritePerString) {
-  const Ends ends = SocketPair(SOCK_SEQPACKET);
-  {
-    const Redirection redirection(ends.writer.get());
-    DebugOutputW(u"first line\nsecond line\n");
-    DebugOutputA("next");
-  }
-  EXPECT_EQ(ReadWaiting(ends.reader.get()), "first line\nsecond line\n");
-  EXPECT_EQ(ReadWaiting(ends.reader.get()), "next");
+TEST(DebugOutput, IsOneWriteOfUtf8PerString) {
+  const Reader reader(SOCK_SEQPACKET);
+  DebugOutputW(u"wide \u00FC\nsecond line\n");
+  DebugOutputW(u"");
+  DebugOutputA("narrow \xFC \x80\n");
+  DebugOutputA("path \xC3\xBC\n");
+  EXPECT_EQ(reader.Read(), "wide \xC3\xBC\nsecond line\n");
+  EXPECT_EQ(reader.Read(), "narrow \xC3\xBC \xE2\x82\xAC\n");
+  EXPECT_EQ(reader.Read(), "path \xC3\xBC\n");
 }
 
 TEST(DebugOutput, NeitherBlocksOnAReaderThatIsFullNorDiesOfOneThatIsGone) {
-  for (const bool isPipe : {true, false}) {
-    Ends ends = isPipe ? Pipe() : SocketPair(SOCK_STREAM);
-    {
-      const Redirection redirection(ends.writer.get());
-      for (int i = 0; i < 100; ++i) {
-        DebugOutputA("short\n");
-        DebugOutputA(std::string(100'000, 'x'));
-      }
+  for (const int socketType : {0, int{SOCK_STREAM}}) {
+    Reader reader(socketType);
+    for (int i = 0; i < 100; ++i) {
+      DebugOutputA("short\n");
+      DebugOutputA(std::string(100'000, 'x'));
     }
-    EXPECT_GT(Waiting(ends.reader.get()), 50'000);
+    EXPECT_GT(reader.Read().size(), 50'000u);
     // The descriptor that others share is left as it was.
-    EXPECT_EQ(fcntl(ends.writer.get(), F_GETFL) & O_NONBLOCK, 0);
-    ends.reader.Close();
-    const Redirection redirection(ends.writer.get());
+    EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
+    reader.Close();
     DebugOutputA("nobody reads this\n");
   }
 }

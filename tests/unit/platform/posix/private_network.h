@@ -2,6 +2,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -78,7 +79,33 @@ class NetworkNamespace {
   Descriptor fd_;
 };
 
-inline constexpr const char* kNoNamespaces =
-    "needs root or user namespaces, and ip(8), to make a network of its own";
+// A host with the interfaces "one" (index 101) and "two" (102), and what is on the other
+// ends of their cables: "one-end" (201) and "two-end" (202).
+class CabledHost : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    host_ = NetworkNamespace::Create();
+    elsewhere_ = NetworkNamespace::Create();
+    if (!host_ || !elsewhere_) {
+      GTEST_SKIP() << "needs root or user namespaces, and ip(8), to make a network of its own";
+    }
+    Connect("one", 101);
+    Connect("two", 102);
+  }
+
+  void Connect(const std::string& name, int index) const {
+    OnHost("link add " + name + " index " + std::to_string(index) + " type veth peer name " + name +
+           "-end index " + std::to_string(index + 100) + " netns " + elsewhere_->name() +
+           "\nlink set " + name + " up\n");
+    Elsewhere("link set " + name + "-end up\n");
+  }
+  void OnHost(const std::string& commands) const { ASSERT_TRUE(host_->Ip(commands)) << commands; }
+  void Elsewhere(const std::string& commands) const {
+    ASSERT_TRUE(elsewhere_->Ip(commands)) << commands;
+  }
+
+  std::optional<NetworkNamespace> host_;
+  std::optional<NetworkNamespace> elsewhere_;
+};
 
 }  // namespace talvorn::platform
