@@ -74,6 +74,20 @@ class Lists(TestCase):
         self.assertGreaterEqual(len(asked), 4)
         self.assertGreater(min(later - earlier for earlier, later in zip(asked, asked[1:])), 3)
 
+    def test_what_is_refused_costs_no_time(self):
+        net = RoutedNetwork(self.network)
+        net.add_devices(addresses(1))
+        simulator = self.simulate(net.there, "--interface", "dev0", "--status-query",
+                                  "--no-multicast", "--verbose")
+        file = DeviceFile(self.directory, {
+            "refused": "10.20.255.254", "forbidden": "10.40.0.1", "no route": "203.0.113.1",
+            "no address": "10.20.0.256", "10.20.0.1": None})
+        self.start_locator(net.here, settings=static_settings(file))
+        wait_until(lambda: len(logged_queries(simulator)) >= 10, "ten cycles")
+        times = [when for when, _, _ in logged_queries(simulator)]
+        # 90 ms between two cycles, 150 for five sections, and 100 of rest.
+        self.assertLess(min(later - earlier for earlier, later in zip(times, times[1:])), 0.9)
+
     def test_file_changes_while_running(self):
         record = wire.record(1, ipv4="10.20.0.1")
         here, devices = self.local_devices({
