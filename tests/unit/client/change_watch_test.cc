@@ -1,17 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
-#include <sstream>
-#include <string>
 
-#include "client/client_presence.h"
 #include "client/item_watch.h"
 #include "client/reinitialisation.h"
-#include "messages/messages.h"
 #include "platform/clock.h"
 #include "platform/event.h"
-#include "platform/named_object.h"
+#include "platform/fault_injection.h"
 #include "platform/registry.h"
 #include "platform/thread.h"
 #include "support/settings.h"
@@ -42,39 +37,21 @@ TEST(ItemWatch, APulseEndsTheWaitOfEveryWatcher) {
   second.Join();
 }
 
-TEST(ItemWatch, WaitsItsTimeAndCanBeInterrupted) {
+TEST(ItemWatch, WaitsItsTimeAlsoWithoutAnEventAndCanBeInterrupted) {
   const testing::ScratchMachine machine;
-  ItemWatch watch;
-  const std::uint64_t start = platform::MonotonicMs();
-  EXPECT_EQ(watch.Wait(50), ItemWatch::Outcome::kTimeToRead);
-  EXPECT_GE(platform::MonotonicMs() - start, 50u);
-
+  ItemWatch usual;
+  platform::ArmFault(platform::Fault::kNamedObjectOpen, 1);
+  ItemWatch without;
+  platform::DisarmFaults();
+  EXPECT_FALSE(without.valid());
+  for (ItemWatch* watch : {&usual, &without}) {
+    const std::uint64_t start = platform::MonotonicMs();
+    EXPECT_EQ(watch->Wait(50), ItemWatch::Outcome::kTimeToRead);
+    EXPECT_GE(platform::MonotonicMs() - start, 50u);
+  }
   const auto interrupt = platform::Event::Create(platform::Event::Mode::kManualReset);
   interrupt.Set();
-  EXPECT_EQ(watch.Wait(kLongMs, &interrupt), ItemWatch::Outcome::kInterrupted);
-}
-
-TEST(ItemWatch, WithoutAnEventTheIntervalRemains) {
-  const testing::ScratchMachine machine;
-  std::filesystem::remove_all(machine.root() / "run");
-  std::ofstream(machine.root() / "run") << "no directory";
-  ItemWatch watch;
-  EXPECT_FALSE(watch.valid());
-  const std::uint64_t start = platform::MonotonicMs();
-  EXPECT_EQ(watch.Wait(50), ItemWatch::Outcome::kTimeToRead);
-  EXPECT_GE(platform::MonotonicMs() - start, 50u);
-}
-
-TEST(ClientPresence, LastsAsLongAsTheObject) {
-  const testing::ScratchMachine machine;
-  const auto seen = [] { return platform::NamedMutex::Open(kClientMutex).valid(); };
-  EXPECT_FALSE(seen());
-  {
-    const ClientPresence presence;
-    EXPECT_TRUE(presence.held());
-    EXPECT_TRUE(seen());
-  }
-  EXPECT_FALSE(seen());
+  EXPECT_EQ(usual.Wait(kLongMs, &interrupt), ItemWatch::Outcome::kInterrupted);
 }
 
 TEST(Reinitialisation, LeavesARequestThatTheLocatorMarksAsDone) {
@@ -83,17 +60,12 @@ TEST(Reinitialisation, LeavesARequestThatTheLocatorMarksAsDone) {
   EXPECT_EQ(QueryReinitialisation(kAddress), ReinitialisationStatus::kNotAsked);
   EXPECT_EQ(RequestReinitialisation(kAddress), ReinitialisationStatus::kPending);
   EXPECT_EQ(QueryReinitialisation(kAddress), ReinitialisationStatus::kPending);
-  std::stringstream stored;
-  stored << std::ifstream(machine.registry()).rdbuf();
-  EXPECT_NE(stored.str().find("\"192.168.1.10\"=dword:00000000"), std::string::npos);
-
   auto key = platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kReadWrite);
   ASSERT_TRUE(key.SetDword(u"192.168.1.10", 1));
   EXPECT_EQ(QueryReinitialisation(kAddress), ReinitialisationStatus::kDone);
   EXPECT_EQ(RequestReinitialisation(kAddress), ReinitialisationStatus::kPending);
 
-  for (const char* text : {"", "192.168.1", "192.168.1.010", "192.168.1.256", "1.2.3.4 ", "::1",
-                           "localhost", "0x7f.0.0.1"}) {
+  for (const char* text : {"", "192.168.1", "192.168.1.010", "192.168.1.256", "1.2.3.4 ", "::1"}) {
     EXPECT_EQ(RequestReinitialisation(text), ReinitialisationStatus::kNoAddress) << text;
   }
 }
