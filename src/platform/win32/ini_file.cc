@@ -36,7 +36,9 @@ std::uint32_t ProfileSectionNames(std::span<char16_t> names, std::u16string_view
   try {
     const DWORD length = GetPrivateProfileSectionNamesW(ToNative(names.data()), SizeOf(names),
                                                         ToNative(std::u16string(path)));
-    return Terminated(names, length);
+    const std::uint32_t end = Terminated(names, length);
+    if (end + 1 < names.size()) names[end + 1] = u'\0';  // cut names end in two
+    return end;
   } catch (const std::bad_alloc&) {
     return 0;
   }

@@ -116,8 +116,6 @@ struct Mailslot::State {
         GetLastError() == ERROR_IO_PENDING) {
       if (GetOverlappedResult(handle.get(), &operation, &received, TRUE) != FALSE) return received;
     }
-    // Of an empty message Wine says that the end has been reached.
-    if (GetLastError() == ERROR_HANDLE_EOF) return 0;
     return std::nullopt;
   }
 };
@@ -189,7 +187,9 @@ std::optional<std::size_t> Mailslot::Read(std::span<std::byte> buffer, const Eve
     }
     return std::nullopt;
   }
-  return state_->ReadNext(buffer, event);
+  const auto size = state_->ReadNext(buffer, event);
+  // Wine takes an empty message out, but reports that there was none.
+  return !size && waiting && waiting->nextSize == 0 ? 0 : size;
 }
 
 WaitStatus Mailslot::WaitForMessage(const Waitable& wake, WaitLimit limit) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -11,6 +10,7 @@
 #include "platform/socket.h"
 #include "support/debug_trace.h"
 #include "testing/scratch_machine.h"
+#include "testing/trace_capture.h"
 #include "testing/wait_until.h"
 
 namespace talvorn {
@@ -80,11 +80,11 @@ class InterfaceWatchTest : public ::testing::Test {
   template <class Pass>
   static std::string Traced(Pass pass) {
     DebugTrace().SetEnabled(1);
-    ::testing::internal::CaptureStderr();
+    testing::TraceCapture capture;
     pass();
     DebugTrace().SetEnabled(0);
     std::string text;
-    std::istringstream lines(::testing::internal::GetCapturedStderr());
+    std::istringstream lines(capture.Take());
     for (std::string line; std::getline(lines, line); text += line + '\n') {
       for (std::size_t at = line.find("[0x"); at != std::string::npos; at = line.find("[0x"))
         line.erase(at, line.find(']', at) - at + 1);
@@ -162,11 +162,10 @@ TEST_F(InterfaceWatchTest, ARequestInTheRegistryStartsAThreadAnewOverTwoPasses) 
             "Network interfaces have been changed!\n"
             "Network interface IPv4: 10.0.0.2 (33554442) located !\n");
   EXPECT_EQ(TraceOf(table), "");
-  std::stringstream left;
-  left << std::ifstream(machine_.registry()).rdbuf();
-  EXPECT_NE(left.str().find("\"10.0.0.2\"=dword:00000001"), std::string::npos);
-  EXPECT_NE(left.str().find("\"10.0.0.3\"=\"0\""), std::string::npos);
-  EXPECT_NE(left.str().find("\"10.0.0.4\"=hex(b):00,"), std::string::npos);
+  const std::string left = machine_.ReadKey("SOFTWARE", "Interfaces");
+  EXPECT_NE(left.find("\"10.0.0.2\"=dword:00000001"), std::string::npos);
+  EXPECT_NE(left.find("\"10.0.0.3\"=\"0\""), std::string::npos);
+  EXPECT_NE(left.find("\"10.0.0.4\"=hex(b):00,"), std::string::npos);
 }
 
 TEST_F(InterfaceWatchTest, ARequestForAnAddressThatIsNotThereIsOnlyMarked) {

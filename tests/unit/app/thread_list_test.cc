@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/debug_trace.h"
+#include "testing/trace_capture.h"
 
 namespace talvorn {
 namespace {
@@ -54,13 +55,13 @@ TEST(ThreadList, AShutDownTracesThreeSweeps) {
   }
   DebugTrace().SetEnabled(1);
   DebugTrace().SetPrefix(u"");
-  ::testing::internal::CaptureStderr();
+  testing::TraceCapture capture;
   list.ShutDownAll();
   list.WaitAll();
   list.DeleteItemAll();
   list.ShutDownAll();
   DebugTrace().SetEnabled(0);
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(capture.Take(),
             "ThreadList ShutDownAll Thread[0x000000ab] ID = 7\n"
             "ThreadList ShutDownAll Thread[0x000000ab] ID = 8\n"
             "ThreadList WaitAll for Thread[0x000000ab] end ID = 7\n"

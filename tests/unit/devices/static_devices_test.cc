@@ -4,6 +4,7 @@
 
 #include "support/debug_trace.h"
 #include "testing/scratch_machine.h"
+#include "testing/trace_capture.h"
 
 namespace talvorn {
 namespace {
@@ -11,12 +12,12 @@ namespace {
 // What the worker says when it starts and is stopped at once.
 std::string TraceOfARun() {
   DebugTrace().SetEnabled(1);
-  ::testing::internal::CaptureStderr();
+  testing::TraceCapture capture;
   StaticDeviceContext context;
   EXPECT_TRUE(StartStaticDevices(context));
   StopStaticDevices(context);
   DebugTrace().SetEnabled(0);
-  return ::testing::internal::GetCapturedStderr();
+  return capture.Take();
 }
 
 TEST(StaticDevices, SaysWhyAConfiguredFileIsNotUsed) {

@@ -6,12 +6,14 @@
 #include <string>
 
 #include "messages/messages.h"
+#include "platform/directories.h"
 #include "platform/fault_injection.h"
 #include "platform/mailslot.h"
 #include "platform/named_object.h"
 #include "support/byte_io.h"
 #include "support/debug_trace.h"
 #include "testing/scratch_machine.h"
+#include "testing/trace_capture.h"
 #include "testing/wait_until.h"
 
 namespace talvorn {
@@ -155,11 +157,11 @@ TEST_F(CommandServerTest, KeepsALogPath) {
     EXPECT_EQ(reply, Header(13 + length, 5, 1 + length) + text + '\0');
     return text;
   };
-  ::testing::internal::CaptureStderr();
+  testing::TraceCapture capture;
   EXPECT_EQ(path(), "D:\\Logs");
   Send("SETLOGPATH;C:\\Other");
   EXPECT_EQ(path(), "C:\\Other\\");
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(capture.Take(),
             "TALVORN_APPL ----------------------------------------\nTALVORN_APPL CMD_GETLOGPATH\n"
             "TALVORN_APPL CMD_GETLOGPATH LogPath: D:\\Logs\n"
             "TALVORN_APPL ----------------------------------------\nTALVORN_APPL CMD_SETLOGPATH\n"
@@ -170,7 +172,7 @@ TEST_F(CommandServerTest, KeepsALogPath) {
       {"SETLOGPATH;C:\\Other\\", "C:\\Other\\"},
       {"setlogpathx;a;b", "a;b\\"},
       {"SETLOGPATH;", "\\"},
-      {"SETLOGPATH;/var/log", "/var/log/"},
+      {"SETLOGPATH;/var/log", std::string("/var/log") + platform::PathSeparatorFor("/")},
       {"SETLOGPATH", ::testing::TempDir()},
   };
   for (const auto& [command, expected] : cases) {

@@ -75,7 +75,9 @@ TEST_F(MailslotTest, MessagesOfAnySizeArriveWholeAndInOrder) {
   ASSERT_TRUE(mailslot.valid());
   ASSERT_TRUE(mailslot.Query());
   EXPECT_FALSE(mailslot.Query()->nextSize);
-  const std::size_t sizes[] = {0, 1, 1164, 131'072, 131'073, 3'670'012};
+  std::vector<std::size_t> sizes = {0, 1, 1164, 131'072, 131'073, 3'670'012};
+  std::erase_if(sizes,
+                [this](std::size_t size) { return size > machine_.LargestMailslotMessage(); });
   for (const std::size_t size : sizes) {
     EXPECT_EQ(WriteMailslot(kName, Pattern(size), 0), MailslotWrite::kWritten) << size;
   }

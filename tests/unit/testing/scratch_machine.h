@@ -1,9 +1,9 @@
-// A machine of its own for one test: runtime directory and registry in a temporary
-// directory that goes with the object.
+// A machine of its own for one test, which goes with the object. On Linux: runtime
+// directory and registry in a temporary directory. On Windows: a temporary directory,
+// and the locator's keys of the registry, whose values are lost.
 #pragma once
 
-#include <stdlib.h>
-
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -13,32 +13,24 @@ namespace talvorn::testing {
 
 class ScratchMachine {
  public:
-  ScratchMachine() {
-    std::string name = (std::filesystem::temp_directory_path() / "talvorn-test-XXXXXX").string();
-    root_ = ::mkdtemp(name.data());
-    std::filesystem::create_directories(root_ / "run/mailslot");
-    std::filesystem::create_directories(root_ / "run/objects");
-    ::setenv("TALVORN_RUNTIME_DIR", (root_ / "run").c_str(), 1);
-    ::setenv("TALVORN_REGISTRY", registry().c_str(), 1);
-    ::setenv("TALVORN_JOURNAL_SOCKET", (root_ / "journal").c_str(), 1);
-  }
-  ~ScratchMachine() {
-    std::error_code ignored;
-    std::filesystem::remove_all(root_, ignored);
-  }
+  ScratchMachine();
+  ~ScratchMachine();
   ScratchMachine(const ScratchMachine&) = delete;
   ScratchMachine& operator=(const ScratchMachine&) = delete;
 
-  [[nodiscard]] std::filesystem::path registry() const { return root_ / "talvorn.reg"; }
   [[nodiscard]] std::filesystem::path root() const { return root_; }
+  // The file that holds the registry; on Linux only.
+  [[nodiscard]] std::filesystem::path registry() const;
 
-  // `values` are lines such as "DebugView"=dword:00000001.
+  // `values` are lines such as "DebugView"=dword:00000001. They become the only values
+  // of the registry.
   void WriteSettings(std::string_view values) const { WriteKey("Software", "Settings", values); }
-  void WriteKey(std::string_view software, std::string_view key, std::string_view values) const {
-    std::ofstream(registry(), std::ios::trunc)
-        << "[HKEY_LOCAL_MACHINE\\" << software << "\\Kestrow\\TAL-VORN\\" << key << "]\n"
-        << values << '\n';
-  }
+  void WriteKey(std::string_view software, std::string_view key, std::string_view values) const;
+  // The values as they stand there now, in such lines, among others.
+  [[nodiscard]] std::string ReadKey(std::string_view software, std::string_view key) const;
+
+  // The largest message that a mailslot here is sure to take.
+  [[nodiscard]] std::size_t LargestMailslotMessage() const;
 
  private:
   std::filesystem::path root_;

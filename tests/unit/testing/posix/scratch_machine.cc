@@ -1,0 +1,41 @@
+#include "testing/scratch_machine.h"
+
+#include <stdlib.h>
+
+#include <sstream>
+
+namespace talvorn::testing {
+
+ScratchMachine::ScratchMachine() {
+  std::string name = (std::filesystem::temp_directory_path() / "talvorn-test-XXXXXX").string();
+  root_ = ::mkdtemp(name.data());
+  std::filesystem::create_directories(root_ / "run/mailslot");
+  std::filesystem::create_directories(root_ / "run/objects");
+  ::setenv("TALVORN_RUNTIME_DIR", (root_ / "run").c_str(), 1);
+  ::setenv("TALVORN_REGISTRY", registry().c_str(), 1);
+  ::setenv("TALVORN_JOURNAL_SOCKET", (root_ / "journal").c_str(), 1);
+}
+
+ScratchMachine::~ScratchMachine() {
+  std::error_code ignored;
+  std::filesystem::remove_all(root_, ignored);
+}
+
+std::filesystem::path ScratchMachine::registry() const { return root_ / "talvorn.reg"; }
+
+void ScratchMachine::WriteKey(std::string_view software, std::string_view key,
+                              std::string_view values) const {
+  std::ofstream(registry(), std::ios::trunc)
+      << "[HKEY_LOCAL_MACHINE\\" << software << "\\Kestrow\\TAL-VORN\\" << key << "]\n"
+      << values << '\n';
+}
+
+std::string ScratchMachine::ReadKey(std::string_view /*software*/, std::string_view /*key*/) const {
+  std::stringstream text;
+  text << std::ifstream(registry()).rdbuf();
+  return text.str();
+}
+
+std::size_t ScratchMachine::LargestMailslotMessage() const { return 256 << 20; }
+
+}  // namespace talvorn::testing
