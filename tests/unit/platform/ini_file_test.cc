@@ -57,7 +57,7 @@ TEST_F(IniFile, SectionsComeInFileOrderWithWhatMakesNoneLeftOut) {
 
 TEST_F(IniFile, SectionNamesAreCutToTheBuffer) {
   Write("[abc]\n[de]\n");
-  EXPECT_EQ(Sections(9), Names({u"abc", u"de"}));
+  EXPECT_EQ(Sections(10), Names({u"abc", u"de"}));
   EXPECT_EQ(Sections(7), u"abc\0d"s);
   EXPECT_EQ(Sections(4), u"ab");
   EXPECT_EQ(Sections(2), u"");
