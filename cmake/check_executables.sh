@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# What holds for every Windows executable that is given away: check_executables.sh
+# OBJDUMP FILES...
+set -euo pipefail
+readonly largest=$((2 << 20))
+readonly of_the_system='advapi32|iphlpapi|kernel32|msvcrt|mswsock|rpcrt4|user32|ws2_32'
+objdump=$1
+shift
+status=0
+for file; do
+  size=$(stat -c %s "$file")
+  headers=$("$objdump" -p "$file")
+  imports=$(sed -n 's/^[[:space:]]*DLL Name: \(.*\)\.dll$/\1/Ip' <<<"$headers" | tr '[:upper:]' '[:lower:]' | sort -u)
+  echo "$(basename "$file"): $size bytes, imports $(tr '\n' ' ' <<<"$imports")"
+  if ((size >= largest)); then
+    echo "  too large: the limit is $largest bytes" && status=1
+  fi
+  if strange=$(grep -Evx "$of_the_system" <<<"$imports"); then
+    echo "  needs what Windows may not have: $strange" && status=1
+  fi
+  subsystem='Windows CUI'
+  [[ $file == *talvorn-locator.exe ]] && subsystem='Windows GUI'
+  if ! grep -q "^Subsystem.*($subsystem)" <<<"$headers"; then
+    echo "  is not of the subsystem $subsystem" && status=1
+  fi
+  if ! grep -qE 'level="asInvoker"' <(grep -a asInvoker "$file"); then
+    echo "  has no manifest" && status=1
+  fi
+done
+exit "$status"
