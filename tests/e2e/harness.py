@@ -357,7 +357,8 @@ class Client:
         self._locator = locator
         self.name = name
         self.path = locator.mailslot(name)
-        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        with locator.host:  # whose limits count, such as the number of messages that wait
+            self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._socket.bind(self.path)
 
     def __enter__(self):
@@ -562,7 +563,7 @@ class TestCase(unittest.TestCase):
         """A locator that serves; it is stopped in order at the end of the test."""
         locator = Locator(host, arguments, directory=self.directory, **options)
         self._shown.append(locator)
-        self.addCleanup(locator.discard)
+        self.addCleanup(lambda: locator.ended or locator.stop())
         return locator.wait_ready() if ready else locator
 
     def start_listening(self, host, *arguments, **options):

@@ -1,5 +1,7 @@
 """Networks that come and go while the locator runs."""
 
+import signal
+
 import wire
 from harness import INTERFACES_KEY, Registry, TestCase, stays_true, wait_until
 
@@ -65,21 +67,27 @@ class InterfaceWatch(TestCase):
         self.simulate(self.there, "--interface", "dev0", "--devices", "3")
         locator = self.started()
         wait_until(lambda: len(locator.devices()) == 3, "the devices")
-        for pause in (False, True):
+        for seen in (False, True):
             before = len(self.reports(locator))
+            if not seen:  # as if it happened between two looks of the locator
+                locator.signal(signal.SIGSTOP)
             self.here.disconnect("net0")
-            if pause:
+            if seen:
                 wait_until(lambda: switched_down("192.168.10.1") in
                            self.reports(locator)[before:], "the stop")
                 wait_until(lambda: not locator.devices(), "the devices to expire")
             self.here.connect(self.switch, "net0", "192.168.10.1/24", "fe80::1/64",
                               "fd00:10::1/64")
+            if not seen:
+                locator.signal(signal.SIGCONT)
             heard = len(locator.journal.texts("CAST RESPONSE"))
-            for family in ("192.168.10.20", "fd00:10::20"):
-                wait_until(lambda: any(family in text for text in
+            for sender in ("IPV4 Address: \t192.168.10.20\n", "IPV6 Address: \tfd00:10::20\n"):
+                wait_until(lambda: any(f"Device {sender}" in text for text in
                                        locator.journal.texts("CAST RESPONSE")[heard:]),
-                           f"answers from {family}")
+                           f"answers from {sender}")
             wait_until(lambda: len(locator.devices()) == 3, "the devices")
+            if not seen:
+                self.assertNotIn(switched_down("192.168.10.1"), self.reports(locator))
 
     def test_ipv6_interfaces_come_and_go(self):
         locator = self.started()

@@ -3,6 +3,7 @@
 import os
 import pwd
 import re
+import socket
 
 import wire
 from harness import LIMIT, TestCase, full_set, wait_until
@@ -48,24 +49,22 @@ class EventLog(TestCase):
 
     def test_nobody_reads_the_journal_or_the_trace(self):
         """Neither a full journal nor a full pipe holds the locator up."""
-        import socket
         here, there = self.simple_network()
         path = os.path.join(self.directory, "full")
-        full = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        with here:
+            full = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.addCleanup(full.close)
         full.bind(path)
-        full.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1)
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
         locator = self.start_locator(here, ready=False, stderr=writer,
+                                     settings={"Time Response Valid": 600000},
                                      environment={"TALVORN_JOURNAL_SOCKET": path})
         os.close(writer)
         wait_until(locator.takes_messages, "the mailslot")
         station = self.station(there, "dev0", "192.168.10.20")
-        for serial in range(1, 1001):
-            station.send(wire.record(serial))
-        wait_until(lambda: (station.send(wire.record(1000)), "1000" in locator.devices())[1],
-                   "the last device")
+        wait_until(lambda: ([station.send(wire.record(serial)) for serial in range(1, 1001)],
+                            len(locator.devices()) == 1000)[1], "all devices")
         locator.stop()
 
 

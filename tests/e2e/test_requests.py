@@ -1,5 +1,7 @@
 """The requests that leave the locator: bytes, number, rhythm, and who is asked."""
 
+import socket
+import struct
 import time
 
 import wire
@@ -125,15 +127,17 @@ class Silence(TestCase):
         locator.journal.wait_for(self.HEARD + "192.168.10.1")
 
     def test_own_requests_and_answers_never_silence(self):
-        # Another address of the same interface, and answers from everywhere.
+        # Another address of the same interface, a second interface on the same network
+        # that hears what the first one sends, and answers from everywhere.
         self.here.add_address("net0", "192.168.11.1/24")
+        self.here.connect(self.switch, "net1", "192.168.12.1/24", "fe80::12/64")
         self.simulate(self.there, "--interface", "dev0", "--devices", "20")
         locator = self.start_locator(self.here)
         wait_until(lambda: len(locator.devices()) == 20, "the devices")
         for _ in range(5):
-            for source in ("192.168.10.1", "192.168.11.1"):
+            for source in ("192.168.10.1", "192.168.11.1", "192.168.12.1"):
                 self.asks(4, source)
-            self.asks(6)
+            self.asks(6, "fe80::12")
         self.assertEqual(locator.journal.texts("CAST RECEIVE"), [])
 
     def test_of_two_locators_one_asks_and_both_know_the_devices(self):
@@ -235,8 +239,6 @@ class SeveralNetworks(TestCase):
 
     def _join_on_the_locators_host(self, group):
         """Another program's membership, so that the host itself takes the datagrams."""
-        import socket
-        import struct
         with self.here:
             other = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.addCleanup(other.close)
@@ -244,7 +246,6 @@ class SeveralNetworks(TestCase):
             "=4s4si", socket.inet_aton(group), bytes(4), self.here.index("net0")))
 
     def _broadcast(self, data):
-        import socket
         with self.there, socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
             sender.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
             sender.sendto(data, ("192.168.10.255", wire.PORT))
