@@ -19,6 +19,8 @@ constexpr std::uint64_t kConnectionLimitMs = 30'000;
 constexpr std::uint32_t kRoomWaitMs = 200;
 // After an accept for which there is no room.
 constexpr std::uint32_t kFullPauseMs = 20;
+// How long a connection waits whose arrival the system did not tell of.
+constexpr std::uint32_t kLookMs = 100;
 
 }  // namespace
 
@@ -149,7 +151,7 @@ void StatusServer::Stop() {
 void StatusServer::Listen() {
   const platform::Waitable* const list[] = {&listener_, &running_.cleared()};
   while (running_) {
-    if (platform::WaitForAny(list, std::nullopt) == WaitStatus::kFailed) break;
+    if (platform::WaitForAny(list, kLookMs) == WaitStatus::kFailed) break;
     if (running_) Accept();
   }
   for (Connection& connection : connections_) connection.running.Clear();

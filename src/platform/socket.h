@@ -112,7 +112,8 @@ class Socket final : public Waitable {
   [[nodiscard]] ReceiveStatus ReceiveFrom(std::span<std::byte> buffer, std::size_t& size,
                                           SocketAddress& source);
 
-  // Streams.
+  // Streams. Under Wine a wait for connections may now and then not be told of one:
+  // who waits for them looks from time to time.
   [[nodiscard]] bool Listen(int backlog);
   [[nodiscard]] Socket Accept();  // none when no connection waits
   [[nodiscard]] ConnectStatus Connect(const SocketAddress& peer);
