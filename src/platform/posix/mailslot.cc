@@ -19,6 +19,7 @@
 
 #include "platform/clock.h"
 #include "platform/fault_injection.h"
+#include "platform/mailslot_name.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/memory_file.h"
 #include "platform/posix/obstacle.h"
@@ -26,15 +27,11 @@
 #include "platform/posix/security_mode.h"
 #include "platform/posix/unix_address.h"
 #include "platform/posix/wait.h"
-#include "platform/posix/wide_text.h"
 #include "platform/text_encoding.h"
 #include "platform/thread.h"
 
 namespace talvorn::platform {
 namespace {
-
-constexpr std::u16string_view kPrefix = u"\\\\.\\mailslot\\";
-constexpr std::size_t kLongestFileName = 255;
 
 // A larger message travels as an empty datagram with a memory file.
 constexpr std::size_t kLargestDatagram = 128 << 10;
@@ -53,7 +50,7 @@ constexpr std::uint32_t kLockPauseMs = 2;
 
 // In lower case, since mailslot names compare without case.
 std::string FileNameOf(std::u16string_view name) {
-  std::string file = WideToUtf8(name.substr(kPrefix.size()));
+  std::string file = WideToUtf8(name.substr(kMailslotPrefix.size()));
   std::transform(file.begin(), file.end(), file.begin(),
                  [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
   return file;
@@ -454,20 +451,6 @@ void RemoveStaleMailslots() {
   } catch (const std::bad_alloc&) {
     // They harm nobody.
   }
-}
-
-bool IsMailslotName(std::u16string_view name) {
-  if (name.size() <= kPrefix.size() || !EqualWithoutCase(name.substr(0, kPrefix.size()), kPrefix)) {
-    return false;
-  }
-  const std::u16string_view plain = name.substr(kPrefix.size());
-  const bool anyUnfit = std::any_of(plain.begin(), plain.end(), [](char16_t unit) {
-    return unit < u' ' || unit == 0x7F || unit == u'/' || unit == u'\\';
-  });
-  // A file can have the name; a text that is no UTF-16 would share it with others.
-  const std::string file = WideToUtf8(plain);
-  return !anyUnfit && plain != u"." && plain != u".." && file.size() <= kLongestFileName &&
-         Utf8ToWide(file) == plain;
 }
 
 }  // namespace talvorn::platform

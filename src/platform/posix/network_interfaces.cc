@@ -18,7 +18,6 @@
 #include <span>
 #include <tuple>
 
-#include "platform/posix/address_owner.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/wait.h"
 
@@ -378,14 +377,6 @@ InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
     // What was found so far.
   }
   return result;
-}
-
-std::uint32_t InterfaceOfIpv4Address(std::uint32_t address) {
-  const auto rows = QueryIpv4AddressTable();
-  if (!rows) return 0;
-  const auto row = std::find_if(rows->begin(), rows->end(),
-                                [&](const Ipv4AddressRow& r) { return r.address == address; });
-  return row == rows->end() ? 0 : row->interfaceIndex;
 }
 
 }  // namespace talvorn::platform

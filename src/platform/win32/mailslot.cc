@@ -16,7 +16,6 @@
 
 #include "platform/clock.h"
 #include "platform/fault_injection.h"
-#include "platform/text_encoding.h"
 #include "platform/thread.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/security_native.h"
@@ -25,9 +24,6 @@
 
 namespace talvorn::platform {
 namespace {
-
-constexpr std::u16string_view kPrefix = u"\\\\.\\mailslot\\";
-constexpr std::size_t kLongestName = 255;
 
 // How often a waiting thread looks: soon at first, for the answer to a request.
 constexpr std::uint32_t kFirstLookMs = 1;
@@ -41,12 +37,6 @@ constexpr std::uint32_t kOtherWriterMs = 20;
 // into a large buffer before anybody is told of it.
 constexpr std::size_t kUncertainSize = 65'536;
 constexpr std::size_t kLargestUncertain = 4 << 20;
-
-bool EqualsIgnoringCase(std::u16string_view text, std::u16string_view other) {
-  return CompareStringOrdinal(ToNative(text.data()), static_cast<int>(text.size()),
-                              ToNative(other.data()), static_cast<int>(other.size()),
-                              TRUE) == CSTR_EQUAL;
-}
 
 FileHandle OpenForWriting(const std::u16string& name) {
   // Whoever owns the mailslot learns nothing of the writer's account.
@@ -253,21 +243,6 @@ bool MailslotExists(std::u16string_view name) {
   } catch (const std::bad_alloc&) {
     return false;
   }
-}
-
-bool IsMailslotName(std::u16string_view name) {
-  if (name.size() <= kPrefix.size() ||
-      !EqualsIgnoringCase(name.substr(0, kPrefix.size()), kPrefix)) {
-    return false;
-  }
-  const std::u16string_view plain = name.substr(kPrefix.size());
-  const bool anyUnfit = std::ranges::any_of(plain, [](char16_t unit) {
-    return unit < u' ' || unit == 0x7F || unit == u'/' || unit == u'\\';
-  });
-  // The limit is that of Linux, and so is the refusal of what is no text.
-  const std::string utf8 = WideToUtf8(plain);
-  return !anyUnfit && plain != u"." && plain != u".." && utf8.size() <= kLongestName &&
-         Utf8ToWide(utf8) == plain;
 }
 
 }  // namespace talvorn::platform

@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "platform/text_encoding.h"
-#include "platform/win32/address_owner.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/windows_api.h"
 
@@ -193,14 +192,6 @@ InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
     // What was found so far.
   }
   return result;
-}
-
-std::uint32_t InterfaceOfIpv4Address(std::uint32_t address) {
-  const auto rows = QueryIpv4AddressTable();
-  if (!rows) return 0;
-  const auto row = std::find_if(rows->begin(), rows->end(),
-                                [&](const Ipv4AddressRow& r) { return r.address == address; });
-  return row == rows->end() ? 0 : row->interfaceIndex;
 }
 
 }  // namespace talvorn::platform

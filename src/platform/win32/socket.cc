@@ -3,97 +3,30 @@
 // nothing.
 #include "platform/socket.h"
 
-#include <algorithm>
 #include <atomic>
 #include <climits>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
 
+#include "platform/address_owner.h"
 #include "platform/fault_injection.h"
-#include "platform/win32/address_owner.h"
+#include "platform/socket_common.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/wide_text.h"
 
 namespace talvorn::platform {
 namespace {
 
-static_assert(sizeof(sockaddr_storage) <= sizeof(SocketAddress::storage));
-
 // The options of Winsock 2; those of Winsock 1 have the same names and other values.
 static_assert(IP_MULTICAST_IF == 9 && IP_MULTICAST_TTL == 10 && IP_MULTICAST_LOOP == 11 &&
               IP_ADD_MEMBERSHIP == 12);
 
-SOCKET Native(std::intptr_t handle) { return static_cast<SOCKET>(handle); }
-
 WSAEVENT NativeEvent(std::intptr_t event) { return reinterpret_cast<WSAEVENT>(event); }
 
-int ToNative(AddressFamily family) {
-  switch (family) {
-    case AddressFamily::kIpv4:
-      return AF_INET;
-    case AddressFamily::kIpv6:
-      return AF_INET6;
-    case AddressFamily::kUnspecified:
-      break;
-  }
-  return AF_UNSPEC;
-}
-
-int ToNative(SocketType type) {
-  switch (type) {
-    case SocketType::kDatagram:
-      return SOCK_DGRAM;
-    case SocketType::kStream:
-      return SOCK_STREAM;
-    case SocketType::kAny:
-      break;
-  }
-  return 0;
-}
-
-SocketType FromNative(int type) {
-  switch (type) {
-    case SOCK_DGRAM:
-      return SocketType::kDatagram;
-    case SOCK_STREAM:
-      return SocketType::kStream;
-    default:
-      return SocketType::kAny;
-  }
-}
-
-const sockaddr* Native(const SocketAddress& address) {
-  return reinterpret_cast<const sockaddr*>(address.storage.data());
-}
-
-int NativeSize(const SocketAddress& address) { return static_cast<int>(address.size); }
-
 // Winsock takes sizes as int; the rest of a stream's data goes with the next call.
-int NativeSize(std::span<const std::byte> bytes) {
+int SizeOf(std::span<const std::byte> bytes) {
   return static_cast<int>(std::min<std::size_t>(bytes.size(), INT_MAX));
-}
-
-SocketAddress FromNative(const void* address, std::size_t size) {
-  SocketAddress result;
-  result.size = static_cast<std::uint32_t>(std::min(size, result.storage.size()));
-  std::memcpy(result.storage.data(), address, result.size);
-  return result;
-}
-
-// The address as the native type `T`; zeros where it is shorter.
-template <typename T>
-T As(const SocketAddress& address) {
-  T native{};
-  std::memcpy(&native, address.storage.data(), std::min<std::size_t>(sizeof(T), address.size));
-  return native;
-}
-
-template <typename T>
-bool SetOption(std::intptr_t handle, int level, int option, const T& value) {
-  return setsockopt(Native(handle), level, option, reinterpret_cast<const char*>(&value),
-                    sizeof(value)) == 0;
 }
 
 // One byte, the width in which senders have always given it; the wider form where
@@ -141,47 +74,15 @@ bool PrepareDatagramSocket(std::intptr_t handle, AddressFamily family) {
   return true;
 }
 
-// Where a datagram was sent to and on which interface it came in.
-struct Arrival {
-  bool known = false;
-  std::uint32_t interfaceIndex = 0;
-  in_addr ipv4{};
-  in6_addr ipv6{};
-};
-
 Arrival ArrivalOf(WSAMSG& message) {
   Arrival arrival;
   for (WSACMSGHDR* part = WSA_CMSG_FIRSTHDR(&message); part != nullptr;
        part = WSA_CMSG_NXTHDR(&message, part)) {
-    if (part->cmsg_level == IPPROTO_IP && part->cmsg_type == IP_PKTINFO &&
-        part->cmsg_len >= WSA_CMSG_LEN(sizeof(IN_PKTINFO))) {
-      IN_PKTINFO info{};
-      std::memcpy(&info, WSA_CMSG_DATA(part), sizeof(info));
-      arrival.known = true;
-      arrival.interfaceIndex = info.ipi_ifindex;
-      arrival.ipv4 = info.ipi_addr;
-    } else if (part->cmsg_level == IPPROTO_IPV6 && part->cmsg_type == IPV6_PKTINFO &&
-               part->cmsg_len >= WSA_CMSG_LEN(sizeof(IN6_PKTINFO))) {
-      IN6_PKTINFO info{};
-      std::memcpy(&info, WSA_CMSG_DATA(part), sizeof(info));
-      arrival.known = true;
-      arrival.interfaceIndex = info.ipi6_ifindex;
-      arrival.ipv6 = info.ipi6_addr;
-    }
+    if (part->cmsg_len < WSA_CMSG_LEN(0)) break;  // left as it was: nothing is told
+    arrival.Note(part->cmsg_level, part->cmsg_type, WSA_CMSG_DATA(part),
+                 part->cmsg_len - WSA_CMSG_LEN(0));
   }
   return arrival;
-}
-
-// What the system does not tell is no reason to drop a datagram.
-bool IsForMember(const Arrival& arrival, const SocketAddress& group, std::uint32_t interfaceIndex) {
-  if (!arrival.known) return true;
-  if (interfaceIndex != 0 && arrival.interfaceIndex != 0 &&
-      arrival.interfaceIndex != interfaceIndex) {
-    return false;
-  }
-  if (group.family() == AddressFamily::kIpv4) return arrival.ipv4.s_addr == group.ipv4();
-  const in6_addr wanted = As<sockaddr_in6>(group).sin6_addr;
-  return std::memcmp(&arrival.ipv6, &wanted, sizeof(wanted)) == 0;
 }
 
 // What a failed receive means for the socket: most errors say something about one
@@ -197,7 +98,6 @@ ReceiveStatus StatusOfReceiveError(int error) {
     case WSAECONNREFUSED:
     case WSAEHOSTDOWN:
     case WSAEHOSTUNREACH:
-    case WSAEMSGSIZE:
     case WSAENOBUFS:
     case WSA_NOT_ENOUGH_MEMORY:
       return ReceiveStatus::kNothing;
@@ -267,70 +167,6 @@ bool StartSocketLibrary() {
 
 void StopSocketLibrary() { WSACleanup(); }
 
-AddressFamily SocketAddress::family() const {
-  if (size < sizeof(sockaddr::sa_family)) return AddressFamily::kUnspecified;
-  switch (Native(*this)->sa_family) {
-    case AF_INET:
-      return AddressFamily::kIpv4;
-    case AF_INET6:
-      return AddressFamily::kIpv6;
-    default:
-      return AddressFamily::kUnspecified;
-  }
-}
-
-SocketAddress SocketAddress::Ipv4(std::uint32_t address, std::uint16_t port) {
-  sockaddr_in native{};
-  native.sin_family = AF_INET;
-  native.sin_port = htons(port);
-  native.sin_addr.s_addr = address;
-  return FromNative(&native, sizeof(native));
-}
-
-SocketAddress SocketAddress::Ipv6(const std::array<std::uint8_t, 16>& address,
-                                  std::uint32_t scopeId, std::uint16_t port) {
-  sockaddr_in6 native{};
-  native.sin6_family = AF_INET6;
-  native.sin6_port = htons(port);
-  std::memcpy(&native.sin6_addr, address.data(), address.size());
-  native.sin6_scope_id = scopeId;
-  return FromNative(&native, sizeof(native));
-}
-
-std::uint32_t SocketAddress::ipv4() const {
-  return family() == AddressFamily::kIpv4 ? As<sockaddr_in>(*this).sin_addr.s_addr : 0;
-}
-
-std::uint16_t SocketAddress::port() const {
-  switch (family()) {
-    case AddressFamily::kIpv4:
-      return ntohs(As<sockaddr_in>(*this).sin_port);
-    case AddressFamily::kIpv6:
-      return ntohs(As<sockaddr_in6>(*this).sin6_port);
-    case AddressFamily::kUnspecified:
-      break;
-  }
-  return 0;
-}
-
-std::optional<ResolvedAddress> ResolveAddress(const char* host, const char* service,
-                                              const ResolveHints& hints) {
-  addrinfo wanted{};
-  wanted.ai_family = ToNative(hints.family);
-  wanted.ai_socktype = ToNative(hints.type);
-  wanted.ai_flags = (hints.numericHost ? AI_NUMERICHOST : 0) | (hints.passive ? AI_PASSIVE : 0);
-  addrinfo* list = nullptr;
-  if (getaddrinfo(host, service, &wanted, &list) != 0) return std::nullopt;
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(list, &freeaddrinfo);
-  if (list == nullptr || list->ai_addr == nullptr) return std::nullopt;
-
-  ResolvedAddress result;
-  result.address = FromNative(list->ai_addr, list->ai_addrlen);
-  result.family = result.address.family();
-  result.type = FromNative(list->ai_socktype);
-  return result;
-}
-
 std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host, const char* service) {
   try {
     ADDRINFOW wanted{};
@@ -349,49 +185,6 @@ std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host, const c
   } catch (const std::bad_alloc&) {
     return std::nullopt;
   }
-}
-
-std::string NumericHost(const SocketAddress& address, std::size_t capacity) {
-  char text[NI_MAXHOST];
-  if (getnameinfo(Native(address), NativeSize(address), text, sizeof(text), nullptr, 0,
-                  NI_NUMERICHOST) != 0 ||
-      std::strlen(text) >= capacity) {
-    return {};
-  }
-  return text;
-}
-
-std::string Ipv4Text(std::uint32_t address) {
-  char text[INET_ADDRSTRLEN];
-  return inet_ntop(AF_INET, &address, text, sizeof(text)) != nullptr ? text : "";
-}
-
-std::uint32_t ParseIpv4(const char* text) { return inet_addr(text); }
-
-Socket::~Socket() { Close(); }
-
-Socket::Socket(Socket&& other) noexcept
-    : Waitable(other),
-      handle_(std::exchange(other.handle_, kNoWaitHandle)),
-      readable_(std::exchange(other.readable_, kNoWaitHandle)),
-      family_(other.family_),
-      group_(std::exchange(other.group_, {})),
-      interfaceValue_(other.interfaceValue_),
-      memberInterfaceIndex_(other.memberInterfaceIndex_),
-      receives_(other.receives_) {}
-
-Socket& Socket::operator=(Socket&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = std::exchange(other.handle_, kNoWaitHandle);
-    readable_ = std::exchange(other.readable_, kNoWaitHandle);
-    family_ = other.family_;
-    group_ = std::exchange(other.group_, {});
-    interfaceValue_ = other.interfaceValue_;
-    memberInterfaceIndex_ = other.memberInterfaceIndex_;
-    receives_ = other.receives_;
-  }
-  return *this;
 }
 
 Socket Socket::Create(AddressFamily family, SocketType type) {
@@ -435,8 +228,6 @@ bool Socket::SetMulticastInterface(std::uint32_t interfaceValue) {
              : SetOption(handle_, IPPROTO_IP, IP_MULTICAST_IF, DWORD{interfaceValue});
 }
 
-bool Socket::SetReuseAddress() { return SetOption(handle_, SOL_SOCKET, SO_REUSEADDR, DWORD{1}); }
-
 void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {
   receives_ = true;
   const int value = static_cast<int>(std::min<std::uint32_t>(bytes, INT_MAX));
@@ -444,14 +235,7 @@ void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {
 }
 
 bool Socket::Bind(const SocketAddress& local) {
-  return bind(Native(handle_), Native(local), NativeSize(local)) == 0;
-}
-
-SocketAddress Socket::LocalAddress() const {
-  sockaddr_storage address{};
-  int size = sizeof(address);
-  if (getsockname(Native(handle_), reinterpret_cast<sockaddr*>(&address), &size) != 0) return {};
-  return FromNative(&address, static_cast<std::size_t>(size));
+  return bind(Native(handle_), Native(local), SizeOf(local)) == 0;
 }
 
 bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
@@ -466,9 +250,7 @@ bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue)
       break;
     }
     case sizeof(sockaddr_in6): {
-      ipv6_mreq request{};
-      request.ipv6mr_multiaddr = As<sockaddr_in6>(group).sin6_addr;
-      request.ipv6mr_interface = interfaceValue;
+      const ipv6_mreq request = Ipv6Membership(group, interfaceValue);
       if (!SetOption(handle_, IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP, request)) return false;
       memberInterfaceIndex_ = interfaceValue;
       break;
@@ -486,23 +268,21 @@ bool Socket::RejoinGroup() { return group_.size != 0; }
 
 std::optional<std::size_t> Socket::SendTo(std::span<const std::byte> data,
                                           const SocketAddress& destination) {
-  const int sent = sendto(Native(handle_), reinterpret_cast<const char*>(data.data()),
-                          NativeSize(data), 0, Native(destination), NativeSize(destination));
+  const int sent = sendto(Native(handle_), reinterpret_cast<const char*>(data.data()), SizeOf(data),
+                          0, Native(destination), SizeOf(destination));
   if (sent < 0) return std::nullopt;
   return static_cast<std::size_t>(sent);
 }
 
 ReceiveStatus Socket::ReceiveFrom(std::span<std::byte> buffer, std::size_t& size,
                                   SocketAddress& source) {
-  int injected = 0;
-  if (FaultHits(Fault::kReceive, &injected)) return StatusOfReceiveError(injected);
   const LPFN_WSARECVMSG receiveMessage = ReceiveMessage(family_).load(std::memory_order_relaxed);
   if (!valid() || receiveMessage == nullptr) return ReceiveStatus::kFailed;
 
   SocketAddress from;
   alignas(WSACMSGHDR) char
-      control[WSA_CMSG_SPACE(sizeof(IN6_PKTINFO)) + WSA_CMSG_SPACE(sizeof(IN_PKTINFO))];
-  WSABUF part{static_cast<ULONG>(NativeSize(buffer)), reinterpret_cast<char*>(buffer.data())};
+      control[WSA_CMSG_SPACE(sizeof(IN6_PKTINFO)) + WSA_CMSG_SPACE(sizeof(IN_PKTINFO))] = {};
+  WSABUF part{static_cast<ULONG>(SizeOf(buffer)), reinterpret_cast<char*>(buffer.data())};
   WSAMSG message{};
   message.name = reinterpret_cast<sockaddr*>(from.storage.data());
   message.namelen = static_cast<int>(from.storage.size());
@@ -510,17 +290,22 @@ ReceiveStatus Socket::ReceiveFrom(std::span<std::byte> buffer, std::size_t& size
   message.dwBufferCount = 1;
   message.Control = {sizeof(control), control};
   DWORD received = 0;
-  if (receiveMessage(Native(handle_), &message, &received, nullptr, nullptr) != 0) {
-    const int error = WSAGetLastError();
-    if (error != WSAEMSGSIZE) {
-      const ReceiveStatus status = StatusOfReceiveError(error);
-      if (status == ReceiveStatus::kNothing) RearmDatagramEvent(handle_, readable_);
-      return status;
-    }
+  int error = 0;
+  if (!FaultHits(Fault::kReceive, &error) &&
+      receiveMessage(Native(handle_), &message, &received, nullptr, nullptr) != 0) {
+    error = WSAGetLastError();
+  }
+  if (error == WSAEMSGSIZE) {
     // The datagram is larger than the buffer, which now holds its beginning.
     received = part.len;
+  } else if (error != 0) {
+    const ReceiveStatus status = StatusOfReceiveError(error);
+    if (status == ReceiveStatus::kNothing) RearmDatagramEvent(handle_, readable_);
+    return status;
   }
-  if (group_.size != 0 && !IsForMember(ArrivalOf(message), group_, memberInterfaceIndex_)) {
+  // What the system does not tell is no reason to drop a datagram.
+  const Arrival arrival = ArrivalOf(message);
+  if (group_.size != 0 && arrival.known && !arrival.IsFor(group_, memberInterfaceIndex_)) {
     return ReceiveStatus::kNothing;
   }
   from.size = static_cast<std::uint32_t>(
@@ -529,8 +314,6 @@ ReceiveStatus Socket::ReceiveFrom(std::span<std::byte> buffer, std::size_t& size
   source = from;
   return ReceiveStatus::kReceived;
 }
-
-bool Socket::Listen(int backlog) { return listen(Native(handle_), backlog) == 0; }
 
 Socket Socket::Accept() {
   SocketHandle socket(ReceiveOrRearm(readable_, INVALID_SOCKET,
@@ -545,18 +328,10 @@ Socket Socket::Accept() {
 }
 
 ConnectStatus Socket::Connect(const SocketAddress& peer) {
-  if (connect(Native(handle_), Native(peer), NativeSize(peer)) == 0) {
+  if (connect(Native(handle_), Native(peer), SizeOf(peer)) == 0) {
     return ConnectStatus::kConnected;
   }
   return WSAGetLastError() == WSAEWOULDBLOCK ? ConnectStatus::kPending : ConnectStatus::kFailed;
-}
-
-bool Socket::ConnectSucceeded() const {
-  int error = 0;
-  int size = sizeof(error);
-  return getsockopt(Native(handle_), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error),
-                    &size) == 0 &&
-         error == 0;
 }
 
 WaitStatus Socket::WaitWritable(WaitLimit limit) const {
@@ -571,14 +346,14 @@ WaitStatus Socket::WaitReadable(WaitLimit limit) const {
 
 std::optional<std::size_t> Socket::Send(std::span<const std::byte> data) {
   const int sent =
-      send(Native(handle_), reinterpret_cast<const char*>(data.data()), NativeSize(data), 0);
+      send(Native(handle_), reinterpret_cast<const char*>(data.data()), SizeOf(data), 0);
   if (sent < 0) return std::nullopt;
   return static_cast<std::size_t>(sent);
 }
 
 std::optional<std::size_t> Socket::Receive(std::span<std::byte> buffer) {
   const int received = ReceiveOrRearm(readable_, SOCKET_ERROR, [&] {
-    return recv(Native(handle_), reinterpret_cast<char*>(buffer.data()), NativeSize(buffer), 0);
+    return recv(Native(handle_), reinterpret_cast<char*>(buffer.data()), SizeOf(buffer), 0);
   });
   if (received < 0) return std::nullopt;
   return static_cast<std::size_t>(received);

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "platform/win32/address_owner.h"
+#include "platform/address_owner.h"
 #include "testing/socket_library.h"
 
 namespace talvorn::platform {

@@ -1,0 +1,58 @@
+// What the sockets of both systems have in common: native addresses and options, and
+// which datagrams are a group member's.
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+
+#include "native_sockets.h"
+#include "platform/socket.h"
+
+namespace talvorn::platform {
+
+[[nodiscard]] int ToNative(AddressFamily family);
+[[nodiscard]] int ToNative(SocketType type);
+
+[[nodiscard]] inline NativeSocket Native(std::intptr_t handle) {
+  return static_cast<NativeSocket>(handle);
+}
+[[nodiscard]] inline const sockaddr* Native(const SocketAddress& address) {
+  return reinterpret_cast<const sockaddr*>(address.storage.data());
+}
+[[nodiscard]] inline NativeSize SizeOf(const SocketAddress& address) {
+  return static_cast<NativeSize>(address.size);
+}
+[[nodiscard]] SocketAddress FromNative(const void* address, std::size_t size);
+
+// The address as the native type `T`; zeros where it is shorter.
+template <typename T>
+[[nodiscard]] T As(const SocketAddress& address) {
+  T native{};
+  std::memcpy(&native, address.storage.data(), std::min<std::size_t>(sizeof(T), address.size));
+  return native;
+}
+
+template <typename T>
+bool SetOption(std::intptr_t handle, int level, int option, const T& value) {
+  return setsockopt(Native(handle), level, option, reinterpret_cast<const char*>(&value),
+                    sizeof(value)) == 0;
+}
+
+[[nodiscard]] ipv6_mreq Ipv6Membership(const SocketAddress& group, std::uint32_t interfaceIndex);
+
+// Where a datagram was sent to and on which interface it came in, as the control parts
+// of its receive tell.
+struct Arrival {
+  bool known = false;
+  std::uint32_t interfaceIndex = 0;
+  in_addr ipv4{};
+  in6_addr ipv6{};
+
+  // Takes in one control part; `size` is that of its data.
+  void Note(int level, int type, const void* data, std::size_t size);
+  // Whether a member of `group` on that interface (0 for any) is to hear it. Of an
+  // arrival that is known.
+  [[nodiscard]] bool IsFor(const SocketAddress& group, std::uint32_t memberInterfaceIndex) const;
+};
+
+}  // namespace talvorn::platform
