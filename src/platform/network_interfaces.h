@@ -19,7 +19,8 @@ struct Ipv4AddressRow {
   std::uint32_t interfaceIndex = 0;
   std::uint32_t mask = 0;
   std::uint32_t broadcastAddress = 0;
-  std::uint16_t type = 0;  // kIpv4AddressPrimary and other flags
+  std::uint32_t reassemblySize = 0;  // of the largest datagram; 0 on Linux
+  std::uint16_t type = 0;            // kIpv4AddressPrimary and other flags
   // Changes when the address or its interface was made anew: group memberships
   // of the old one are gone then (Linux; always 0 on Windows).
   std::uint32_t incarnation = 0;

@@ -33,6 +33,9 @@ using WaitLimit = std::optional<std::uint32_t>;
 // Longest wait when one of the things waited for has no handle (it could not be
 // made for lack of descriptors): its owner then polls, as slowly as it may.
 inline constexpr std::uint32_t kPollTickMs = 10;
+[[nodiscard]] constexpr WaitLimit LimitToPoll(WaitLimit limit) {
+  return limit && *limit < kPollTickMs ? limit : kPollTickMs;
+}
 
 // Blocks until one of `waitables` is signalled or `limit` has passed. Consumes
 // nothing: the caller tests its events afterwards, in its own order. An event

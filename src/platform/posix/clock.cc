@@ -109,7 +109,7 @@ class RealClock final : public Clock {
     if (wake.waitHandle() != kNoWaitHandle) {
       descriptors[count++] = {static_cast<int>(wake.waitHandle()), POLLIN, 0};
     } else {
-      limit = std::min(limit.value_or(kPollTickMs), kPollTickMs);
+      limit = LimitToPoll(limit);
     }
     (void)PollDescriptors(std::span(descriptors).first(count), limit);
   }

@@ -5,7 +5,6 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <mutex>
 #include <new>
@@ -191,7 +190,7 @@ NamedEvent::WaitResult NamedEvent::WaitAny(std::span<NamedEvent* const> events,
     int interruptDescriptor = -1;
     if (interrupt != nullptr) {
       interruptDescriptor = static_cast<int>(interrupt->waitHandle());
-      if (interruptDescriptor < 0) limit = std::min(limit.value_or(kPollTickMs), kPollTickMs);
+      if (interruptDescriptor < 0) limit = LimitToPoll(limit);
     }
     const std::uint64_t deadline = MonotonicMs() + limit.value_or(0);
     for (bool interrupted = false, late = false;;) {
@@ -213,7 +212,7 @@ NamedEvent::WaitResult NamedEvent::WaitAny(std::span<NamedEvent* const> events,
         left = static_cast<std::uint32_t>(now < deadline ? deadline - now : 0);
         late = left == 0u;
       }
-      if (!notified) left = std::min(left.value_or(kPollTickMs), kPollTickMs);
+      if (!notified) left = LimitToPoll(left);
       std::array<pollfd, 2> descriptors = {pollfd{watch.descriptor(), POLLIN, 0},
                                            pollfd{interruptDescriptor, POLLIN, 0}};
       if (PollDescriptors(descriptors, left) < 0) return {};

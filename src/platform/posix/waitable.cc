@@ -67,7 +67,7 @@ WaitStatus WaitForAny(std::span<const Waitable* const> waitables, WaitLimit limi
     if (waitable == nullptr) continue;
     const std::intptr_t handle = waitable->waitHandle();
     if (handle == kNoWaitHandle) {
-      limit = std::min(limit.value_or(kPollTickMs), kPollTickMs);
+      limit = LimitToPoll(limit);
     } else {
       descriptors[count++] = {static_cast<int>(handle), POLLIN, 0};
     }

@@ -158,7 +158,7 @@ class RealClock final : public Clock {
     if (const HANDLE handle = NativeHandle(wake); handle != nullptr) {
       handles[count++] = handle;
     } else {
-      limit = std::min(limit.value_or(kPollTickMs), kPollTickMs);
+      limit = LimitToPoll(limit);
     }
     // Whatever ends the wait, the caller looks at the clock.
     (void)WaitForHandles(std::span(handles).first(count), limit);

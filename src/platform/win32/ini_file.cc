@@ -1,20 +1,14 @@
 #include "platform/ini_file.h"
 
 #include <algorithm>
-#include <limits>
 #include <new>
 #include <string>
 
+#include "platform/win32/dword_size.h"
 #include "platform/win32/wide_text.h"
-#include "platform/win32/windows_api.h"
 
 namespace talvorn::platform {
 namespace {
-
-DWORD SizeOf(std::span<const char16_t> buffer) {
-  return static_cast<DWORD>(
-      std::min<std::size_t>(buffer.size(), std::numeric_limits<DWORD>::max()));
-}
 
 // Whatever the call left there, the text in the buffer ends in it.
 std::uint32_t Terminated(std::span<char16_t> buffer, DWORD length) {
@@ -34,8 +28,8 @@ std::uint32_t ProfileSectionNames(std::span<char16_t> names, std::u16string_view
     return 0;
   }
   try {
-    const DWORD length = GetPrivateProfileSectionNamesW(ToNative(names.data()), SizeOf(names),
-                                                        ToNative(std::u16string(path)));
+    const DWORD length = GetPrivateProfileSectionNamesW(
+        ToNative(names.data()), DwordSize(names.size()), ToNative(std::u16string(path)));
     const std::uint32_t end = Terminated(names, length);
     if (end + 1 < names.size()) names[end + 1] = u'\0';  // cut names end in two
     return end;
@@ -51,7 +45,7 @@ std::uint32_t ProfileString(std::u16string_view section, std::u16string_view key
   try {
     const DWORD length = GetPrivateProfileStringW(
         ToNative(std::u16string(section)), ToNative(std::u16string(key)), L"",
-        ToNative(value.data()), SizeOf(value), ToNative(std::u16string(path)));
+        ToNative(value.data()), DwordSize(value.size()), ToNative(std::u16string(path)));
     return Terminated(value, length);
   } catch (const std::bad_alloc&) {
     return 0;

@@ -17,6 +17,7 @@
 #include "platform/clock.h"
 #include "platform/fault_injection.h"
 #include "platform/thread.h"
+#include "platform/win32/dword_size.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/security_native.h"
 #include "platform/win32/wait.h"
@@ -99,10 +100,9 @@ struct Mailslot::State {
     // A read of no bytes would leave an empty message where it is.
     std::byte spare{};
     const std::span<std::byte> target = buffer.empty() ? std::span(&spare, 1) : buffer;
-    const auto size =
-        static_cast<DWORD>(std::min<std::size_t>(target.size(), std::numeric_limits<DWORD>::max()));
     DWORD received = 0;
-    if (ReadFile(handle.get(), target.data(), size, nullptr, &operation) != FALSE ||
+    if (ReadFile(handle.get(), target.data(), DwordSize(target.size()), nullptr, &operation) !=
+            FALSE ||
         GetLastError() == ERROR_IO_PENDING) {
       if (GetOverlappedResult(handle.get(), &operation, &received, TRUE) != FALSE) return received;
     }

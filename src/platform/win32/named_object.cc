@@ -1,7 +1,6 @@
 // Mutexes and events of the system. A name without "Global\" is one of the session.
 #include "platform/named_object.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <new>
@@ -106,7 +105,7 @@ NamedEvent::WaitResult NamedEvent::WaitAny(std::span<NamedEvent* const> events,
   const std::size_t eventCount = count;
   if (interrupt != nullptr) {
     if (const HANDLE handle = NativeHandle(*interrupt); handle == nullptr) {
-      limit = std::min(limit.value_or(kPollTickMs), kPollTickMs);
+      limit = LimitToPoll(limit);
     } else if (count == handles.size()) {
       return {};
     } else {

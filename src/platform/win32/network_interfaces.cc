@@ -95,6 +95,7 @@ std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable() {
                       .interfaceIndex = row.dwIndex,
                       .mask = row.dwMask,
                       .broadcastAddress = row.dwBCastAddr,
+                      .reassemblySize = row.dwReasmSize,
                       .type = row.wType});
     }
     return rows;

@@ -1,12 +1,13 @@
 #include "platform/registry.h"
 
-#include <algorithm>
-#include <limits>
+#include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "platform/fault_injection.h"
 #include "platform/text_encoding.h"
+#include "platform/win32/dword_size.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/wide_text.h"
 
@@ -24,10 +25,6 @@ struct KeyPolicy {
 };
 using KeyHandle = Handle<KeyPolicy>;
 
-DWORD SizeOf(std::size_t size) {
-  return static_cast<DWORD>(std::min<std::size_t>(size, std::numeric_limits<DWORD>::max()));
-}
-
 RegistryStatus StatusOf(LSTATUS error) {
   switch (error) {
     case ERROR_SUCCESS:
@@ -42,11 +39,32 @@ RegistryStatus StatusOf(LSTATUS error) {
   }
 }
 
-RegistryResult ResultOf(LSTATUS error, DWORD type, DWORD size) {
-  const RegistryStatus status = StatusOf(error);
-  if (status != RegistryStatus::kOk && status != RegistryStatus::kMoreData)
-    return {.status = status};
-  return {status, type, size};
+// A state on the key that `call` opens; none when it fails.
+template <typename State, typename Call>
+std::unique_ptr<State> StateOn(std::u16string_view path, Call call) {
+  try {
+    auto state = std::make_unique<State>();
+    const std::u16string terminated(path);
+    const bool open = call(ToNative(terminated), state->key.Receive()) == ERROR_SUCCESS;
+    return open ? std::move(state) : nullptr;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+// What `call` tells of a value whose data it stores in a buffer of `capacity` bytes.
+template <typename Call>
+RegistryResult Ask(std::size_t capacity, Call call) {
+  try {
+    DWORD type = 0;
+    DWORD size = DwordSize(capacity);
+    const RegistryStatus status = StatusOf(call(&type, &size));
+    if (status != RegistryStatus::kOk && status != RegistryStatus::kMoreData)
+      return {.status = status};
+    return {status, type, size};
+  } catch (const std::bad_alloc&) {
+    return {};
+  }
 }
 
 }  // namespace
@@ -63,70 +81,46 @@ RegistryKey& RegistryKey::operator=(RegistryKey&& other) noexcept = default;
 RegistryKey RegistryKey::Open(std::u16string_view path, RegistryAccess access) {
   RegistryKey key;
   if (FaultHits(Fault::kRegistryOpen)) return key;
-  try {
-    auto state = std::make_unique<State>();
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, ToNative(std::u16string(path)), 0,
-                      access == RegistryAccess::kReadWrite ? kReadWrite : kRead,
-                      state->key.Receive()) == ERROR_SUCCESS) {
-      key.state_ = std::move(state);
-    }
-  } catch (const std::bad_alloc&) {
-    // Not open.
-  }
+  const REGSAM rights = access == RegistryAccess::kReadWrite ? kReadWrite : kRead;
+  key.state_ = StateOn<State>(path, [rights](const wchar_t* native, HKEY* opened) {
+    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, native, 0, rights, opened);
+  });
   return key;
 }
 
 RegistryKey RegistryKey::Create(std::u16string_view path) {
   RegistryKey key;
-  try {
-    auto state = std::make_unique<State>();
-    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, ToNative(std::u16string(path)), 0, nullptr,
-                        REG_OPTION_NON_VOLATILE, kReadWrite, nullptr, state->key.Receive(),
-                        nullptr) == ERROR_SUCCESS) {
-      key.state_ = std::move(state);
-    }
-  } catch (const std::bad_alloc&) {
-    // Not open.
-  }
+  key.state_ = StateOn<State>(path, [](const wchar_t* native, HKEY* opened) {
+    return RegCreateKeyExW(HKEY_LOCAL_MACHINE, native, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                           kReadWrite, nullptr, opened, nullptr);
+  });
   return key;
 }
 
 RegistryResult RegistryKey::Query(std::u16string_view name, std::span<std::byte> data) const {
   if (state_ == nullptr) return {};
-  try {
-    DWORD type = 0;
-    DWORD size = SizeOf(data.size());
-    const LSTATUS error =
-        RegQueryValueExW(state_->key.get(), ToNative(std::u16string(name)), nullptr, &type,
-                         reinterpret_cast<BYTE*>(data.data()), &size);
-    return ResultOf(error, type, size);
-  } catch (const std::bad_alloc&) {
-    return {};
-  }
+  return Ask(data.size(), [&](DWORD* type, DWORD* size) {
+    return RegQueryValueExW(state_->key.get(), ToNative(std::u16string(name)), nullptr, type,
+                            reinterpret_cast<BYTE*>(data.data()), size);
+  });
 }
 
 RegistryResult RegistryKey::QueryNarrow(std::u16string_view name, std::span<char> data) const {
   if (state_ == nullptr) return {};
-  try {
-    DWORD type = 0;
-    DWORD size = SizeOf(data.size());
-    const LSTATUS error = RegQueryValueExA(state_->key.get(), WideToNarrow(name).c_str(), nullptr,
-                                           &type, reinterpret_cast<BYTE*>(data.data()), &size);
-    return ResultOf(error, type, size);
-  } catch (const std::bad_alloc&) {
-    return {};
-  }
+  return Ask(data.size(), [&](DWORD* type, DWORD* size) {
+    return RegQueryValueExA(state_->key.get(), WideToNarrow(name).c_str(), nullptr, type,
+                            reinterpret_cast<BYTE*>(data.data()), size);
+  });
 }
 
 RegistryResult RegistryKey::Enumerate(std::uint32_t index, std::span<char16_t> name,
                                       std::span<std::byte> data) const {
   if (state_ == nullptr) return {};
-  DWORD nameSize = SizeOf(name.size());
-  DWORD type = 0;
-  DWORD size = SizeOf(data.size());
-  const LSTATUS error = RegEnumValueW(state_->key.get(), index, ToNative(name.data()), &nameSize,
-                                      nullptr, &type, reinterpret_cast<BYTE*>(data.data()), &size);
-  return ResultOf(error, type, size);
+  return Ask(data.size(), [&](DWORD* type, DWORD* size) {
+    DWORD nameSize = DwordSize(name.size());
+    return RegEnumValueW(state_->key.get(), index, ToNative(name.data()), &nameSize, nullptr, type,
+                         reinterpret_cast<BYTE*>(data.data()), size);
+  });
 }
 
 bool RegistryKey::SetDword(std::u16string_view name, std::uint32_t value) {

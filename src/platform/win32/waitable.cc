@@ -33,7 +33,7 @@ WaitStatus WaitForAny(std::span<const Waitable* const> waitables, WaitLimit limi
     if (waitable == nullptr) continue;
     const HANDLE handle = NativeHandle(*waitable);
     if (handle == nullptr) {
-      limit = std::min(limit.value_or(kPollTickMs), kPollTickMs);
+      limit = LimitToPoll(limit);
     } else if (count == handles.size()) {
       return WaitStatus::kFailed;  // nobody in the system waits on more than a handful
     } else {
