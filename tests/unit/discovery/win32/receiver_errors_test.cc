@@ -89,7 +89,6 @@ TEST_F(ReceiverErrors, ADeadSocketEndsIt) {
   ArmFault(Fault::kReceive, 1, 0, WSAENOTSOCK);
   Answer(kDeviceRecordSize);
   EXPECT_TRUE(receiver_.thread.JoinFor(kGenerousMs));
-  EXPECT_EQ(responses_.count(), 0u);
   EXPECT_FALSE(receiver_.socket.valid());
 }
 
