@@ -17,7 +17,7 @@ constexpr int kBacklog = 512;
 constexpr std::size_t kMaxConnections = 400;
 constexpr std::uint64_t kConnectionLimitMs = 30'000;
 constexpr std::uint32_t kRoomWaitMs = 200;
-// After an accept for which there is no room.
+// After an accept for which there was no room, or nothing after all.
 constexpr std::uint32_t kFullPauseMs = 20;
 // How long a connection waits whose arrival the system did not tell of.
 constexpr std::uint32_t kLookMs = 100;
@@ -150,23 +150,23 @@ void StatusServer::Stop() {
 
 void StatusServer::Listen() {
   const platform::Waitable* const list[] = {&listener_, &running_.cleared()};
+  const std::span ended(&list[1], 1);
   while (running_) {
-    if (platform::WaitForAny(list, kLookMs) == WaitStatus::kFailed) break;
-    if (running_) Accept();
+    const WaitStatus status = platform::WaitForAny(list, kLookMs);
+    if (status == WaitStatus::kFailed) break;
+    if (running_ && !Accept() && status == WaitStatus::kSignalled) {
+      (void)platform::WaitForAny(ended, kFullPauseMs);
+    }
   }
   for (Connection& connection : connections_) connection.running.Clear();
   connections_.clear();
 }
 
-void StatusServer::Accept() {
+bool StatusServer::Accept() {
   connections_.remove_if([](const Connection& connection) { return connection.ended.load(); });
   platform::Socket socket;
   if (connections_.size() < kMaxConnections) socket = listener_.Accept();
-  if (!socket.valid()) {
-    const platform::Waitable* const list[] = {&running_.cleared()};
-    (void)platform::WaitForAny(list, kFullPauseMs);
-    return;
-  }
+  if (!socket.valid()) return false;
   Connection& connection = connections_.emplace_back(std::move(socket));
   connection.thread = platform::Thread::Start("status-answer", [this, &connection] {
     Serve(connection);
@@ -176,6 +176,7 @@ void StatusServer::Accept() {
     return 0U;
   });
   if (!connection.thread.valid()) connections_.pop_back();
+  return true;
 }
 
 void StatusServer::Serve(Connection& connection) {

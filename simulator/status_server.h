@@ -49,7 +49,7 @@ class StatusServer {
   struct Connection;
 
   void Listen();
-  void Accept();
+  bool Accept();  // false when there was none, or no room for it
   void Serve(Connection& connection);
   [[nodiscard]] std::optional<std::uint32_t> DeviceAt(std::uint32_t address) const;
 
