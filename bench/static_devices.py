@@ -11,7 +11,8 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 import harness
 import network
 import static_network
-from harness import Locator, Process, wait_until
+from harness import Process, native, wait_until
+from linux_target import Locator
 
 LISTED = 500
 BLACK_HOLED = LISTED // 3
@@ -37,7 +38,7 @@ def mixed():
 def measure(directory):
     net = static_network.RoutedNetwork(network.Network())
     net.add_devices(static_network.addresses(HEALTHY))
-    simulator = Process(net.there, "talvorn-sim", "--interface", "dev0", "--devices",
+    simulator = Process(net.there, native("talvorn-sim"), "--interface", "dev0", "--devices",
                         str(HEALTHY), "--items", "2", "--status-query", "--no-multicast",
                         "--verbose", directory=directory)
     wait_until(lambda: simulator.out, "the simulator")

@@ -1,6 +1,5 @@
-# talvorn_machine_test(NAME): a test of a program of ours. Under Wine all of them share one
-# prefix, which is made for the run and goes with it, and with it names and registry: they
-# run one after the other.
+# talvorn_machine_test(NAME): a test of a program of ours. Under Wine each test gets a
+# copy of its own of a prefix that is made for the run and goes with it.
 if(CMAKE_CROSSCOMPILING_EMULATOR)
   set(wine_prefix ${PROJECT_BINARY_DIR}/wine-prefix)
   foreach(step prepare end)
@@ -15,6 +14,6 @@ endif()
 function(talvorn_machine_test name)
   if(CMAKE_CROSSCOMPILING_EMULATOR)
     set_tests_properties(${name} PROPERTIES
-      ENVIRONMENT WINEPREFIX=${wine_prefix} FIXTURES_REQUIRED wine RESOURCE_LOCK wine)
+      ENVIRONMENT WINEPREFIX=${wine_prefix} FIXTURES_REQUIRED wine)
   endif()
 endfunction()

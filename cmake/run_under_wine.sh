@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Runs a Windows program under Wine: run_under_wine.sh PROGRAM [ARGUMENTS...]. The
-# prefix is WINEPREFIX; without one, each call gets a fresh one that goes with it.
-# "run_under_wine.sh --prepare" only makes the prefix, "--end" ends what runs in it.
+# Runs a Windows program under Wine, in a copy of the prefix WINEPREFIX that goes with it:
+# run_under_wine.sh PROGRAM [ARGUMENTS...]. Without WINEPREFIX a fresh prefix is made.
+# "--prepare" makes the prefix; "--copy FOLDER" copies it, "--in FOLDER PROGRAM ..." becomes
+# that program in such a copy, "--drop FOLDER" ends what runs in it and removes it; "--end"
+# removes the prefix with its copies.
 set -euo pipefail
 
 export WINEDEBUG=${WINEDEBUG:--all}
@@ -10,55 +12,66 @@ export WINEARCH=win64
 export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml,winemenubuilder.exe=}
 unset DISPLAY WAYLAND_DISPLAY
 
-wine=
-for candidate in wine64 /usr/lib/wine/wine64 wine; do
-  if wine=$(command -v "$candidate"); then break; fi
-done
-if [[ -z $wine ]]; then
-  echo "run_under_wine.sh: no wine (Debian: wine, wine64)" >&2
+# first_of NAMES...: the first that is a command.
+first_of() {
+  local name
+  for name; do
+    if command -v "$name"; then return; fi
+  done
+  echo "run_under_wine.sh: no $1 (Debian: wine, wine64)" >&2
   exit 77
-fi
-server=
-for candidate in wineserver /usr/lib/wine/wineserver64 /usr/lib/wine/wineserver; do
-  if server=$(command -v "$candidate"); then break; fi
-done
-
-own_prefix=
-if [[ -z ${WINEPREFIX:-} ]]; then
-  own_prefix=$(mktemp -d "${TMPDIR:-/tmp}/talvorn-wine-XXXXXX")
-  export WINEPREFIX=$own_prefix
-fi
-
-end() {
-  "$server" -k 2>/dev/null || true
-  "$server" -w 2>/dev/null || true
 }
+wine=$(first_of wine64 /usr/lib/wine/wine64 wine)
+server=$(first_of wineserver /usr/lib/wine/wineserver64 /usr/lib/wine/wineserver)
+
 prepare() {
-  [[ -e $WINEPREFIX/system.reg ]] && return
-  mkdir -p "$WINEPREFIX"
+  rm -rf -- "$WINEPREFIX"
+  mkdir -p -- "$WINEPREFIX"
   "$wine" wineboot --init >/dev/null 2>&1 </dev/null
   # The registry is on disk once the server has gone.
   "$server" -w
 }
 
+# The files are shared with the prefix, but for the few that Wine writes in place.
+copy() {
+  mkdir -p -- "$1"
+  cp -al -- "$WINEPREFIX/." "$1"
+  local file
+  for file in "$1"/*.reg "$1"/.update-timestamp; do
+    cp -- "$file" "$file.own"
+    mv -- "$file.own" "$file"
+  done
+}
+
+drop() {
+  WINEPREFIX=$1 "$server" -k 2>/dev/null || true
+  WINEPREFIX=$1 "$server" -w 2>/dev/null || true
+  rm -rf -- "$1"
+}
+
 case ${1:-} in
-  --prepare)
-    end
-    rm -rf -- "$WINEPREFIX"
-    prepare
-    exit 0
+  --prepare) prepare ;;
+  --copy) copy "$2" ;;
+  --in)
+    export WINEPREFIX=$2
+    exec "$wine" "${@:3}"
     ;;
+  --drop) drop "$2" ;;
   --end)
-    end
-    rm -rf -- "$WINEPREFIX"
-    exit 0
+    drop "$WINEPREFIX"
+    rm -rf -- "$WINEPREFIX".copy-*
+    ;;
+  *)
+    if [[ -z ${WINEPREFIX:-} ]]; then
+      own=$(mktemp -d "${TMPDIR:-/tmp}/talvorn-wine-XXXXXX")
+      export WINEPREFIX=$own
+      prepare
+    else
+      own=$(mktemp -d "$WINEPREFIX.copy-XXXXXX")
+      copy "$own"
+    fi
+    trap 'drop "$own"' EXIT
+    trap 'exit 143' TERM INT HUP
+    WINEPREFIX=$own "$wine" "$@"
     ;;
 esac
-
-prepare
-if [[ -z $own_prefix ]]; then exec "$wine" "$@"; fi
-status=0
-"$wine" "$@" || status=$?
-end
-rm -rf -- "$own_prefix"
-exit "$status"

@@ -1,14 +1,14 @@
-"""What the end-to-end tests stand on: the real binaries in private networks, a
-journal to read the event log from, raw mailslot clients, stations that speak the
-wire format, and captures of what really went over a network.
+"""What the end-to-end tests stand on: the real programs in private networks, their
+event log, raw mailslot clients, stations that speak the wire format, and captures of
+what really went over a network.
 
-Nothing here sleeps and hopes: tests wait for conditions with wait_until().
+The locator and the tool are those of one target, Linux or Windows under Wine; the
+modules linux_target and windows_target say how each is started and looked at from
+outside. Nothing here sleeps and hopes: tests wait for conditions with wait_until().
 """
 
-import array
 import contextlib
 import datetime
-import fcntl
 import functools
 import os
 import re
@@ -21,12 +21,12 @@ import tempfile
 import threading
 import time
 import unittest
+from typing import NamedTuple
 
 import wire
 from network import Network
 
 LIMIT = 60.0  # seconds that any condition may take on a slow, busy machine
-LARGE_MESSAGE = 128 * 1024  # a longer mailslot message travels as a memory file
 
 SETTINGS_KEY = r"HKEY_LOCAL_MACHINE\Software\Kestrow\TAL-VORN\Settings"
 INTERFACES_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\Kestrow\TAL-VORN\Interfaces"
@@ -50,19 +50,37 @@ _SANITIZER_SETTINGS = {
 
 
 class Options:
-    """Set once by run.py."""
-    binaries = ""
+    """Set once, before the tests are loaded."""
+    binaries = ""  # the folder of the programs for Linux
+    target = None  # the module of the locator under test
     short = False
 
 
-def full_set(test):
-    """Marks a test that the shorter set, for slow builds, leaves out."""
-    @functools.wraps(test)
-    def run(self, *arguments):
-        if Options.short:
-            self.skipTest("left out of the short set")
-        test(self, *arguments)
-    return run
+def _left_out_when(condition, reason):
+    """Marks a test, or each of a class; looks when it is to run."""
+    def mark(test):
+        if isinstance(test, type):
+            test.setUp = mark(test.setUp)
+            return test
+
+        @functools.wraps(test)
+        def run(self, *arguments):
+            if condition():
+                self.skipTest(reason)
+            test(self, *arguments)
+        return run
+    return mark
+
+
+def only_on(name, reason):
+    """Marks what the other target leaves out."""
+    return _left_out_when(lambda: Options.target.NAME != name, reason)
+
+
+needs_ipv6 = _left_out_when(lambda: 6 not in Options.target.FAMILIES,
+                            "Wine 8 tells no program of the IPv6 interfaces")
+# What the shorter set, for slow builds, leaves out.
+full_set = _left_out_when(lambda: Options.short, "left out of the short set")
 
 
 def wait_until(condition, what="the condition", limit=LIMIT):
@@ -87,19 +105,30 @@ def stays_true(condition, seconds):
     return True
 
 
+class Program(NamedTuple):
+    """How a program of ours is started."""
+    name: str
+    command: list
+    environment: dict = {}
+
+
+def native(name):
+    return Program(name, [os.path.join(Options.binaries, name)])
+
+
 class Process:
-    """A program of ours in a host's namespace, its output kept in files."""
+    """A program in a host's namespace, its output kept in files."""
 
     def __init__(self, host, program, *arguments, directory, environment=(), stdout=None,
                  stderr=None, user=None):
-        self.name = program
-        base = tempfile.mktemp(prefix=program + "-", dir=directory)
+        self.name = program.name
+        base = tempfile.mktemp(prefix=program.name + "-", dir=directory)
         self._out_path, self._err_path = base + ".out", base + ".err"
-        whole = {**os.environ, **_SANITIZER_SETTINGS, **dict(environment)}
+        whole = {**os.environ, **_SANITIZER_SETTINGS, **program.environment, **dict(environment)}
         with host, open(self._err_path, "wb") as err, open(self._out_path, "wb") as out:
             self._popen = subprocess.Popen(
-                [os.path.join(Options.binaries, program), *arguments], env=whole,
-                stdin=subprocess.DEVNULL, stdout=stdout or out, stderr=stderr or err, user=user)
+                [*program.command, *arguments], env=whole, stdin=subprocess.DEVNULL,
+                stdout=stdout or out, stderr=stderr or err, user=user)
         self.pid = self._popen.pid
 
     @property
@@ -153,90 +182,52 @@ class Process:
         return values
 
 
-class Journal:
-    """Takes the place of the system's journal; keeps every entry."""
+class Entry(NamedTuple):
+    """One entry of the event log."""
+    text: str
+    kind: str  # "error", "warning" or "information"
+    source: str
+    event_id: int
+    category: int
+    account: str
+    is_cut: bool = False  # the text is longer than what could be seen of it
 
-    def __init__(self, path):
-        self.path = path
-        self.entries = []
-        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self._socket.bind(path)
-        self._thread = threading.Thread(target=self._collect, daemon=True)
-        self._thread.start()
+    def says(self, text):
+        return text.startswith(self.text) if self.is_cut else text == self.text
 
-    def _collect(self):
-        while True:
-            data, descriptors = _receive(self._socket)
-            if data == b"end":
-                return
-            if not data and descriptors:
-                data = _whole_file(descriptors[0])
-            for descriptor in descriptors:
-                os.close(descriptor)
-            self.entries.append(self._parse(data))
 
-    @staticmethod
-    def _parse(data):
-        entry = {}
-        while data:
-            line, data = data.split(b"\n", 1)
-            name, separator, value = line.partition(b"=")
-            if not separator:
-                (size,) = struct.unpack_from("<Q", data)
-                value, data = data[8:8 + size], data[9 + size:]
-            entry[name.decode()] = value.decode()
-        return entry
-
-    def close(self):
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.sendto(b"end", self.path)
-        self._thread.join()
-        self._socket.close()
+class EventLog:
+    """What the locator reported; a target fills `entries`."""
 
     def texts(self, source=None):
         """The messages in order, of one source or of all."""
-        return [entry["MESSAGE"] for entry in list(self.entries)
-                if source in (None, entry["SYSLOG_IDENTIFIER"])]
+        return [entry.text for entry in list(self.entries) if source in (None, entry.source)]
 
     def count(self, text):
-        return self.texts().count(text)
+        return sum(entry.says(text) for entry in list(self.entries))
 
     def wait_for(self, text, count=1):
         wait_until(lambda: self.count(text) >= count, f"{count} x {text!r} in the event log")
 
 
-def _receive(receiver, size=1 << 20):
-    data, ancillary, _, _ = receiver.recvmsg(size, socket.CMSG_SPACE(64))
-    descriptors = array.array("i")
-    for level, kind, content in ancillary:
-        if (level, kind) == (socket.SOL_SOCKET, socket.SCM_RIGHTS):
-            descriptors.frombytes(content[:len(content) - len(content) % descriptors.itemsize])
-    return data, list(descriptors)
-
-
-def _whole_file(descriptor):
-    size = os.fstat(descriptor).st_size
-    parts = []
-    while sum(map(len, parts)) < size:
-        parts.append(os.pread(descriptor, size, sum(map(len, parts))))
-    return b"".join(parts)
-
-
 class Registry:
-    """The settings file. Numbers are REG_DWORD, texts REG_SZ, bytes hex(3)."""
+    """The locator's settings, as a file in the format of an exported key. Numbers are
+    REG_DWORD, texts REG_SZ, bytes REG_BINARY."""
 
-    def __init__(self, path, settings):
-        self.path = path
-        self.settings = dict(settings)
+    def __init__(self, settings):
+        """Without settings (None) there is no key."""
         self.extra = ""
-        self.write()
+        self.settings = {}
+        if settings is not None:
+            self.settings = {**QUICK_SETTINGS, **dict(settings)}
+            self.write()
 
     @staticmethod
     def value_line(name, value):
         if isinstance(value, int):
             text = f"dword:{value:08x}"
         elif isinstance(value, bytes):
-            text = "hex(3):" + ",".join(f"{byte:02x}" for byte in value)
+            text = "hex:" + ",".join(f"{byte:02x}" for byte in value)
         else:
             text = '"' + value.replace("\\", "\\\\").replace('"', '\\"') + '"'
         return f'"{name}"={text}'
@@ -246,68 +237,29 @@ class Registry:
         return "\n".join(["Windows Registry Editor Version 5.00", "", f"[{SETTINGS_KEY}]", *lines,
                           "", self.extra])
 
-    def write(self, text=None):
-        """Replaces the file in one step."""
-        with open(self.path + ".new", "w", encoding="utf-8") as file:
-            file.write(self.text() if text is None else text)
-        os.rename(self.path + ".new", self.path)
-
-    def read(self):
-        with open(self.path, encoding="utf-8") as file:
-            return file.read()
-
     def set(self, name, value):
         self.settings[name] = value
         self.write()
 
 
 class Locator(Process):
-    """talvorn-locator with a runtime directory, settings and a journal of its own."""
-
-    def __init__(self, host, arguments=(), *, directory, settings=(), registry=None,
-                 runtime_directory=None, environment=(), **options):
-        self.host = host
-        home = tempfile.mkdtemp(prefix="locator-", dir=directory)
-        os.chmod(home, 0o755)
-        self.runtime_directory = runtime_directory or os.path.join(home, "runtime")
-        if not runtime_directory:
-            os.mkdir(self.runtime_directory, 0o755)
-        self.registry = registry or Registry(os.path.join(home, "talvorn.reg"),
-                                             {**QUICK_SETTINGS, **dict(settings)})
-        self.journal = Journal(os.path.join(home, "journal"))
-        self.environment = {
-            "TALVORN_RUNTIME_DIR": self.runtime_directory,
-            "TALVORN_REGISTRY": self.registry.path,
-            "TALVORN_JOURNAL_SOCKET": self.journal.path,
-        }
-        super().__init__(host, "talvorn-locator", *arguments, directory=home,
-                         environment={**self.environment, **dict(environment)}, **options)
+    """A locator and what stands around it. A target adds: registry, event_log,
+    debug_output, takes_messages(), client(), stop(), and what it knows of named objects:
+    exists(), is_set() and watch()."""
 
     @property
     def trace(self):
         """The lines of the trace, without the prefix."""
         prefix = "TALVORNApp: "
-        return [line.removeprefix(prefix) for line in self.err.splitlines()]
+        return [line.removeprefix(prefix) for line in self.debug_output.splitlines()]
 
     def wait_ready(self):
-        wait_until(lambda: self.ended or ("Service loop entry" in self.journal.texts()
+        wait_until(lambda: self.ended or ("Service loop entry" in self.event_log.texts()
                                           and self.takes_messages()),
                    "the locator to serve")
         if self.ended:
             raise AssertionError(f"the locator ended with {self.wait()}:\n{self.err}")
         return self
-
-    def takes_messages(self):
-        """Whether a living process has its mailslot."""
-        folder, name = os.path.split(self.mailslot("talvorn_out"))
-        with contextlib.suppress(OSError), contextlib.ExitStack() as stack:
-            # The path itself may be longer than the address of a socket.
-            descriptor = os.open(folder, os.O_PATH)
-            stack.callback(os.close, descriptor)
-            probe = stack.enter_context(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
-            probe.connect(f"/proc/self/fd/{descriptor}/{name}")
-            return True
-        return False
 
     def wait_listening(self, *interfaces):
         """Waits until the receivers of these interfaces are open; each is an IPv4 address
@@ -315,30 +267,8 @@ class Locator(Process):
         count = 1 if self.registry.settings.get("Time Multicast Request Allowed") else 2
         for shown in interfaces:
             family = " IPv6 interface" if isinstance(shown, int) else " IPv4interface"
-            self.journal.wait_for(f"Multicast request sent from network{family}: {shown}", count)
+            self.event_log.wait_for(f"Multicast request sent from network{family}: {shown}", count)
         return self
-
-    def mailslot(self, name):
-        return os.path.join(self.runtime_directory, "mailslot", name)
-
-    def stop(self, number=signal.SIGTERM, leftovers=()):
-        """Ends it in order and checks that it leaves nothing behind."""
-        if not self.ended:
-            self.signal(number)
-        status = self.wait()
-        if status != 0:
-            raise AssertionError(f"the locator ended with {status}:\n{self.err[-4000:]}")
-        left = [name for _, _, files in os.walk(self.runtime_directory) for name in files
-                if name not in leftovers]
-        if left:
-            raise AssertionError(f"left behind in the runtime directory: {left}")
-
-    def kill(self):
-        super().kill()
-        self.journal.close()
-
-    def client(self, name="talvorn_in"):
-        return Client(self, name)
 
     def devices(self):
         """{serial: device} as GETINFO gives it now."""
@@ -351,15 +281,11 @@ class Locator(Process):
 
 
 class Client:
-    """A program on the locator's machine that speaks with it through raw mailslots."""
+    """A program on the locator's machine that speaks with it through raw mailslots. A
+    target adds send(), receive() and close()."""
 
-    def __init__(self, locator, name):
-        self._locator = locator
+    def __init__(self, name):
         self.name = name
-        self.path = locator.mailslot(name)
-        with locator.host:  # whose limits count, such as the number of messages that wait
-            self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self._socket.bind(self.path)
 
     def __enter__(self):
         return self
@@ -367,36 +293,8 @@ class Client:
     def __exit__(self, *_):
         self.close()
 
-    def close(self):
-        self._socket.close()
-        with contextlib.suppress(FileNotFoundError):
-            os.unlink(self.path)
-
-    def send(self, message):
-        """Sends raw bytes, as a memory file when they are many."""
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.settimeout(LIMIT)
-            sender.connect(self._locator.mailslot("talvorn_out"))
-            if len(message) <= LARGE_MESSAGE:
-                sender.send(message)
-                return
-            descriptor = memory_file(message)
-            socket.send_fds(sender, [b""], [descriptor])
-            os.close(descriptor)
-
     def ask(self, command, **options):
         self.send(wire.client_request(command, wire.mailslot_name(self.name), **options))
-
-    def receive(self, limit=LIMIT):
-        """The next reply, or None when none comes in time."""
-        if not select.select([self._socket], [], [], limit)[0]:
-            return None
-        data, descriptors = _receive(self._socket)
-        if not data and descriptors:
-            data = _whole_file(descriptors[0])
-        for descriptor in descriptors:
-            os.close(descriptor)
-        return data
 
     def exchange(self, command):
         """(type, count, payload) of the reply, whose length is checked."""
@@ -421,16 +319,6 @@ class Client:
 
     def is_served(self):
         return self.exchange("GETVERSION") == (2, 8, b"1.0.0.0\0")
-
-
-def memory_file(content, seals=None):
-    descriptor = os.memfd_create("message", os.MFD_CLOEXEC | os.MFD_ALLOW_SEALING)
-    os.write(descriptor, content)
-    if seals is None:
-        seals = fcntl.F_SEAL_SHRINK | fcntl.F_SEAL_GROW | fcntl.F_SEAL_WRITE | fcntl.F_SEAL_SEAL
-    if seals:
-        fcntl.fcntl(descriptor, fcntl.F_ADD_SEALS, seals)
-    return descriptor
 
 
 class Station:
@@ -556,12 +444,23 @@ class TestCase(unittest.TestCase):
         print((process.out + process.err)[-1500:])
         if isinstance(process, Locator):
             print("--- end of its event log:")
-            for entry in process.journal.entries[-10:]:
-                print(entry["SYSLOG_IDENTIFIER"], entry["PRIORITY"], repr(entry["MESSAGE"]))
+            for entry in process.event_log.entries[-10:]:
+                print(entry.source, entry.kind, repr(entry.text))
 
-    def start_locator(self, host, *arguments, ready=True, **options):
-        """A locator that serves; it is stopped in order at the end of the test."""
-        locator = Locator(host, arguments, directory=self.directory, **options)
+    @property
+    def target(self):
+        return Options.target
+
+    @property
+    def families(self):
+        """The versions of IP in which the locator under test works."""
+        return Options.target.FAMILIES
+
+    def start_locator(self, host, *arguments, ready=True, target=None, **options):
+        """A locator that serves; it is stopped in order at the end of the test. `target` is
+        another module than that of the locator under test."""
+        locator = (target or Options.target).Locator(host, *arguments, directory=self.directory,
+                                                     **options)
         self._shown.append(locator)
         self.addCleanup(lambda: locator.ended or locator.stop())
         return locator.wait_ready() if ready else locator
@@ -570,7 +469,7 @@ class TestCase(unittest.TestCase):
         """As start_locator, in the simple network; hears its devices from now on."""
         locator = self.start_locator(host, *arguments, **options)
         shown = ["192.168.10.1"]
-        if locator.registry.settings.get("IPv6 Active", 1):
+        if 6 in self.families and locator.registry.settings.get("IPv6 Active", 1):
             shown.append(host.index("net0"))
         return locator.wait_listening(*shown)
 
@@ -581,12 +480,11 @@ class TestCase(unittest.TestCase):
         return process
 
     def simulate(self, host, *arguments):
-        return self.start(host, "talvorn-sim", *arguments)
+        return self.start(host, native("talvorn-sim"), *arguments)
 
     def tool(self, locator, *arguments, **options):
         """The command-line tool beside a locator."""
-        return self.start(locator.host, "talvorn", *arguments, environment=locator.environment,
-                          **options)
+        return self.start(locator.host, Options.target.tool(locator), *arguments, **options)
 
     def station(self, host, interface, address, **options):
         station = Station(host, interface, address, **options)

@@ -10,7 +10,8 @@ import harness
 import network
 import scale
 import test_scale
-from harness import Locator, Process, wait_until
+from harness import Process, native, wait_until
+from linux_target import Locator
 
 INTERFACES = 8
 SECONDS = 20
@@ -23,7 +24,7 @@ def idle(directory):
     locator = Locator(here, directory=directory, settings={
         "DebugView": 0, "Time Request": 5000, "Time Master": 60000, "Time Response Valid": 10000,
         "Time Network Changes": 1000})
-    wait_until(lambda: len(locator.journal.texts("CAST REQUEST")) >= 6 * INTERFACES)
+    wait_until(lambda: len(locator.event_log.texts("CAST REQUEST")) >= 6 * INTERFACES)
     wake_ups, load = scale.idle_cost(locator, SECONDS)
     print(f"idle, {INTERFACES} dual-stack interfaces, {len(locator.task_values('stat'))} threads: "
           f"{wake_ups:.1f} wake-ups a second, {100 * load:.3f} % of a core", flush=True)
@@ -37,7 +38,7 @@ def storm(directory):
     here, there = net.host("here"), net.host("there")
     here.connect(switch, "net0", "192.168.10.1/24")
     there.connect(switch, "dev0", "192.168.10.20/24")
-    simulator = Process(there, "talvorn-sim", "--interface", "dev0", "--ipv4", "--devices",
+    simulator = Process(there, native("talvorn-sim"), "--interface", "dev0", "--ipv4", "--devices",
                         str(test_scale.DEVICES), directory=directory)
     time.sleep(1)
     locator = Locator(here, directory=directory, settings=test_scale.Storm.SETTINGS)

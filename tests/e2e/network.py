@@ -6,7 +6,9 @@ the kernel removes it when the program ends, however it ends, and every process
 that the program has started ends with it.
 """
 
+import contextlib
 import ctypes
+import fcntl
 import os
 import select
 import signal
@@ -143,10 +145,47 @@ def isolate():
     else:
         raise NotAllowed(_NO_NAMESPACES)
 
+    _outside.descriptor = os.open(_THREAD_NAMESPACE, os.O_RDONLY)
     _enter(flags)
     fork_guarded(signal.SIGKILL)
     _settle()
     bring_up_loopback()
+
+
+class _Outside:
+    """The machine itself, as the program found it."""
+
+    def __enter__(self):
+        self._before = os.open(_THREAD_NAMESPACE, os.O_RDONLY)
+        _check(_libc.setns(self.descriptor, _CLONE_NEWNET))
+
+    def __exit__(self, *_):
+        _check(_libc.setns(self._before, _CLONE_NEWNET))
+        os.close(self._before)
+
+
+_outside = _Outside()
+
+
+@contextlib.contextmanager
+def larger_sockets(size):
+    """Unix sockets that are made meanwhile hold that many bytes. The limit is the whole
+    machine's and put back at the end; where it can't be changed, it stays."""
+    with contextlib.ExitStack() as stack:
+        with contextlib.suppress(OSError):
+            with _outside:
+                file = stack.enter_context(open("/proc/sys/net/core/wmem_default", "r+",
+                                                encoding="ascii"))
+            fcntl.flock(file, fcntl.LOCK_EX)
+            before = file.read()
+
+            def put(value):
+                file.seek(0)
+                file.write(value)
+                file.flush()
+            put(str(size))
+            stack.callback(put, before)
+        yield
 
 
 class Host:
@@ -157,6 +196,7 @@ class Host:
         self.network = network
         self.name = name
         self._entered = threading.local()
+        self._leaving = []
         before = os.open(_THREAD_NAMESPACE, os.O_RDONLY)
         _check(_libc.unshare(_CLONE_NEWNET))
         self.descriptor = os.open(_THREAD_NAMESPACE, os.O_RDONLY)
@@ -219,7 +259,13 @@ class Host:
         """The interface's index in this namespace."""
         return int(self.ip("-o", "link", "show", "dev", interface).split(":", 1)[0])
 
+    def on_close(self, action):
+        """What is to be done before the host goes."""
+        self._leaving.append(action)
+
     def close(self):
+        while self._leaving:
+            self._leaving.pop()()
         os.close(self.descriptor)
 
 

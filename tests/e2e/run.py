@@ -1,6 +1,9 @@
 #!/usr/bin/env python3
 """Runs end-to-end tests: run.py --binaries DIRECTORY [--short] [FILE or NAME...]
 
+With --windows the locator and the tool are the Windows programs of that folder, run
+under Wine in copies of the prefix that WINEPREFIX names.
+
 Exit status 0 all passed, 1 a test failed, 77 skipped: no private network to be had.
 """
 
@@ -10,20 +13,27 @@ import sys
 import unittest
 
 import harness
+import linux_target
 import network
+import windows_target
 
 SKIPPED = 77
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--binaries", required=True, help="where the programs to test are")
+    parser.add_argument("--binaries", required=True, help="where the programs for Linux are")
+    parser.add_argument("--windows", metavar="DIRECTORY", help="where those for Windows are")
     parser.add_argument("--short", action="store_true", help="leave out the longer tests")
     parser.add_argument("--verbose", action="store_true")
     parser.add_argument("tests", nargs="*", help="test_NAME, or test_NAME.Class.test; all if none")
     options = parser.parse_args()
     harness.Options.binaries = os.path.abspath(options.binaries)
     harness.Options.short = options.short
+    harness.Options.target = windows_target if options.windows else linux_target
+    if options.windows:
+        windows_target.Settings.binaries = os.path.abspath(options.windows)
+        windows_target.Settings.template = os.environ["WINEPREFIX"]
 
     here = os.path.dirname(os.path.abspath(__file__))
     names = [name.removesuffix(".py") for name in options.tests] or sorted(

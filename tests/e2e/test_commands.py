@@ -1,5 +1,6 @@
 """The command server as client programs see it, the ill-behaved ones included."""
 
+import contextlib
 import os
 import random
 import signal
@@ -8,7 +9,8 @@ import struct
 import threading
 
 import wire
-from harness import Client, TestCase, memory_file, wait_until
+from harness import TestCase, only_on, wait_until
+from linux_target import memory_file
 
 
 class Commands(TestCase):
@@ -29,11 +31,12 @@ class Commands(TestCase):
             ("GETLOGPATH", (5, 9, b"D:\\Start\0")),
             ("SETLOGPATH;D:\\Logs", None), ("GETLOGPATHS", (5, 9, b"D:\\Logs\\\0")),
             ("SETLOGPATH;D:\\Logs\\", None), ("GETLOGPATH", (5, 9, path.encode() + b"\0")),
-            ("SETLOGPATHx;/var/log", None), ("GETLOGPATH", (5, 10, b"/var/log/\0")),
+            ("SETLOGPATHx;/var/log", None),
+            ("GETLOGPATH", (5, 10, b"/var/log" + self.target.AFTER_A_SLASH + b"\0")),
             ("setlogpath;", None), ("GETLOGPATH", (5, 2, b"\\\0")),
             ("SETLOGPATH;a;b", None), ("GETLOGPATH", (5, 5, b"a;b\\\0")),
             ("SETLOGPATH", None),
-            ("GETLOGPATH", (5, 6, b"/tmp/\0")) if "TMPDIR" not in os.environ else ("STOPLOG", None),
+            ("GETLOGPATH", (5, len(self.target.TEMPORARY), self.target.TEMPORARY)),
             ("STARTLOG", None), ("STARTLOGGING", None), ("STOPLOGGING", None),
             ("%s%n %x", (0, 25, unknown + b"%s%n %x\0")),
             ("\x80\xff", (0, 20, unknown + "\x80".encode("latin-1") + b"\xff\0")),
@@ -97,31 +100,47 @@ class Commands(TestCase):
             self.assertEqual(len(client.receive()), 20)
 
     def test_reply_names_that_are_no_mailslot(self):
+        prefix = "\\\\.\\mailslot\\"
+        names = [prefix + rest for rest in (
+            "", ".", "..", "../outside", "..\\outside", "sub/inner", "sub\\inner", "absent",
+            "good\n", "./good", "good/", "/good", "talvorn_out", "\x01", "\ud83d", "g\u00f6\u00f6d",
+            "good:stream", "*")]
+        names += ["good", "\\\\.\\pipe\\good", "\\\\.\\PhysicalDrive0", "C:\\windows\\x", "CON",
+                  "/tmp/x", "\\\\server\\mailslot\\good", "\\\\*\\mailslot\\good",
+                  "\\\\?\\mailslot\\good", "//./mailslot/good", "\\\\.\\mailslot", prefix[1:] + "good"]
+        with self.locator.client("good") as good:
+            self.assert_unanswered(good, names)
+        if self.target.NAME == "windows":  # where every opening is seen
+            opened = [name for name in self.locator.event_log.opened if name != "\\\\.\\Nsi"]
+            self.assertIn(prefix + "good", opened)
+            for name in opened:
+                self.assertRegex(name, r"^\\\\\.\\mailslot\\[^\\/]+$")
+                self.assertNotIn(name, (prefix + ".", prefix + ".."))
+
+    def assert_unanswered(self, good, names):
+        for name in names:
+            with self.subTest(name):
+                units = name.encode("utf-16-le", "surrogatepass")
+                if len(units) > 126:
+                    continue
+                good.send(struct.pack("<II", 0, 1) + units.ljust(132, b"\0") + b"GETVERSION\0")
+                self.assertTrue(good.is_served())  # and no other reply came before
+
+    @only_on("linux", "mailslots are files there")
+    def test_what_stands_beside_the_mailslots(self):
         folder = os.path.dirname(self.locator.mailslot("x"))
         os.mkdir(self.locator.mailslot("sub"), 0o777)
-        with Client(self.locator, "sub/inner") as inner, \
-                Client(self.locator, "../outside") as outside, \
-                Client(self.locator, "good") as good:
+        with self.locator.client("sub/inner") as inner, \
+                self.locator.client("../outside") as outside, \
+                self.locator.client("good") as good:
             os.symlink("good", self.locator.mailslot("link"))
             os.symlink(outside.path, self.locator.mailslot("link_outside"))
             os.mkfifo(self.locator.mailslot("pipe"), 0o666)
             with open(self.locator.mailslot("file"), "w", encoding="ascii") as file:
                 file.write("untouched")
-            prefix = "\\\\.\\mailslot\\"
-            names = [prefix + rest for rest in (
-                "", ".", "..", "../outside", "..\\outside", "sub/inner", "sub\\inner", "sub",
-                "link", "link_outside", "pipe", "file", "absent", "good\n", "./good", "good/",
-                "/good", outside.path, "talvorn_out", "\x01", "\ud83d", "g\u00f6\u00f6d")]
-            names += ["good", "\\\\.\\pipe\\good", "\\\\.\\PhysicalDrive0", "C:\\windows\\x",
-                      outside.path, inner.path, "\\\\server\\mailslot\\good",
-                      "\\\\*\\mailslot\\good", "\\\\?\\mailslot\\good", "//./mailslot/good"]
-            for name in names:
-                with self.subTest(name):
-                    units = name.encode("utf-16-le", "surrogatepass")
-                    if len(units) > 126:
-                        continue
-                    good.send(struct.pack("<II", 0, 1) + units.ljust(132, b"\0") + b"GETVERSION\0")
-                    self.assertTrue(good.is_served())  # and no other reply came before
+            self.assert_unanswered(good, [wire.mailslot_name(name) for name in (
+                "../outside", "sub/inner", "sub", "link", "link_outside", "pipe", "file",
+                outside.path)] + [outside.path, inner.path])
             for other in (inner, outside):
                 self.assertIsNone(other.receive(0))
             with open(self.locator.mailslot("file"), encoding="ascii") as file:
@@ -132,6 +151,7 @@ class Commands(TestCase):
             os.unlink(self.locator.mailslot(name))
         os.rmdir(self.locator.mailslot("sub"))
 
+    @only_on("linux", "messages carry descriptors there")
     def test_strange_carriers(self):
         """Datagrams with descriptors that are no sealed memory files."""
         with self.locator.client() as client:
@@ -142,7 +162,7 @@ class Commands(TestCase):
             cases = {"unsealed": memory_file(good, seals=0), "a pipe": pipe[0],
                      "endless": endless, "a folder": os.open("/", os.O_RDONLY),
                      "a device": os.open("/dev/zero", os.O_RDONLY),
-                     "the mailslot itself": client._socket.fileno()}
+                     "the mailslot itself": client.fileno()}
             with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
                 sender.connect(self.locator.mailslot("talvorn_out"))
                 for what, descriptor in cases.items():
@@ -195,14 +215,10 @@ class IllBehavedClients(TestCase):
         def flood(seed):
             chance = random.Random(seed)
             good = wire.client_request("GETINFO", wire.mailslot_name(f"nobody{seed}"))
-            with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-                sender.connect(self.locator.mailslot("talvorn_out"))
-                sender.settimeout(1)
+            with self.locator.client(f"flood{seed}") as client:
                 while not stop.is_set():
-                    try:
-                        sender.send(chance.choice((good, chance.randbytes(chance.randrange(2000)))))
-                    except (TimeoutError, OSError):
-                        pass
+                    with contextlib.suppress(OSError):
+                        client.send(chance.choice((good, chance.randbytes(chance.randrange(2000)))))
         threads = [threading.Thread(target=flood, args=(seed,)) for seed in range(3)]
         for thread in threads:
             thread.start()
@@ -220,20 +236,16 @@ class IllBehavedClients(TestCase):
             tool.signal(signal.SIGKILL)
             tool.wait()
         # One that is gone before the reply comes, its mailslot left behind.
-        client = Client(self.locator, "gone")
+        client = self.locator.client("gone")
         client.ask("GETINFO")
-        client._socket.close()
+        client.die()
         self.assert_served()
-        client.ask("GETINFO")
+        with self.locator.client() as other:
+            other.send(wire.client_request("GETINFO", wire.mailslot_name("gone")))
         self.assert_served()
-        for name in os.listdir(os.path.dirname(client.path)):
-            if name != "talvorn_out":
-                os.unlink(self.locator.mailslot(name))
-        for folder, _, files in os.walk(os.path.join(self.locator.runtime_directory, "objects")):
-            for name in files:
-                if "IN-USE" in name or "DRAVIK_CHANGES" in name:
-                    os.unlink(os.path.join(folder, name))
+        self.locator.remove_what_clients_left()
 
+    @only_on("linux", "the session of one account under Wine")
     def test_another_account(self):
         with open("/proc/self/uid_map", encoding="ascii") as accounts:
             if accounts.read().split()[2] == "1":
@@ -243,12 +255,9 @@ class IllBehavedClients(TestCase):
         self.assertEqual(tool.wait(), 0, tool.err)
         self.assertEqual(tool.out.count('"serial"'), 50)
         # It can neither take the locator's place nor its mailslot.
-        second = self.start_locator(self.locator.host, user=65534, ready=False,
-                                    runtime_directory=self.locator.runtime_directory)
+        second = self.start_locator(self.locator.host, beside=self.locator, user=65534,
+                                    ready=False)
         wait_until(lambda: "Service loop entry" in second.trace, "the second locator")
         self.assert_served()
-        second.stop(leftovers=["talvorn_out", *os.listdir(self.objects())])
+        second.stop(leftovers=self.locator.files())
         self.assert_served()
-
-    def objects(self):
-        return os.path.join(self.locator.runtime_directory, "objects")

@@ -3,12 +3,13 @@
 import time
 
 import wire
-from harness import TestCase, wait_until
+from harness import TestCase, needs_ipv6, wait_until
 
 LONG = {"Time Response Valid": 600000}
 
 
 class FoundDevices(TestCase):
+    @needs_ipv6
     def test_both_families_are_merged_into_one_device(self):
         here, there = self.simple_network()
         locator = self.start_listening(here, settings=LONG)
@@ -26,7 +27,7 @@ class FoundDevices(TestCase):
             ["RDY", "C7", "first", "10.1.2.3", "2001:db8::77", "press room"])
 
         over6.send(wire.record(1000, ipv4="10.9.9.9", alias="second", **fields))
-        locator.journal.wait_for(self._report("1000", "second", "--", "fd00:10::20", fields))
+        locator.event_log.wait_for(self._report("1000", "second", "--", "fd00:10::20", fields))
         device = locator.devices()["1000"]
         self.assertEqual((device["ipv4"], device["ipv6"], device["alias"]),
                          ("192.168.10.20", "", "first"))
@@ -64,13 +65,14 @@ class FoundDevices(TestCase):
                                alias="old one", host_ipv4="10.1.2.3", host_alias="h")
         self.assertEqual((kind, count, payload), (3, 1, expected))
         # Empty fields are shown as "--" and stay empty in the record.
-        self.assertIn("Device IPV6 Address: \t--\n", locator.journal.texts("CAST RESPONSE")[0])
+        self.assertIn("Device IPV6 Address: \t--\n", locator.event_log.texts("CAST RESPONSE")[0])
 
     def test_a_silent_device_expires_and_an_answering_one_stays(self):
         here, there = self.simple_network()
         locator = self.start_listening(here)
         stays = self.station(there, "dev0", "192.168.10.20")
-        goes = self.station(there, "dev0", "fd00:10::21")
+        goes = self.station(there, "dev0",
+                            "fd00:10::21" if 6 in self.families else "192.168.10.21")
 
         def both():
             stays.send(wire.record(1))
@@ -92,7 +94,7 @@ class FoundDevices(TestCase):
         locator = self.start_listening(here)
         simulator = self.simulate(there, "--interface", "dev0", "--devices", "6")
         wait_until(lambda: len(locator.devices()) == 6, "six devices")
-        self.assertEqual(locator.journal.texts("CAST RECEIVE"), [])
+        self.assertEqual(locator.event_log.texts("CAST RECEIVE"), [])
         simulator.discard()
         wait_until(lambda: not locator.devices(), "the devices to go")
 
@@ -127,7 +129,7 @@ class Items(TestCase):
     def test_a_cut_datagram_hands_on_the_items_that_are_whole(self):
         here, there = self.simple_network()
         locator = self.start_listening(here, settings=LONG)
-        station = self.station(there, "dev0", "fd00:10::20")
+        station = self.station(there, "dev0", "192.168.10.20")
         whole = wire.record(9, items=[wire.item(bytes([65 + n]) * 76) for n in range(3)])
         self.assertEqual(len(whole), 667)
         station.send(whole[:600])

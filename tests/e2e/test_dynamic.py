@@ -30,7 +30,7 @@ class Dynamic(TestCase):
             "TTL --> 4s     TIMEOUT STARTED", "EXIT", "shut down all multicast IPv4 request threads",
             "Wait for Exit Multicast-Thread OK")]
         self.assertEqual(ending, sorted(ending))
-        self.assertEqual(locator.journal.count("Service loop terminated"), 1)
+        self.assertEqual(locator.event_log.count("Service loop terminated"), 1)
 
     def test_a_client_keeps_it_alive(self):
         locator = self.start_counting("/dynamic", ttl=5000)
@@ -56,7 +56,8 @@ class Dynamic(TestCase):
         self.assertTrue(stays_true(lambda: not locator.ended, 3))
         self.assertEqual(self.countdown(locator), [])
         locator.stop()
-        self.assertIn("EXIT", locator.trace)
+        if self.target.NAME == "linux":  # where it can be asked to end
+            self.assertIn("EXIT", locator.trace)
 
     @full_set
     def test_anything_else_is_permanent(self):

@@ -3,7 +3,8 @@
 import signal
 
 import wire
-from harness import INTERFACES_KEY, Registry, TestCase, stays_true, wait_until
+from harness import (INTERFACES_KEY, Registry, TestCase, needs_ipv6, stays_true,
+                     wait_until)
 
 CHANGED = "Network interfaces have been changed!\n"
 
@@ -22,7 +23,7 @@ class InterfaceWatch(TestCase):
         self.here, self.there = self.simple_network()
 
     def reports(self, locator):
-        return [text for text in locator.journal.texts("TALVORN") if text.startswith("Network")]
+        return [text for text in locator.event_log.texts("TALVORN") if text.startswith("Network")]
 
     def new_reports(self, locator, count):
         """The next reports after those already there."""
@@ -33,11 +34,12 @@ class InterfaceWatch(TestCase):
 
     def started(self, **options):
         locator = self.start_locator(self.here, **options)
-        self.new_reports_begin = locator.journal.wait_for(located("192.168.10.1"))
-        index = self.here.index("net0")
-        self.assertEqual(self.reports(locator), [f"Network interface IPv6: {index} located !",
-                                                 located("192.168.10.1")])
-        self._reported = 2
+        self.new_reports_begin = locator.event_log.wait_for(located("192.168.10.1"))
+        expected = [located("192.168.10.1")]
+        if 6 in self.families:
+            expected.insert(0, f"Network interface IPv6: {self.here.index('net0')} located !")
+        self.assertEqual(self.reports(locator), expected)
+        self._reported = len(expected)
         return locator
 
     def test_addresses_come_and_go(self):
@@ -48,20 +50,20 @@ class InterfaceWatch(TestCase):
         request = wait_until(lambda: capture.requests("192.168.30.1"), "its requests")[0]
         self.assertEqual(wire.parse_request(request.payload)["cidr"].rstrip(b"\0"),
                          b"192.168.30.1/24")
-        # A second address of a network that already has one gets no thread.
-        self.here.add_address("net0", "192.168.30.2/24")
-        self.assertEqual(self.new_reports(locator, 1), [CHANGED])
-        self.here.remove_address("net0", "192.168.30.2/24")
-        self.assertEqual(self.new_reports(locator, 1), [CHANGED])
+        if self.target.NAME == "linux":  # to Wine, every address is a first one
+            # A second address of a network that already has one gets no thread.
+            self.here.add_address("net0", "192.168.30.2/24")
+            self.assertEqual(self.new_reports(locator, 1), [CHANGED])
+            self.here.remove_address("net0", "192.168.30.2/24")
+            self.assertEqual(self.new_reports(locator, 1), [CHANGED])
         # Vanished threads are stopped before new ones start.
         self.here.ip("addr", "flush", "dev", "net0", "to", "192.168.30.1/24")
         self.assertEqual(self.new_reports(locator, 2), [CHANGED, switched_down("192.168.30.1")])
         sent = len(capture.requests("192.168.30.1"))
         self.assertTrue(stays_true(lambda: len(capture.requests("192.168.30.1")) == sent, 1))
         self.assertIn("Network interface IPv4: 192.168.30.1 (18786496) switched down [0x",
-                      locator.err)
-        priorities = {entry["PRIORITY"] for entry in locator.journal.entries}
-        self.assertEqual(priorities, {"6"})
+                      locator.debug_output)
+        self.assertEqual({entry.kind for entry in locator.event_log.entries}, {"information"})
 
     def test_an_interface_made_anew_finds_its_devices_again(self):
         self.simulate(self.there, "--interface", "dev0", "--devices", "3")
@@ -80,15 +82,17 @@ class InterfaceWatch(TestCase):
                               "fd00:10::1/64")
             if not seen:
                 locator.signal(signal.SIGCONT)
-            heard = len(locator.journal.texts("CAST RESPONSE"))
-            for sender in ("IPV4 Address: \t192.168.10.20\n", "IPV6 Address: \tfd00:10::20\n"):
+            heard = len(locator.event_log.texts("CAST RESPONSE"))
+            for sender in ("IPV4 Address: \t192.168.10.20\n",
+                           "IPV6 Address: \tfd00:10::20\n")[:len(self.families)]:
                 wait_until(lambda: any(f"Device {sender}" in text for text in
-                                       locator.journal.texts("CAST RESPONSE")[heard:]),
+                                       locator.event_log.texts("CAST RESPONSE")[heard:]),
                            f"answers from {sender}")
             wait_until(lambda: len(locator.devices()) == 3, "the devices")
             if not seen:
                 self.assertNotIn(switched_down("192.168.10.1"), self.reports(locator))
 
+    @needs_ipv6
     def test_ipv6_interfaces_come_and_go(self):
         locator = self.started()
         other = self.network.switch()
@@ -111,13 +115,14 @@ class InterfaceWatch(TestCase):
         self.assertEqual(self.new_reports(locator, 1),
                          [f"Network IPv6 interface: {index} shut down !"])
 
+    @needs_ipv6
     def test_ipv6_can_be_switched_off(self):
         capture = self.capture(self.there, "dev0")
         locator = self.start_locator(self.here, settings={"IPv6 Active": 0})
         wait_until(lambda: len(capture.requests(family=4)) > 4, "requests")
         self.assertEqual(capture.requests(family=6), [])
         self.assertEqual(self.reports(locator), [located("192.168.10.1")])
-        self.assertNotIn("Ipv6IfIndex", locator.err)
+        self.assertNotIn("Ipv6IfIndex", locator.debug_output)
 
 
 class Reinitialisation(TestCase):
@@ -126,31 +131,39 @@ class Reinitialisation(TestCase):
     def test_requests_are_served_and_marked(self):
         here, _ = self.simple_network()
         locator = self.start_locator(here)
-        locator.journal.wait_for(located("192.168.10.1"))
+        locator.event_log.wait_for(located("192.168.10.1"))
         left_alone = [Registry.value_line("192.168.10.7", "0"),
                       Registry.value_line("192.168.10.8", 1),
                       Registry.value_line("192.168.10.9", bytes(8)),
                       Registry.value_line("1" * 100, 0)]
+        asked = ("192.168.10.1", "192.168.10.99", "no address")
         lines = ["; a note above", f"[{INTERFACES_KEY}]",
-                 Registry.value_line("192.168.10.1", 0), "; a note between",
-                 Registry.value_line("192.168.10.99", 0), Registry.value_line("no address", 0),
+                 *(Registry.value_line(name, 0) for name in asked[:1]), "; a note between",
+                 *(Registry.value_line(name, 0) for name in asked[1:]),
                  *left_alone, "; a note below", ""]
         locator.registry.extra = "\n".join(lines)
+        before = len(locator.event_log.entries)
         locator.registry.write()
-        before = len(locator.journal.entries)
-        locator.journal.wait_for(located("192.168.10.1"), 2)
+        locator.event_log.wait_for(located("192.168.10.1"), 2)
 
-        texts = [entry["MESSAGE"] for entry in locator.journal.entries[before:]
-                 if entry["SYSLOG_IDENTIFIER"] == "TALVORN"]
+        texts = [entry.text for entry in locator.event_log.entries[before:]
+                 if entry.source == "TALVORN"]
         self.assertEqual(texts, [switched_down("192.168.10.1"), CHANGED, located("192.168.10.1")])
-        served = lines[:]
-        for position in (2, 4, 5):
-            served[position] = lines[position].replace("dword:00000000", "dword:00000001")
-        wait_until(lambda: [line for line in locator.registry.read().splitlines()
-                            if line][-len(served) + 1:] == served[:-1], "the marks")
-        self.assertIn("DebugView", locator.registry.read())
+        for name in asked:
+            wait_until(lambda: locator.registry.line(INTERFACES_KEY, name)
+                       == Registry.value_line(name, 1), "the marks")
+        for line in left_alone:
+            name = line.split('"')[1]
+            self.assertEqual(locator.registry.line(INTERFACES_KEY, name), line)
+        if self.target.NAME == "linux":  # everything else in the file stays as it is
+            served = [line.replace("dword:00000000", "dword:00000001")
+                      if line.split('"')[1:2] and line.split('"')[1] in asked else line
+                      for line in lines]
+            self.assertEqual([line for line in locator.registry.read().splitlines() if line]
+                             [-len(served) + 1:], served[:-1])
+            self.assertIn("DebugView", locator.registry.read())
         banner = ["#" * 80] * 2
-        for name in ("192.168.10.1", "192.168.10.99", "no address"):
+        for name in asked:
             line = f"#### Network interface thread for {name} will be reinitialized!"
             at = locator.trace.index(line)
             self.assertEqual(locator.trace[at - 2:at], banner)
@@ -160,8 +173,8 @@ class Reinitialisation(TestCase):
     def test_the_tool_asks_for_it(self):
         here, _ = self.simple_network()
         locator = self.start_locator(here)
-        locator.journal.wait_for(located("192.168.10.1"))
+        locator.event_log.wait_for(located("192.168.10.1"))
         for times in (2, 3):
             tool = self.tool(locator, "reinit", "192.168.10.1")
             self.assertEqual(tool.wait(), 0, tool.err)
-            locator.journal.wait_for(located("192.168.10.1"), times)
+            locator.event_log.wait_for(located("192.168.10.1"), times)

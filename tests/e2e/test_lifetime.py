@@ -6,9 +6,10 @@ import socket
 
 import network
 import wire
-from harness import TestCase, wait_until
+from harness import TestCase, native, only_on, wait_until
 
 
+@only_on("linux", "Windows asks no program without a window to end")
 class Ends(TestCase):
     def test_signals_end_it_in_order_in_both_modes(self):
         here, _ = self.simple_network()
@@ -20,7 +21,7 @@ class Ends(TestCase):
                         client.ask("STARTLOG")
                         self.assertTrue(client.is_served())
                     locator.stop(number)
-                    self.assertEqual(locator.journal.texts("TALVORN")[-1],
+                    self.assertEqual(locator.event_log.texts("TALVORN")[-1],
                                      "Service loop terminated")
 
     def test_at_any_moment_of_the_start(self):
@@ -37,15 +38,13 @@ class Neighbours(TestCase):
     def test_a_second_locator_leaves_the_first_alone(self):
         here, there = self.simple_network()
         first = self.start_locator(here)
-        second = self.start_locator(here, runtime_directory=first.runtime_directory,
-                                    ready=False)
-        second.journal.wait_for("Service loop entry")
+        second = self.start_locator(here, beside=first, ready=False)
+        second.event_log.wait_for("Service loop entry")
         self.simulate(there, "--interface", "dev0", "--devices", "3")
         for locator in (first, second):
-            wait_until(lambda: len(locator.journal.texts("CAST RESPONSE")) > 3, "the devices")
+            wait_until(lambda: len(locator.event_log.texts("CAST RESPONSE")) > 3, "the devices")
         self.assertEqual(len(first.devices()), 3)
-        second.stop(leftovers=os.listdir(os.path.dirname(first.mailslot("x")))
-                    + os.listdir(os.path.join(first.runtime_directory, "objects")))
+        second.stop(leftovers=first.files())
         self.assertEqual(len(first.devices()), 3)
         first.stop()
 
@@ -57,10 +56,10 @@ class Neighbours(TestCase):
             client.ask("STARTLOG")
             self.assertTrue(client.is_served())
         killed.kill()
-        self.assertTrue(os.path.exists(killed.mailslot("talvorn_out")))
+        self.assertEqual(bool(killed.files()), self.target.NAME == "linux")
         tool = self.tool(killed, "devices")
         self.assertEqual(tool.wait(), 1)
-        locator = self.start_locator(here, runtime_directory=killed.runtime_directory)
+        locator = self.start_locator(here, beside=killed)
         wait_until(lambda: len(locator.devices()) == 3, "the devices")
         with locator.client() as client:
             client.ask("STARTLOG")
@@ -69,11 +68,12 @@ class Neighbours(TestCase):
         locator.stop()
 
 
+@only_on("linux", "there are no files in its way on Windows")
 class Obstacles(TestCase):
     """Each gives one clear sentence on standard error, and exit status 1."""
 
     def assert_refused(self, runtime_directory, says):
-        process = self.start(self.network.host("alone"), "talvorn-locator",
+        process = self.start(self.network.host("alone"), native("talvorn-locator"),
                              environment={"TALVORN_RUNTIME_DIR": runtime_directory})
         self.assertEqual(process.wait(), 1)
         lines = process.err.splitlines()
@@ -110,7 +110,7 @@ class Obstacles(TestCase):
         os.makedirs(os.path.join(runtime, "mailslot", "talvorn_out"))
         locator = self.start_locator(self.network.host("alone"), runtime_directory=runtime,
                                      ready=False, settings={"DebugView": 0})
-        locator.journal.wait_for("Service loop entry")
+        locator.event_log.wait_for("Service loop entry")
         wait_until(lambda: locator.err, "the sentence")
         self.assertIn("talvorn_out", locator.err)
         self.assertEqual(len(locator.err.splitlines()), 1)
@@ -131,11 +131,11 @@ class Obstacles(TestCase):
             for argument in ("--help", "--version"):
                 with self.subTest(program=program, argument=argument):
                     environment = {"TALVORN_RUNTIME_DIR": "/proc/none"}
-                    shown = self.start(host, program, argument, environment=environment)
+                    shown = self.start(host, native(program), argument, environment=environment)
                     self.assertEqual((shown.wait(), shown.err), (0, ""))
                     self.assertIn(program, shown.out)
                     with open("/dev/full", "wb") as full:
-                        lost = self.start(host, program, argument, environment=environment,
+                        lost = self.start(host, native(program), argument, environment=environment,
                                           stdout=full)
                     self.assertEqual(lost.wait(), 1)
                     self.assertEqual(len(lost.err.splitlines()), 1, lost.err)

@@ -16,8 +16,9 @@ class Requests(TestCase):
         capture1 = self.capture(here, "net1")
         # A clock that shows another time than UTC, without zone files.
         locator = self.start_locator(here, environment={"TZ": "IST-5:30"})
-        for found, family, cidr in ((capture, 4, "192.168.10.1/24"), (capture, 6, ""),
-                                    (capture1, 4, "10.20.30.40/30")):
+        for found, family, cidr in ((capture, 4, "192.168.10.1/24"),
+                                    (capture1, 4, "10.20.30.40/30"),
+                                    (capture, 6, ""))[:1 + len(self.families)]:
             datagram = wait_until(lambda: found.requests(family=family), "a request")[0]
             request = wire.parse_request(datagram.payload)
             self.assertEqual(request["cidr"], cidr.encode().ljust(19, b"\0"))
@@ -32,11 +33,11 @@ class Requests(TestCase):
         wait_until(lambda: wire.parse_request(
             capture.requests(family=4)[-1].payload)["timestamp"] >= first + 2, "a later time stamp")
         index = here.index("net0")
-        texts = set(locator.journal.texts("CAST REQUEST"))
-        self.assertEqual(texts, {
-            "Multicast request sent from network IPv4interface: 192.168.10.1",
-            "Multicast request sent from network IPv4interface: 10.20.30.40",
-            f"Multicast request sent from network IPv6 interface: {index}"})
+        expected = {"Multicast request sent from network IPv4interface: 192.168.10.1",
+                    "Multicast request sent from network IPv4interface: 10.20.30.40"}
+        if 6 in self.families:
+            expected.add(f"Multicast request sent from network IPv6 interface: {index}")
+        self.assertEqual(set(locator.event_log.texts("CAST REQUEST")), expected)
 
     def test_number_of_requests_at_start(self):
         for allowed, expected in ((0, 2), (1, 1)):
@@ -46,14 +47,15 @@ class Requests(TestCase):
                 locator = self.start_locator(
                     here, settings={"Time Multicast Request Allowed": allowed,
                                     "Time Request": 600000})
-                for family in (4, 6):
+                for family in self.families:
                     wait_until(lambda: len(capture.requests(family=family)) >= expected,
                                "the requests")
                 # Long enough for the timers, which start a second late, to have their say.
                 self.assertTrue(stays_true(
                     lambda: all(len(capture.requests(family=family)) == expected
-                                for family in (4, 6)), 1.5))
-                self.assertEqual(len(locator.journal.texts("CAST REQUEST")), 2 * expected)
+                                for family in self.families), 1.5))
+                self.assertEqual(len(locator.event_log.texts("CAST REQUEST")),
+                                 len(self.families) * expected)
                 locator.stop()
 
     def test_requests_follow_their_period(self):
@@ -94,14 +96,14 @@ class Silence(TestCase):
     def test_silent_for_time_master_after_a_request(self):
         locator = self.start_listening(self.here)
         index = self.here.index("net0")
-        for family, address, shown in ((4, "192.168.10.20", "192.168.10.1"),
-                                       (6, "fd00:10::20", f"{index}.0.0.0")):
+        cases = (4, "192.168.10.20", "192.168.10.1"), (6, "fd00:10::20", f"{index}.0.0.0")
+        for family, address, shown in cases[:len(self.families)]:
             with self.subTest(family=family):
                 source = "192.168.10.1" if family == 4 else None
                 other = self.station(self.there, "dev0", address)
                 self.asks(family, source)
                 other.send_request()
-                locator.journal.wait_for(self.HEARD + shown)
+                locator.event_log.wait_for(self.HEARD + shown)
                 other.send_request()
                 last = time.time()
                 own = {"192.168.10.1", "fe80::1", "fd00:10::1"}
@@ -122,9 +124,9 @@ class Silence(TestCase):
             other.send_request(ignored)
         self.asks(4)
         self.asks(4)
-        self.assertEqual(locator.journal.texts("CAST RECEIVE"), [])
+        self.assertEqual(locator.event_log.texts("CAST RECEIVE"), [])
         other.send_request(wire.request(magic=b"TALVORN!", kind=b"xyz!", length=16)[:16])
-        locator.journal.wait_for(self.HEARD + "192.168.10.1")
+        locator.event_log.wait_for(self.HEARD + "192.168.10.1")
 
     def test_own_requests_and_answers_never_silence(self):
         # Another address of the same interface, a second interface on the same network
@@ -137,8 +139,9 @@ class Silence(TestCase):
         for _ in range(5):
             for source in ("192.168.10.1", "192.168.11.1", "192.168.12.1"):
                 self.asks(4, source)
-            self.asks(6, "fe80::12")
-        self.assertEqual(locator.journal.texts("CAST RECEIVE"), [])
+            if 6 in self.families:
+                self.asks(6, "fe80::12")
+        self.assertEqual(locator.event_log.texts("CAST RECEIVE"), [])
 
     def test_of_two_locators_one_asks_and_both_know_the_devices(self):
         far = self.host_on(self.switch, "net0", "192.168.10.2/24", "fe80::2/64", "fd00:10::2/64",
@@ -147,19 +150,20 @@ class Silence(TestCase):
         first = self.start_listening(self.here)
         wait_until(lambda: len(first.devices()) == 4, "the devices")
         second = self.start_locator(far)
-        first.journal.wait_for(self.HEARD + "192.168.10.1")
-        first.journal.wait_for(self.HEARD + f"{self.here.index('net0')}.0.0.0")
+        first.event_log.wait_for(self.HEARD + "192.168.10.1")
+        if 6 in self.families:
+            first.event_log.wait_for(self.HEARD + f"{self.here.index('net0')}.0.0.0")
         self.asks(4, "192.168.10.2")
         quiet_since = time.time()
         for _ in range(6):
-            self.asks(4, "192.168.10.2")
-            self.asks(6)
+            for family in self.families:
+                self.asks(family, "192.168.10.2" if family == 4 else None)
         # The answers to the other one's requests keep the devices in both lists.
         self.assertEqual(len(first.devices()), 4)
         self.assertEqual(len(second.devices()), 4)
         self.assertEqual([one for one in self.seen.requests("192.168.10.1")
                           if one.when > quiet_since], [])
-        self.assertEqual(second.journal.texts("CAST RECEIVE"), [])
+        self.assertEqual(second.event_log.texts("CAST RECEIVE"), [])
         second.stop()
         last = self.seen.requests("192.168.10.2")[-1].when
         self.asks(4, "192.168.10.1")
@@ -181,45 +185,48 @@ class SeveralNetworks(TestCase):
 
     def test_a_request_silences_its_own_network_only(self):
         locator = self.start_listening(self.here, settings={"Time Master": 600000})
-        locator.wait_listening("192.168.20.1", self.here.index("net1"))
+        locator.wait_listening(*["192.168.20.1", self.here.index("net1")][:len(self.families)])
         self.station(self.far, "far0", "192.168.20.20").send_request()
-        self.station(self.there, "dev0", "fd00:10::20").send_request()
-        heard = {"Multicast request received from network interface: 192.168.20.1",
-                 "Multicast request received from network interface: "
-                 f"{self.here.index('net0')}.0.0.0"}
+        heard = {"Multicast request received from network interface: 192.168.20.1"}
+        if 6 in self.families:
+            self.station(self.there, "dev0", "fd00:10::20").send_request()
+            heard.add("Multicast request received from network interface: "
+                      f"{self.here.index('net0')}.0.0.0")
         for text in heard:
-            locator.journal.wait_for(text)
+            locator.event_log.wait_for(text)
         # IPv4 goes on near, IPv6 far; the other two are silent.
         before = time.time() + 0.2
-        for seen, family in ((self.near_seen, 4), (self.far_seen, 6)):
+        for seen, family in ((self.near_seen, 4), (self.far_seen, 6))[:len(self.families)]:
             wait_until(lambda: len([1 for one in seen.requests(family=family)
                                     if one.when > before]) > 4, "requests to go on")
         self.assertEqual([one for one in self.far_seen.requests("192.168.20.1")
                           if one.when > before], [])
         self.assertEqual([one for one in self.near_seen.requests(family=6)
                           if one.when > before and one.source != "fd00:10::20"], [])
-        self.assertEqual(sorted(locator.journal.texts("CAST RECEIVE")), sorted(heard))
+        self.assertEqual(sorted(locator.event_log.texts("CAST RECEIVE")), sorted(heard))
 
     def test_a_datagram_is_handled_once(self):
         locator = self.start_listening(self.here, settings={"Time Response Valid": 600000})
-        locator.wait_listening("192.168.20.1", self.here.index("net1"))
-        senders = {"192.168.10.20": (self.there, "dev0"), "fd00:10::20": (self.there, "dev0"),
-                   "192.168.20.20": (self.far, "far0"), "fd00:20::20": (self.far, "far0")}
+        locator.wait_listening(*["192.168.20.1", self.here.index("net1")][:len(self.families)])
+        senders = {"192.168.10.20": (self.there, "dev0"), "192.168.20.20": (self.far, "far0")}
+        if 6 in self.families:
+            senders |= {"fd00:10::20": (self.there, "dev0"), "fd00:20::20": (self.far, "far0")}
         for serial, (address, (host, interface)) in enumerate(senders.items(), 100):
             self.station(host, interface, address).send(wire.record(serial, alias="once"))
-        wait_until(lambda: len(locator.devices()) == 4, "the devices")
+        wait_until(lambda: len(locator.devices()) == len(senders), "the devices")
         # A marker behind them: what was to be reported twice would be reported by now.
         for address, (host, interface) in senders.items():
             self.station(host, interface, address).send(wire.record(999, alias="marker"))
-        wait_until(lambda: sum("marker" in text for text in locator.journal.texts("CAST RESPONSE"))
-                   >= 4, "the markers")
-        once = [text for text in locator.journal.texts("CAST RESPONSE") if "once" in text]
-        self.assertEqual(len(once), 4, once)
+        wait_until(lambda: sum("marker" in text for text in locator.event_log.texts("CAST RESPONSE"))
+                   >= len(senders), "the markers")
+        once = [text for text in locator.event_log.texts("CAST RESPONSE") if "once" in text]
+        self.assertEqual(len(once), len(senders), once)
 
     def test_what_was_not_sent_to_a_group_is_ignored(self):
         locator = self.start_listening(self.here, settings={"Time Response Valid": 600000})
         over4 = self.station(self.there, "dev0", "192.168.10.20")
         over6 = self.station(self.there, "dev0", "fd00:10::20")
+        stations = (over4, over6)[:len(self.families)]
         self._join_on_the_locators_host("239.255.240.3")
         for data in (wire.record(666), wire.request()):
             over4.send(data, "192.168.10.1")
@@ -227,15 +234,17 @@ class SeveralNetworks(TestCase):
             over6.send(data, "fd00:10::1")
             over4.send(data, wire.RESPONSE_GROUP[4], port=wire.PORT + 1)
         self._broadcast(wire.record(666))
-        for station in (over4, over6):
+        for station in stations:
             station.send(wire.record(1000 + station.family))
             # The request group's receivers stand apart: a device's answer there counts
             # as a request, and is never stored.
             station.send(wire.record(667), wire.REQUEST_GROUP[station.family])
-        wait_until(lambda: len(locator.journal.texts("CAST RECEIVE")) >= 2, "both to be heard")
-        wait_until(lambda: {"1004", "1006"} <= set(locator.devices()), "the devices")
-        self.assertEqual(set(locator.devices()), {"1004", "1006"})
-        self.assertEqual(len(locator.journal.texts("CAST RECEIVE")), 2)
+        known = {str(1000 + station.family) for station in stations}
+        wait_until(lambda: len(locator.event_log.texts("CAST RECEIVE")) >= len(stations),
+                   "all to be heard")
+        wait_until(lambda: known <= set(locator.devices()), "the devices")
+        self.assertEqual(set(locator.devices()), known)
+        self.assertEqual(len(locator.event_log.texts("CAST RECEIVE")), len(stations))
 
     def _join_on_the_locators_host(self, group):
         """Another program's membership, so that the host itself takes the datagrams."""

@@ -16,7 +16,7 @@ class Idle(TestCase):
         defaults = {"DebugView": 0, "Time Request": 5000, "Time Master": 60000,
                     "Time Response Valid": 10000, "Time Network Changes": 1000}
         locator = self.start_locator(here, settings=defaults)
-        wait_until(lambda: len(locator.journal.texts("CAST REQUEST")) >= 32 + 16,
+        wait_until(lambda: len(locator.event_log.texts("CAST REQUEST")) >= 32 + 16,
                    "every interface to work")
         wake_ups, load = scale.idle_cost(locator, 12)
         self.assertLess(wake_ups, 20)

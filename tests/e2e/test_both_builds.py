@@ -1,0 +1,71 @@
+"""The locator for Windows and the one for Linux on one network."""
+
+import time
+
+import linux_target
+import wire
+from harness import TestCase, only_on, wait_until
+
+IPV4 = {"IPv6 Active": 0}
+
+
+@only_on("windows", "needs both")
+class BothBuilds(TestCase):
+    def setUp(self):
+        super().setUp()
+        self.here, self.there = self.simple_network()
+        self.other = self.host_on(self.switch, "net0", "192.168.10.2/24", name="other")
+        self.seen = self.capture(self.there, "dev0")
+
+    def start_both(self, **settings):
+        """(locator for Windows, at 192.168.10.1; locator for Linux, at 192.168.10.2)"""
+        windows = self.start_locator(self.here, settings={**IPV4, **settings})
+        windows.wait_listening("192.168.10.1")
+        linux = self.start_locator(self.other, settings={**IPV4, **settings}, target=linux_target)
+        return windows, linux.wait_listening("192.168.10.2")
+
+    def test_their_requests_are_the_same(self):
+        seen = {}
+        for target in (self.target, linux_target):
+            before = len(self.seen.requests())
+            locator = self.start_locator(self.here, settings=IPV4, target=target)
+            seen[target.NAME] = wait_until(lambda: self.seen.requests()[before:], "a request")[0]
+            locator.stop()
+        windows, linux = seen["windows"], seen["linux"]
+        at = len(wire.request()) - 4  # the seconds; before them are four bytes of zero
+        self.assertEqual(windows.payload[:at], linux.payload[:at])
+        self.assertEqual(len(windows.payload), len(linux.payload))
+        for one in (windows, linux):
+            self.assertAlmostEqual(int.from_bytes(one.payload[at:], "big"), one.when, delta=5)
+        self.assertEqual((windows.source, windows.destination, windows.hops),
+                         (linux.source, linux.destination, linux.hops))
+
+    def test_each_silences_the_other(self):
+        addresses = {"windows": "192.168.10.1", "linux": "192.168.10.2"}
+        hosts = {"windows": self.here, "linux": self.other}
+        for first, second in ((self.target, linux_target), (linux_target, self.target)):
+            with self.subTest(second=second.NAME):
+                asking = self.start_locator(hosts[first.NAME], settings=IPV4, target=first)
+                asking.wait_listening(addresses[first.NAME])
+                newer = self.start_locator(hosts[second.NAME], settings=IPV4, target=second)
+                asking.event_log.wait_for("Multicast request received from network interface: "
+                                          + addresses[first.NAME])
+                began = time.time()
+                source = addresses[second.NAME]
+                wait_until(lambda: len([one for one in self.seen.requests(source)
+                                        if one.when > began]) >= 12, "the other's requests")
+                self.assertEqual([one for one in self.seen.requests(addresses[first.NAME])
+                                  if one.when > began + 0.2], [])
+                for locator in (newer, asking):
+                    locator.stop()
+
+    def test_what_one_finds_the_other_finds(self):
+        self.simulate(self.there, "--interface", "dev0", "--ipv4", "--devices", "12", "--layout",
+                      "mixed", "--items", "2")
+        locators = self.start_both(**{"Time Response Valid": 600000})
+        replies = []
+        for locator in locators:
+            wait_until(lambda: len(locator.devices()) == 12, "the devices")
+            with locator.client() as client:
+                replies.append((client.exchange("GETINFO"), sorted(client.items())))
+        self.assertEqual(replies[0], replies[1])
