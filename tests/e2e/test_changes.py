@@ -62,13 +62,22 @@ class ChangeEvents(TestCase):
         wait_until(lambda: len(locator.items()) == 2, "the item")
         # What is only confirmed is no change, however long that goes on.
         wait_until(lambda: pulses()["0000000"] >= 2, "both items to be told")
-        both = pulses()
+        before = pulses()
+        self.assertGreater(before["0000042"], 0)
         self.assertTrue(stays_true(lambda: (
             [station.send(wire.record(serial, items=[wire.item(b"one")])) for serial in (42, 44)],
-            both == pulses())[1], 5))
-        self.assertEqual(both["0000043"], 0)
-        self.assertGreater(both["0000042"], 0)
+            before == pulses())[1], 5))
         self.assertFalse(locator.exists("event", self.EVENT + "0000044"))
+
+        def wait_told(*devices):
+            wait_until(lambda: all(pulses()[name] > before[name] for name in devices), devices)
+        # Another content is a change, and so is the end of an item.
+        station.send(wire.record(42, items=[wire.item(b"two")]))
+        wait_told("0000042", "0000000")
+        before = pulses()
+        wait_until(lambda: not locator.items(), "the end of the items")
+        wait_told("0000042", "0000000")
+        self.assertEqual(pulses()["0000043"], 0)
 
 
 class LogMode(TestCase):

@@ -1,10 +1,14 @@
 """Many interfaces, many devices."""
 
+import json
+
+import network
 import scale
 import wire
-from harness import TestCase, full_set, wait_until
+from harness import TestCase, full_set, only_on, wait_until
 
 DEVICES = 10000
+LARGEST_REPLY = 8 << 20
 
 
 class Idle(TestCase):
@@ -16,17 +20,21 @@ class Idle(TestCase):
         defaults = {"DebugView": 0, "Time Request": 5000, "Time Master": 60000,
                     "Time Response Valid": 10000, "Time Network Changes": 1000}
         locator = self.start_locator(here, settings=defaults)
-        wait_until(lambda: len(locator.event_log.texts("CAST REQUEST")) >= 32 + 16,
+        wait_until(lambda: len(locator.event_log.texts("CAST REQUEST")) >=
+                   24 * len(self.families),
                    "every interface to work")
         wake_ups, load = scale.idle_cost(locator, 12)
-        self.assertLess(wake_ups, 20)
-        self.assertLess(load, 0.002)
+        # Windows has nothing that tells of a message in a mailslot; Wine makes more of it.
+        most_wake_ups, most_load = (20, 0.002) if self.target.NAME == "linux" else (1000, 0.03)
+        self.assertLess(wake_ups, most_wake_ups)
+        self.assertLess(load, most_load)
 
 
 class Storm(TestCase):
     SETTINGS = {"DebugView": 0, "Time Response Valid": 600000, "Time Request": 600000,
                 "Time Multicast Request Allowed": 1, "IPv6 Active": 0}
 
+    @only_on("linux", "Wine gives no socket as large a receive buffer")
     @full_set
     def test_every_answer_to_one_request_counts(self):
         here, there = self.simple_network()
@@ -45,19 +53,24 @@ class Storm(TestCase):
             self.assertTrue(serials == [f"{n:07}" for n in range(1, DEVICES + 1)])
             self.assertLess(min(scale.reply_times(client, 10)), 0.020)
 
-    def test_the_tool_shows_them_all(self):
-        """A reply that is far larger than a datagram, through the client library."""
+    def test_a_thousand_devices(self):
+        """A reply that is far larger than a datagram, to a raw client and to the tool."""
         here, there = self.simple_network()
-        count = 600
+        serials = [f"{n:07}" for n in range(1, 1001)]
         locator = self.start_locator(here, settings={"DebugView": 0,
                                                      "Time Response Valid": 600000})
         station = self.station(there, "dev0", "192.168.10.20")
-        missing = range(1, count + 1)
+        missing = serials
         while missing:
             for serial in missing:
                 station.send(wire.record(serial))
             known = locator.devices()
-            missing = [serial for serial in missing if str(serial) not in known]
-        tool = self.tool(locator, "devices", "--json")
-        self.assertEqual(tool.wait(), 0, tool.err)
-        self.assertEqual(tool.out.count('"serial"'), count)
+            missing = [serial for serial in missing if serial not in known]
+        with locator.client() as client:
+            kind, count, payload = client.exchange("GETINFO")
+        self.assertEqual((kind, count, len(payload)), (3, 1000, 1000 * wire.RECORD_SIZE))
+        self.assertEqual([one["serial"] for one in wire.parse_records(payload)], serials)
+        with network.larger_sockets(LARGEST_REPLY):  # the limit of a mailslot under Wine
+            tool = self.tool(locator, "devices", "--json")
+            self.assertEqual(tool.wait(), 0, tool.err)
+        self.assertEqual([one["serial"] for one in json.loads(tool.out)["devices"]], serials)

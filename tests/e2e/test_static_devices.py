@@ -6,7 +6,7 @@ import time
 
 import static_network
 import wire
-from harness import LIMIT, TestCase, stays_true, wait_until
+from harness import LIMIT, TestCase, only_on, stays_true, wait_until
 from static_network import (CLOSE, DeviceFile, NameFiles, RoutedNetwork, ScriptedDevices,
                             addresses, logged_queries, query_threads, reply, steady_counts)
 
@@ -85,8 +85,10 @@ class Lists(TestCase):
         self.start_locator(net.here, settings=static_settings(file))
         wait_until(lambda: len(logged_queries(simulator)) >= 10, "ten cycles")
         times = [when for when, _, _ in logged_queries(simulator)]
-        # 90 ms between two cycles, 150 for five sections, and 100 of rest.
-        self.assertLess(min(later - earlier for earlier, later in zip(times, times[1:])), 0.9)
+        # 90 ms between two cycles, 150 for five sections, and 100 of rest. Windows knocks at
+        # a door that is refused for a second.
+        limit = 0.9 if self.target.NAME == "linux" else 2.5
+        self.assertLess(min(later - earlier for earlier, later in zip(times, times[1:])), limit)
 
     def test_file_changes_while_running(self):
         record = wire.record(1, ipv4="10.20.0.1")
@@ -181,7 +183,8 @@ class Lists(TestCase):
                 self.assertEqual([one for one in locator.trace if "DeviceByHostName" in one],
                                  [line % path])
                 locator.stop()
-                self.assertIn("DeviceByHostName Stop", locator.trace)
+                if self.target.NAME == "linux":  # where it can be asked to end
+                    self.assertIn("DeviceByHostName Stop", locator.trace)
 
 
 def chain(*sizes):
@@ -408,6 +411,7 @@ class Cycles(TestCase):
         wait_until(lambda: query_threads(locator) == 0, "the end of the last cycle")
         self.assertEqual(steady_counts(locator), before)
 
+    @only_on("linux", "Windows asks no program without a window to end")
     def test_stop_in_the_middle_of_a_cycle(self):
         here = self.network.host("here")
         here.ip("route", "add", "local", "10.20.0.0/16", "dev", "lo")
