@@ -6,15 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/mailslot.h"
 #include "platform/posix/descriptor.h"
-#include "platform/posix/memory_file.h"
 #include "platform/posix/runtime_directory.h"
 #include "platform/posix/unix_address.h"
 #include "testing/child_process.h"
@@ -101,77 +100,69 @@ TEST_F(MailslotFiles, WhatIsNoSocketIsNeitherReplacedNorWrittenTo) {
   EXPECT_TRUE(std::filesystem::exists(File()));
 }
 
-class HostileMessages : public MailslotFiles {
- protected:
-  // Sends `data` with `descriptors`, and expects what a good message after it says:
-  // that nothing of it stays.
-  void ExpectDropped(const char* what, const std::vector<int>& descriptors,
-                     std::string_view data = {}) {
-    SCOPED_TRACE(what);
-    const std::size_t before = OpenDescriptors();
-    Send(descriptors, data);
-    ASSERT_EQ(WriteMailslot(kName, std::as_bytes(std::span("good", 4)), 0),
-              MailslotWrite::kWritten);
-    EXPECT_EQ(mailslot_.Query()->nextSize, 4u);
-    std::byte buffer[4];
-    EXPECT_EQ(mailslot_.Read(buffer, {}), 4u);
-    EXPECT_EQ(OpenDescriptors(), before);
-  }
-
-  void Send(const std::vector<int>& descriptors, std::string_view data) {
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(253 * sizeof(int))> control{};
-    const std::size_t bytes = descriptors.size() * sizeof(int);
-    iovec vector{const_cast<char*>(data.data()), data.size()};
-    msghdr header{};
+// What a sender may hand over instead of a message that no longer changes.
+TEST_F(MailslotFiles, DescriptorsThatAreNoSealedMemoryFileAreClosedAndDropped) {
+  Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
+  const Descriptor sender(socket(AF_UNIX, SOCK_DGRAM, 0));
+  const auto send = [&](int descriptor, std::size_t copies, std::string_view data) {
     const Descriptor file(open(File().c_str(), O_PATH));
     const UnixAddress address = UnixAddress::OfDescriptor(file.get());
-    header.msg_name = const_cast<sockaddr*>(address.get());
-    header.msg_namelen = address.size();
-    header.msg_iov = &vector;
-    header.msg_iovlen = 1;
-    header.msg_control = control.data();
-    header.msg_controllen = CMSG_SPACE(bytes);
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(253 * sizeof(int))> control{};
+    iovec vector{const_cast<char*>(data.data()), data.size()};
+    msghdr header{const_cast<sockaddr*>(address.get()),
+                  address.size(),
+                  &vector,
+                  1,
+                  control.data(),
+                  CMSG_SPACE(copies * sizeof(int)),
+                  0};
     cmsghdr* const rights = CMSG_FIRSTHDR(&header);
     rights->cmsg_level = SOL_SOCKET;
     rights->cmsg_type = SCM_RIGHTS;
-    rights->cmsg_len = CMSG_LEN(bytes);
-    std::memcpy(CMSG_DATA(rights), descriptors.data(), bytes);
-    ASSERT_EQ(sendmsg(socket_.get(), &header, 0), static_cast<ssize_t>(data.size()));
-  }
-
-  static std::size_t OpenDescriptors() {
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-  }
-  static Descriptor MemoryFile(off_t size, int seals) {
+    rights->cmsg_len = CMSG_LEN(copies * sizeof(int));
+    std::fill_n(reinterpret_cast<int*>(CMSG_DATA(rights)), copies, descriptor);
+    ASSERT_EQ(sendmsg(sender.get(), &header, 0), static_cast<ssize_t>(data.size()));
+  };
+  const auto memoryFile = [](off_t size, int seals) {
     Descriptor file(memfd_create("x", MFD_ALLOW_SEALING));
     EXPECT_EQ(ftruncate(file.get(), size), 0);
     EXPECT_EQ(fcntl(file.get(), F_ADD_SEALS, seals), 0);
     return file;
-  }
-
-  Mailslot mailslot_ = Mailslot::Create(kName, 0, nullptr);
-  Descriptor socket_{socket(AF_UNIX, SOCK_DGRAM, 0)};
-};
-
-TEST_F(HostileMessages, DescriptorsThatAreNoSealedMemoryFileAreClosedAndDropped) {
-  const Descriptor sealed = MakeMemoryFile(std::as_bytes(std::span("abc", 3)));
-  const Descriptor writable = MemoryFile(10, F_SEAL_SHRINK | F_SEAL_GROW);
-  const Descriptor shrinking = MemoryFile(10, F_SEAL_GROW | F_SEAL_WRITE);
-  const Descriptor huge =
-      MemoryFile(off_t{1} << 40, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL);
+  };
+  const auto openDescriptors = [] {
+    return std::ranges::distance(std::filesystem::directory_iterator("/proc/self/fd"));
+  };
+  const int fixed = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+  const Descriptor good = memoryFile(3, fixed);
+  const Descriptor writable = memoryFile(10, fixed & ~F_SEAL_WRITE);
+  const Descriptor shrinking = memoryFile(10, fixed & ~F_SEAL_SHRINK);
+  const Descriptor huge = memoryFile(off_t{1} << 40, fixed);
   const Descriptor directory(open("/", O_RDONLY | O_DIRECTORY));
-
-  ExpectDropped("can still be written", {writable.get()});
-  ExpectDropped("can still shrink", {shrinking.get()});
-  ExpectDropped("would take a terabyte", {huge.get()});
-  ExpectDropped("no memory file", {directory.get()});
-  ExpectDropped("a socket", {socket_.get()});
-  ExpectDropped("as many as fit", std::vector<int>(253, sealed.get()));
-  ExpectDropped("with bytes beside", {sealed.get()}, "bytes");
-
-  Send({sealed.get()}, "");
-  EXPECT_EQ(mailslot_.Query()->nextSize, 3u) << "and a good one is taken";
+  const struct {
+    const char* what;
+    int descriptor;
+    std::size_t copies = 1;
+    std::string_view data = {};
+  } cases[] = {{"can still be written", writable.get()},
+               {"can still shrink", shrinking.get()},
+               {"would take a terabyte", huge.get()},
+               {"no memory file", directory.get()},
+               {"a socket", sender.get()},
+               {"as many as fit", good.get(), 253},
+               {"with bytes beside", good.get(), 1, "bytes"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const auto before = openDescriptors();
+    send(c.descriptor, c.copies, c.data);
+    ASSERT_EQ(WriteMailslot(kName, std::as_bytes(std::span("next", 4)), 0),
+              MailslotWrite::kWritten);
+    EXPECT_EQ(mailslot.Query()->nextSize, 4u);
+    std::byte buffer[4];
+    EXPECT_EQ(mailslot.Read(buffer, {}), 4u);
+    EXPECT_EQ(openDescriptors(), before);
+  }
+  send(good.get(), 1, "");
+  EXPECT_EQ(mailslot.Query()->nextSize, 3u) << "and a good one is taken";
 }
 
 }  // namespace

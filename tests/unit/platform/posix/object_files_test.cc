@@ -69,22 +69,18 @@ class Waiter {
 
   [[nodiscard]] bool released() const { return released_; }
   [[nodiscard]] bool IsAsleep() const {
-    if (id_ == 0 || done_) return false;
-    std::ifstream file("/proc/self/task/" + std::to_string(id_) + "/syscall");
-    std::string number;
-    file >> number;
-    return number == "271";  // ppoll
+    std::string call;
+    std::ifstream("/proc/self/task/" + std::to_string(id_) + "/syscall") >> call;
+    return call == "271";  // ppoll
   }
 
  private:
   NamedEvent event_ = NamedEvent::Open(kName);
   std::atomic<pid_t> id_{0};
   std::atomic<bool> released_{false};
-  std::atomic<bool> done_{false};
   std::thread thread_{[this] {
     id_ = gettid();
     released_ = WaitFor(event_, kGenerousMs) == Status::kEvent;
-    done_ = true;
   }};
 };
 
@@ -134,25 +130,24 @@ TEST_F(ObjectFiles, AKilledProcessLetsGo) {
 
 TEST_F(ObjectFiles, OtherAccountsShareObjectsAndLeftovers) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const auto doneByNobody = [](bool (*procedure)()) {
+    return ResultInChild([&] {
+             return setresuid(kNobody, kNobody, kNobody) == 0 && procedure() ? 0 : 1;
+           }) == 0;
+  };
   const mode_t before = umask(077);
   NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
-  EXPECT_EQ(ResultInChild([] {
-              if (setresuid(kNobody, kNobody, kNobody) != 0) return 2;
-              return NamedEvent::Open(kName).Set() ? 0 : 1;
-            }),
-            0);
+  EXPECT_TRUE(doneByNobody([] { return NamedEvent::Open(kName).Set(); }));
   EXPECT_EQ(WaitFor(event, 0), Status::kEvent);
   event.Close();
 
   // A leftover that the folder does not let others remove.
   ChildProcess(HoldSetEvent).Kill();
-  EXPECT_EQ(ResultInChild([] {
-              if (setresuid(kNobody, kNobody, kNobody) != 0) return 2;
-              if (NamedEvent::Open(kName).valid()) return 3;
-              NamedEvent made = NamedEvent::Create(kName, Mode::kAutoReset);
-              return WaitFor(made, 0) == Status::kTimeout ? 0 : 1;
-            }),
-            0);
+  EXPECT_TRUE(doneByNobody([] {
+    if (NamedEvent::Open(kName).valid()) return false;
+    NamedEvent made = NamedEvent::Create(kName, Mode::kAutoReset);
+    return WaitFor(made, 0) == Status::kTimeout;
+  }));
   umask(before);
 }
 
@@ -221,22 +216,15 @@ TEST_F(ObjectFiles, ManyThatComeAndGoLeaveNothingBehind) {
       made += event.valid() && again.valid() && again.Pulse() ? 1 : 0;
     }
   };
-  const auto fourAtOnce = [&] {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) threads.emplace_back(comeAndGo);
-    for (std::thread& thread : threads) thread.join();
-  };
-  fourAtOnce();
-  EXPECT_EQ(made, 8'000) << "a name is never lost between them";
-  EXPECT_TRUE(std::filesystem::is_empty(Folder()));
-
   ChildProcess other([&] {
     new std::thread([&] {
       for (;;) comeAndGo();
     });
   });
-  fourAtOnce();
-  EXPECT_EQ(made, 16'000) << "nor between processes";
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back(comeAndGo);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(made, 8'000) << "a name is never lost between them";
   other.Kill();
   (void)NamedEvent::Open(kName);  // clears away what the killed one left
   EXPECT_TRUE(std::filesystem::is_empty(Folder()));

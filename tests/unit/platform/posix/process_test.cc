@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -61,20 +60,6 @@ TEST(PrepareProcess, KeepsTheStandardDescriptorsTakenAndRaisesTheLimit) {
               return limit.rlim_cur == limit.rlim_max ? 0 : 4;
             }),
             0);
-}
-
-TEST(LocalTimeDeathTest, IsTheTimeOfTheZone) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";  // a process that has read no zone
-  const auto check = [](const char* zone, std::int64_t seconds) {
-    setenv("TZ", zone, 1);
-    const auto before = static_cast<std::int64_t>(SystemClock().SystemTime());
-    const auto local = static_cast<std::int64_t>(SystemClock().LocalTime());
-    const auto after = static_cast<std::int64_t>(SystemClock().SystemTime());
-    const std::int64_t offset = seconds * static_cast<std::int64_t>(kFileTimePerSecond);
-    _exit(local >= before + offset && local <= after + offset ? 0 : 1);
-  };
-  EXPECT_EXIT(check("WEST3:30", -12'600), ::testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(check("EAST-5:45", 20'700), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(Handles, MoveAndCloseLeakNoDescriptor) {

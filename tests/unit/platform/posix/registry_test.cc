@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <iomanip>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -32,19 +33,15 @@ std::string Utf16(std::u16string_view text) {
 
 // The values of a key as "name:type:data" in hexadecimal digits, blanks between them.
 std::string Listing(const RegistryFile& file, std::u16string_view path) {
-  std::string listing;
+  std::ostringstream listing;
   for (const RegistryValue& value : file.ValuesOf(path)) {
-    if (!listing.empty()) listing += ' ';
-    listing += WideToUtf8(value.name);
-    listing += ':';
-    listing += std::to_string(value.type);
-    listing += ':';
+    if (listing.tellp() > 0) listing << ' ';
+    listing << WideToUtf8(value.name) << ':' << std::dec << value.type << ':' << std::hex;
     for (const std::byte byte : value.data) {
-      listing += "0123456789abcdef"[std::to_integer<int>(byte) >> 4];
-      listing += "0123456789abcdef"[std::to_integer<int>(byte) & 0xF];
+      listing << std::setw(2) << std::setfill('0') << std::to_integer<int>(byte);
     }
   }
-  return listing;
+  return listing.str();
 }
 
 TEST(RegistryFile, ReadsWhatTheFormatAllowsAndPassesOverTheRest) {

@@ -26,16 +26,11 @@ TEST(Directories, TheTemporaryDirectoryEndsInASlashAndFits) {
 TEST(Security, TheEntriesDecideWhoMayUseAFile) {
   const SidPointer everyone = AllocateSid(1, {0});
   const SidPointer administrators = AllocateSid(5, {32, 544});
-  ASSERT_TRUE(everyone && administrators);
-  const std::uint32_t kBoth = kGenericRead | kGenericWrite;
+  const ExplicitAccess use{.accessMask = kGenericRead | kGenericWrite, .trustee = everyone.get()};
+  const ExplicitAccess look{.accessMask = kGenericRead, .trustee = everyone.get()};
+  const ExplicitAccess rule{.accessMask = kGenericAll, .trustee = administrators.get()};
   const std::pair<std::vector<ExplicitAccess>, mode_t> cases[] = {
-      {{{.accessMask = kBoth, .trustee = everyone.get()},
-        {.accessMask = kGenericAll, .trustee = administrators.get()}},
-       0666},
-      {{{.accessMask = kGenericRead, .trustee = everyone.get()}}, 0644},
-      {{{.accessMask = kGenericAll, .trustee = administrators.get()}}, 0600},
-      {{}, 0600},
-  };
+      {{use, rule}, 0666}, {{look}, 0644}, {{rule}, 0600}, {{}, 0600}};
   for (const auto& [entries, mode] : cases) {
     const AclPointer acl = MakeAcl(entries);
     const DescriptorPointer descriptor = AllocateDescriptor();
