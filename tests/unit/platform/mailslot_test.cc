@@ -46,23 +46,16 @@ TEST_F(MailslotTest, NamesAreThePrefixAndAPlainName) {
     EXPECT_TRUE(IsMailslotName(prefix + plain));
   }
   EXPECT_TRUE(IsMailslotName(u"\\\\.\\MailSlot\\x"));
-  const std::u16string refused[] = {u"",
-                                    u"x",
-                                    prefix,
-                                    prefix + u".",
-                                    prefix + u"..",
-                                    prefix + u"a\\b",
-                                    prefix + u"a/b",
-                                    prefix + u"../x",
-                                    prefix + u"a\nb",
-                                    prefix + u'\0',
-                                    prefix + u'\x7F',
-                                    u"\\\\.\\pipe\\x",
-                                    u"\\\\host\\mailslot\\x",
-                                    u"//./mailslot/x",
-                                    u"C:\\mailslot\\x",
-                                    prefix + char16_t{0xD800},
-                                    prefix + std::u16string(256, u'x')};
+  std::vector<std::u16string> refused = {u"",
+                                         u"x",
+                                         u"\\\\.\\pipe\\x",
+                                         u"\\\\host\\mailslot\\x",
+                                         u"//./mailslot/x",
+                                         u"C:\\mailslot\\x"};
+  for (const char16_t* plain : {u"", u".", u"..", u"a\\b", u"a/b", u"../x", u"a\nb", u"\x7F"})
+    refused.push_back(prefix + plain);
+  for (const char16_t unit : {char16_t{0}, char16_t{0xD800}}) refused.push_back(prefix + unit);
+  refused.push_back(prefix + std::u16string(256, u'x'));
   for (const std::u16string& name : refused) {
     EXPECT_FALSE(IsMailslotName(name));
     EXPECT_EQ(WriteMailslot(name, {}, 0), MailslotWrite::kFailed);

@@ -68,6 +68,9 @@ TEST(Handles, MoveAndCloseLeakNoDescriptor) {
   for (int i = 0; i < 3; ++i) {
     Event event = Event::Create(Event::Mode::kAutoReset);
     event = Event::Create(Event::Mode::kManualReset);
+    Event& itself = event;
+    event = std::move(itself);
+    EXPECT_TRUE(event.Set());
     Socket socket = Socket::Create(AddressFamily::kIpv4, SocketType::kDatagram);
     socket = Socket::Create(AddressFamily::kIpv6, SocketType::kStream);
     SystemClock().WaitUntil(SystemClock().SystemTime() + 1, event);
