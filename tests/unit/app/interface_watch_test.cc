@@ -136,47 +136,6 @@ TEST_F(InterfaceWatchTest, ChangesThatConcernNoThreadAreOnlyReported) {
   EXPECT_TRUE(Runs("4/10.0.0.1"));
 }
 
-TEST_F(InterfaceWatchTest, AnAddressThatWasMadeAnewKeepsItsThreadAndRejoins) {
-  Table table{Row("10.0.0.1")};
-  (void)TraceOf(table);
-  table[0].incarnation = 1;
-  EXPECT_EQ(TraceOf(table), "Network interfaces have been changed!\n");
-  EXPECT_TRUE(Runs("4/10.0.0.1 rejoined"));
-  EXPECT_TRUE(Runs("4/10.0.0.1"));
-}
-
-TEST_F(InterfaceWatchTest, ARequestInTheRegistryStartsAThreadAnewOverTwoPasses) {
-  const std::optional<Table> table = Table{Row("10.0.0.1"), Row("10.0.0.2")};
-  (void)TraceOf(table);
-  machine_.WriteKey("SOFTWARE", "Interfaces",
-                    "\"10.0.0.2\"=dword:00000000\n\"10.0.0.1\"=dword:00000001\n"
-                    "\"10.0.0.3\"=\"0\"\n\"10.0.0.4\"=hex(b):00,00,00,00,00,00,00,00\n");
-  const std::string banner(80, '#');
-  EXPECT_EQ(TraceOf(table), banner + "\n" + banner +
-                                "\n#### Network interface thread for 10.0.0.2 will be "
-                                "reinitialized!\n" +
-                                banner + "\n" + banner +
-                                "\nNetwork interface IPv4: 10.0.0.2 (33554442) switched down !\n"
-                                "ThreadList DeleteItem Thread end ID = 33554442\n");
-  EXPECT_EQ(TraceOf(table),
-            "Network interfaces have been changed!\n"
-            "Network interface IPv4: 10.0.0.2 (33554442) located !\n");
-  EXPECT_EQ(TraceOf(table), "");
-  const std::string left = machine_.ReadKey("SOFTWARE", "Interfaces");
-  EXPECT_NE(left.find("\"10.0.0.2\"=dword:00000001"), std::string::npos);
-  EXPECT_NE(left.find("\"10.0.0.3\"=\"0\""), std::string::npos);
-  EXPECT_NE(left.find("\"10.0.0.4\"=hex(b):00,"), std::string::npos);
-}
-
-TEST_F(InterfaceWatchTest, ARequestForAnAddressThatIsNotThereIsOnlyMarked) {
-  const std::optional<Table> table = Table{Row("10.0.0.1")};
-  (void)TraceOf(table);
-  machine_.WriteKey("SOFTWARE", "Interfaces", "\"10.9.9.9\"=dword:00000000");
-  EXPECT_NE(TraceOf(table).find("#### Network interface thread for 10.9.9.9"), std::string::npos);
-  EXPECT_EQ(TraceOf(table), "");
-  EXPECT_TRUE(Runs("4/10.0.0.1"));
-}
-
 TEST_F(InterfaceWatchTest, WithoutAThreadTheItemStaysInTheList) {
   platform::ArmFault(platform::Fault::kThreadStart, 1);
   const Table table{Row("10.0.0.1")};

@@ -1,14 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-
 #include "client/item_watch.h"
 #include "client/reinitialisation.h"
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "platform/fault_injection.h"
 #include "platform/registry.h"
-#include "platform/thread.h"
 #include "support/settings.h"
 #include "testing/scratch_machine.h"
 
@@ -16,26 +13,6 @@ namespace talvorn {
 namespace {
 
 constexpr std::uint32_t kLongMs = 30'000;
-
-TEST(ItemWatch, APulseEndsTheWaitOfEveryWatcher) {
-  const testing::ScratchMachine machine;
-  std::atomic<int> released{0};
-  const auto wait = [&released] {
-    ItemWatch watch(1234);
-    EXPECT_TRUE(watch.valid());
-    if (watch.Wait(kLongMs) == ItemWatch::Outcome::kChanged) ++released;
-    return 0u;
-  };
-  platform::Thread first = platform::Thread::Start("first", wait);
-  platform::Thread second = platform::Thread::Start("second", wait);
-  // Nobody can know when a thread begins to wait: pulse until both are back.
-  while (released < 2) {
-    SignalChange(1234);
-    platform::SleepMs(1);
-  }
-  first.Join();
-  second.Join();
-}
 
 TEST(ItemWatch, WaitsItsTimeAlsoWithoutAnEventAndCanBeInterrupted) {
   const testing::ScratchMachine machine;

@@ -67,7 +67,6 @@ TEST(Replies, TextIsExactlyWhatTheHeaderSays) {
   ExpectEveryPrefixRefused(reply, decode);
 
   EXPECT_FALSE(DecodeTextReply(reply, ReplyType::kLogPath));
-  EXPECT_FALSE(decode(HonestReply(2, 0, ""sv)));
   EXPECT_FALSE(decode(HonestReply(2, 7, "1.0.0.0"sv)));    // no terminator
   EXPECT_FALSE(decode(HonestReply(2, 8, "1.0\0.0.0"sv)));  // an early one
   EXPECT_FALSE(decode(HonestReply(2, 9, "1.0.0.0\0"sv)));  // more than there is

@@ -1,6 +1,5 @@
 #include "tool/tool_options.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,7 +8,6 @@
 namespace talvorn {
 namespace {
 
-using ::testing::HasSubstr;
 using Strings = std::vector<std::string>;
 
 ToolOptions Parsed(const Strings& arguments) {
@@ -22,20 +20,16 @@ ToolOptions Parsed(const Strings& arguments) {
 TEST(ToolOptions, CommandsAndTheirOptions) {
   const ToolOptions devices = Parsed({"devices", "--json", "--timeout", "0.5"});
   EXPECT_EQ(devices.command, ToolCommand::kDevices);
-  EXPECT_TRUE(devices.json);
+  EXPECT_TRUE(devices.json && !devices.watchMs);
   EXPECT_EQ(devices.timeoutMs, 500u);
-  EXPECT_FALSE(devices.watchMs);
-  EXPECT_EQ(Parsed({"items", "--watch"}).watchMs, 1'000u);
   EXPECT_EQ(Parsed({"items", "--watch", "2.5"}).watchMs, 2'500u);
   EXPECT_EQ(Parsed({"items", "--watch", "--json"}).watchMs, 1'000u);
   EXPECT_EQ(Parsed({"log", "stop"}).command, ToolCommand::kLogStop);
   EXPECT_EQ(Parsed({"log", "path", "--", "--odd"}).directory, "--odd");
   EXPECT_TRUE(Parsed({"log", "path", "--reset"}).resetDirectory);
-  EXPECT_EQ(Parsed({"reinit", "10.0.0.1", "--timeout", "0"}).timeoutMs, 0u);
-  EXPECT_EQ(Parsed({"hold", "--for", "3"}).holdMs, 3'000u);
   EXPECT_TRUE(Parsed({"watch", "--all", "--interval=5"}).all);
   const std::string help = Parsed({"log", "path", "--help"}).help;
-  EXPECT_THAT(help, HasSubstr("Usage: talvorn log path"));
+  EXPECT_TRUE(help.find("Usage: talvorn log path") != std::string::npos);
   EXPECT_EQ(Parsed({"help", "log", "path"}).help, help);
 }
 

@@ -2,63 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
 #include <vector>
 
-#include "devices/change_event.h"
 #include "devices/testing_items.h"
 #include "platform/fault_injection.h"
-#include "platform/named_object.h"
 #include "support/debug_trace.h"
 #include "testing/fake_clock.h"
 #include "testing/scratch_machine.h"
-#include "testing/wait_until.h"
 
 namespace talvorn {
 namespace {
 
-using platform::NamedEvent;
 using testing::MakeItem;
-
-// A client that waits on a change event, again after each time it is woken.
-class Watcher {
- public:
-  explicit Watcher(std::uint32_t serial)
-      : event_(NamedEvent::Create(ChangeEventName(serial), NamedEvent::Mode::kAutoReset)),
-        thread_([this] { Run(); }) {
-    EXPECT_TRUE(event_.valid());
-  }
-  ~Watcher() {
-    end_.Set();
-    thread_.join();
-  }
-  // A pulse wakes only who waits at that moment, so the change is made again and
-  // again until it is seen.
-  template <class Change>
-  [[nodiscard]] bool IsWokenBy(Change change) const {
-    const int before = woken_;
-    return testing::WaitUntil([&] {
-      change();
-      return woken_ > before;
-    });
-  }
-  [[nodiscard]] int woken() const { return woken_; }
-
- private:
-  void Run() {
-    NamedEvent* const events[] = {&event_};
-    while (NamedEvent::WaitAny(events, &end_, std::nullopt).status ==
-           NamedEvent::WaitResult::Status::kEvent) {
-      ++woken_;
-    }
-  }
-
-  NamedEvent event_;
-  platform::Event end_ = platform::Event::Create(platform::Event::Mode::kManualReset);
-  std::atomic<int> woken_{0};
-  std::thread thread_;
-};
 
 class ItemListTest : public ::testing::Test {
  protected:
@@ -108,15 +63,6 @@ TEST_F(ItemListTest, BytesBeyondTheIdentityDoNotCount) {
   EXPECT_EQ(list_.count(), 2u);
 }
 
-TEST_F(ItemListTest, TheSnapshotCarriesItemsAsReceived) {
-  const auto item = MakeItem(5, 7);
-  Add(0x04030201, item);
-  const auto snapshot = list_.GetItems();
-  ASSERT_EQ(snapshot.size(), 4 + item.size());
-  EXPECT_EQ(ByteReader(snapshot).U32Little(), 0x04030201u);
-  EXPECT_TRUE(std::ranges::equal(snapshot.subspan(4), item));
-}
-
 TEST_F(ItemListTest, AnItemThatExpiresNowSurvivesTheSweep) {
   Add(1, MakeItem(80, 1));
   clock_.Advance(5'000);
@@ -134,45 +80,6 @@ TEST_F(ItemListTest, AnItemThatExpiresNowSurvivesTheSweep) {
   EXPECT_EQ(Entries(), (Expected{{3, 3}}));
   Add(1, MakeItem(80, 1));
   EXPECT_EQ(list_.count(), 2u) << "a removed item is new again";
-}
-
-TEST_F(ItemListTest, NewAndExpiredItemsWakeTheClientsThatWait) {
-  Watcher device(1234);
-  Watcher list(kWholeList);
-  Watcher other(77);
-  std::uint32_t bodyLength = 4;
-  const auto addNew = [&] { Add(1234, MakeItem(++bodyLength, 1)); };
-  EXPECT_TRUE(device.IsWokenBy(addNew));
-  EXPECT_TRUE(list.IsWokenBy(addNew));
-
-  // Adding is made unable to signal here, so that only the sweep can.
-  const auto expire = [&] {
-    platform::ArmFault(platform::Fault::kNamedObjectOpen, 1'000'000);
-    addNew();
-    platform::DisarmFaults();
-    clock_.Advance(20'000);
-    list_.Sweep();
-  };
-  EXPECT_TRUE(device.IsWokenBy(expire));
-  EXPECT_TRUE(list.IsWokenBy(expire));
-  EXPECT_EQ(other.woken(), 0);
-}
-
-TEST_F(ItemListTest, ARefreshWakesNobody) {
-  Add(1, MakeItem(80, 1));
-  Watcher list(kWholeList);
-  Add(1, MakeItem(80, 1));
-  platform::SleepMs(50);
-  EXPECT_EQ(list.woken(), 0);
-  Add(1, MakeItem(80, 1));
-  std::uint32_t bodyLength = 4;
-  EXPECT_TRUE(list.IsWokenBy([&] { Add(1, MakeItem(++bodyLength, 1)); }));
-}
-
-TEST_F(ItemListTest, ChangeEventsAreNamedAfterTheSerial) {
-  EXPECT_EQ(ChangeEventName(0), u"Global\\DRAVIK_CHANGES_ITEM_LIST_TALVORN_0000000");
-  EXPECT_EQ(ChangeEventName(1234), u"Global\\DRAVIK_CHANGES_ITEM_LIST_TALVORN_0001234");
-  EXPECT_EQ(ChangeEventName(0xFFFFFFFF), u"Global\\DRAVIK_CHANGES_ITEM_LIST_TALVORN_4294967295");
 }
 
 TEST_F(ItemListTest, TellsItemsApartWithoutADigestProvider) {

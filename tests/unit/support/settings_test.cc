@@ -31,62 +31,38 @@ TEST_F(SettingsTest, WithoutTheKeyTheRecordIsLeftAlone) {
   EXPECT_STREQ(ReadLogPath().data(), "");
 }
 
-TEST_F(SettingsTest, AnEmptyKeyGivesTheDefaults) {
-  machine_.WriteSettings("");
-  RegistryValues values;
-  values.timeRequest = values.timeMaster = values.timeResponseValid = 1;
-  values.timeResponseValidIfStatic = values.timeRequestGapIfStatic = 1;
-  values.timeNetworkChanges = values.timeMulticastRequestAllowed = 1;
-  values.preferedIpVersion = values.ipv6Active = 9;
-  ASSERT_TRUE(RetrieveValues(values));
-  EXPECT_EQ(values.timeRequest, 5'000u);
-  EXPECT_EQ(values.timeMaster, 60'000u);
-  EXPECT_EQ(values.timeResponseValid, 10'000u);
-  EXPECT_EQ(values.timeResponseValidIfStatic, 30'000u);
-  EXPECT_EQ(values.timeRequestGapIfStatic, 5'000u);
-  EXPECT_EQ(values.timeNetworkChanges, 1'000u);
-  EXPECT_EQ(values.timeMulticastRequestAllowed, 0u);
-  EXPECT_EQ(values.preferedIpVersion, 4u);
-  EXPECT_EQ(values.ipv6Active, 1u);
-}
-
-TEST_F(SettingsTest, ReadsEveryValueUnderItsName) {
-  machine_.WriteSettings(
-      "\"Time Request\"=dword:00000001\n\"Time Master\"=dword:00000002\n"
-      "\"Time Response Valid\"=dword:00000003\n\"Time Response Valid IFSTATIC\"=dword:00000004\n"
-      "\"Time Request Gap IFSTATIC\"=dword:00000005\n\"Time Network Changes\"=dword:00000006\n"
-      "\"Time Multicast Request Allowed\"=dword:00000007\n"
-      "\"TAL-VORN INI-File Static Devices\"=\"/etc/talvorn/devices.ini\"\n"
-      "\"Prefered IP Version\"=dword:00000006\n\"IPv6 Active\"=dword:00000000\n"
-      "\"DebugView\"=dword:80000000\n\"Log Path\"=\"D:\\\\Logs\"\n");
-  RegistryValues values;
-  ASSERT_TRUE(RetrieveValues(values));
-  EXPECT_EQ(values.timeRequest, 1u);
-  EXPECT_EQ(values.timeMaster, 2u);
-  EXPECT_EQ(values.timeResponseValid, 3u);
-  EXPECT_EQ(values.timeResponseValidIfStatic, 4u);
-  EXPECT_EQ(values.timeRequestGapIfStatic, 5u);
-  EXPECT_EQ(values.timeNetworkChanges, 6u);
-  EXPECT_EQ(values.timeMulticastRequestAllowed, 7u);
-  EXPECT_EQ(std::u16string(values.staticDevicesIniFile.data()), u"/etc/talvorn/devices.ini");
-  EXPECT_EQ(values.preferedIpVersion, 6u);
-  EXPECT_EQ(values.ipv6Active, 0u);
+TEST_F(SettingsTest, ReadsEachNumberUnderItsNameOrItsDefault) {
+  const struct {
+    std::string name;
+    std::uint32_t RegistryValues::*value;
+    std::uint32_t otherwise;
+  } numbers[] = {
+      {"Time Request", &RegistryValues::timeRequest, 5'000},
+      {"Time Master", &RegistryValues::timeMaster, 60'000},
+      {"Time Response Valid", &RegistryValues::timeResponseValid, 10'000},
+      {"Time Response Valid IFSTATIC", &RegistryValues::timeResponseValidIfStatic, 30'000},
+      {"Time Request Gap IFSTATIC", &RegistryValues::timeRequestGapIfStatic, 5'000},
+      {"Time Network Changes", &RegistryValues::timeNetworkChanges, 1'000},
+      {"Time Multicast Request Allowed", &RegistryValues::timeMulticastRequestAllowed, 0},
+      {"Prefered IP Version", &RegistryValues::preferedIpVersion, 4},
+      {"IPv6 Active", &RegistryValues::ipv6Active, 1},
+  };
+  for (const auto& number : numbers) {
+    SCOPED_TRACE(number.name);
+    // None, one of another type, one of another size: all of them count as missing.
+    for (const std::string stored :
+         {"=dword:00000077", "", "=\"7000\"", "=hex(4):01,02", "=hex(b):01,00,00,00,00,00,00,00"}) {
+      machine_.WriteSettings(stored.empty() ? "" : "\"" + number.name + "\"" + stored);
+      RegistryValues values;
+      values.*number.value = 9;
+      ASSERT_TRUE(RetrieveValues(values));
+      const bool good = stored.starts_with("=dword");
+      EXPECT_EQ(values.*number.value, good ? 0x77 : number.otherwise) << stored;
+    }
+  }
+  machine_.WriteSettings("\"DebugView\"=dword:80000000\n\"Log Path\"=\"D:\\\\Logs\"\n");
   EXPECT_EQ(ReadDebugView(), 0x80000000u);
   EXPECT_STREQ(ReadLogPath().data(), "D:\\Logs");
-}
-
-TEST_F(SettingsTest, ValuesOfAnotherTypeOrSizeCountAsMissing) {
-  machine_.WriteSettings(
-      "\"Time Request\"=\"7000\"\n\"Time Master\"=hex(4):01,02\n"
-      "\"Time Response Valid\"=hex(b):01,00,00,00,00,00,00,00\n\"DebugView\"=\"1\"\n"
-      "\"Log Path\"=dword:00000001\n");
-  RegistryValues values;
-  ASSERT_TRUE(RetrieveValues(values));
-  EXPECT_EQ(values.timeRequest, 5'000u);
-  EXPECT_EQ(values.timeMaster, 60'000u);
-  EXPECT_EQ(values.timeResponseValid, 10'000u);
-  EXPECT_EQ(ReadDebugView(), 0u);
-  EXPECT_STREQ(ReadLogPath().data(), "");
 }
 
 TEST_F(SettingsTest, APathIsTakenUpToItsFullLengthOnly) {
