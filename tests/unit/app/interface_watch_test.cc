@@ -39,11 +39,8 @@ class RunningThreads {
     const std::string name =
         item.ipVersion == 4 ? "4/" + platform::Ipv4Text(item.id) : "6/" + std::to_string(item.id);
     Count(name, 1);
-    const platform::Waitable* const waitables[] = {&item.running.cleared(), &item.rejoin};
-    while (item.running) {
-      (void)platform::WaitForAny(waitables, std::nullopt);
-      if (item.rejoin.Test()) Count(name + " rejoined", 1);
-    }
+    const platform::Waitable* const cleared[] = {&item.running.cleared()};
+    while (item.running) (void)platform::WaitForAny(cleared, std::nullopt);
     Count(name, -1);
     return 0;
   }

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -86,42 +85,6 @@ class LocatorClientTest : public ::testing::Test {
  protected:
   testing::ScratchMachine machine_;
 };
-
-TEST_F(LocatorClientTest, AsksAndDecodes) {
-  // Four megabytes, where a mailslot takes them.
-  const auto count = static_cast<std::uint32_t>(
-      std::min<std::size_t>(12'000, machine_.LargestMailslotMessage() / kDeviceRecordSize));
-  std::vector<std::string> commands;
-  std::u16string mailslot;
-  std::optional<FakeLocator> locator;
-  locator.emplace([&](const Request& request) {
-    commands.push_back(request.command);
-    mailslot = request.replyMailslot;
-    if (request.command == "GETVERSION")
-      Deliver(mailslot, TextReply(ReplyType::kVersion, "1.2.3.4"));
-    if (request.command == "GETLOGPATH")
-      Deliver(mailslot, TextReply(ReplyType::kLogPath, "D:\\\xFC\\"));
-    if (request.command == "GETINFO")
-      Deliver(mailslot, Reply(ReplyType::kDevices, count, Bytes(count * kDeviceRecordSize)));
-    if (request.command == "GETITEMS") Deliver(mailslot, Reply(ReplyType::kItems, 0, Bytes(1)));
-  });
-  {
-    LocatorClient client({.timeoutMs = kLongMs});
-    EXPECT_EQ(client.GetLogPath().value, "D:\\\xC3\xBC\\");
-    EXPECT_EQ(client.GetDevices().value.size(), count);
-    EXPECT_TRUE(client.GetItems());
-    // Those without reply are done when the next one is answered.
-    EXPECT_EQ(client.StartLog(), ClientStatus::kOk);
-    EXPECT_EQ(client.ResetLogPath(), ClientStatus::kOk);
-    EXPECT_EQ(client.SetLogPath("/\xC3\xBC;x"), ClientStatus::kOk);
-  }
-  locator.reset();
-  EXPECT_EQ(platform::WriteMailslot(mailslot, {}, 0), platform::MailslotWrite::kAbsent)
-      << "left behind";
-  EXPECT_EQ(commands, (std::vector<std::string>{"GETLOGPATH", "GETINFO", "GETITEMS", "STARTLOG",
-                                                "GETVERSION", "SETLOGPATH", "GETVERSION",
-                                                "SETLOGPATH;/\xFC;x", "GETVERSION"}));
-}
 
 TEST_F(LocatorClientTest, RefusesWhatTheLocatorCannotTake) {
   FakeLocator locator([](const Request&) { ADD_FAILURE() << "a request was sent"; });

@@ -15,16 +15,6 @@ namespace {
 
 using ::testing::ElementsAre;
 
-DeviceRecord Device(std::string_view serial, std::string_view alias = "",
-                    std::string_view ipv4 = "", std::string_view ipv6 = "") {
-  DeviceRecord device;
-  device.deviceSerial.Assign(serial);
-  device.deviceAlias.Assign(alias);
-  device.deviceIpv4.Assign(ipv4);
-  device.deviceIpv6.Assign(ipv6);
-  return device;
-}
-
 DeviceItem Item(std::uint32_t serial, std::string_view content) {
   DeviceItem item{.serial = serial, .hashLength = 24, .nextOffset = 0, .bytes = {}};
   item.bytes.resize(24 + content.size());
@@ -46,24 +36,6 @@ TEST(JsonWriter, SeparatesAndEscapes) {
                          R"("text":"a\"b\\c\u000a\u0009\u001b\u007f\u0085\u202e\udb40\udc41)"
                          "\U0001F600\u00FC/\","
                          "\"narrow\":\"\u20AC\\u0081\u00FC\",\"ill-formed\":\"\uFFFD\"}");
-}
-
-TEST(Views, DevicesForPeopleAndPrograms) {
-  const std::vector<DeviceRecord> devices = {Device("200", "\x1b]0;evil\x07", "10.0.0.1", ""),
-                                             Device("1000",
-                                                    "Pr\xFC"
-                                                    "fstand",
-                                                    "10.0.0.2", "fe80::1")};
-  const View view = ViewOfDevices(devices);
-  EXPECT_EQ(view.title, "2 devices");
-  ASSERT_EQ(view.rows.size(), 2u);
-  EXPECT_THAT(view.rows[0].cells,
-              ElementsAre("1000", "Pr\u00FCfstand", "-", "-", "10.0.0.2 fe80::1", "-"));
-  EXPECT_THAT(view.rows[1].cells,
-              ElementsAre("200", "\\x1b]0;evil\\x07", "-", "-", "10.0.0.1", "-"));
-  EXPECT_EQ(DevicesJson(std::span(devices).first(1)),
-            R"({"devices":[{"serial":"200","alias":"\u001b]0;evil\u0007","status":"","clip":"",)"
-            R"("ipv4":"10.0.0.1","ipv6":"","hostAlias":"","hostIpv4":"","hostIpv6":""}]})");
 }
 
 TEST(Views, ItemsShowWhatTheyHold) {

@@ -47,13 +47,5 @@ TEST(ItemRecord, LyingLengthsEndTheWalk) {
   EXPECT_EQ(ItemsIn(MakeItem(3, 1)), 0u) << "a body must hold its own length word";
 }
 
-TEST(ItemRecord, WhatIdentifiesAnItemMayReachBeyondIt) {
-  const auto chain = Chain({MakeItem(10, 1, 30, 60), MakeItem(10, 2)});
-  const auto item = ParseItem(chain);
-  ASSERT_TRUE(item);
-  EXPECT_EQ(item->identity().size(), 60u);
-  EXPECT_EQ(item->bytes().size(), 30u);
-}
-
 }  // namespace
 }  // namespace talvorn

@@ -3,31 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
+#include <array>
+#include <vector>
 
 #include "devices/device_record.h"
 #include "platform/socket.h"
 #include "support/byte_io.h"
-#include "testing/fake_clock.h"
 
 namespace talvorn {
 namespace {
 
 std::uint32_t Address(const char* text) { return platform::ParseIpv4(text); }
-
-TEST(DiscoveryRequest, HasItsFieldsWhereTheWireHasThem) {
-  DiscoveryRequest request;
-  request.interfaceCidr = InterfaceCidr(Address("192.168.1.10"), Address("255.255.255.0"));
-  request.timestamp = 0x6AFC6BF0;
-  std::string golden(
-      "\0\0\0\x2BTALVORN\0"
-      "000\0"
-      "192.168.1.10/24",
-      31);
-  golden.resize(39);
-  golden += "\x6A\xFC\x6B\xF0";
-  EXPECT_EQ(AsText(EncodeDiscoveryRequest(request)), golden);
-}
 
 TEST(DiscoveryRequest, PrefixLengthsStopAtTheFirstZeroBit) {
   const std::pair<const char*, int> cases[] = {
@@ -35,11 +21,6 @@ TEST(DiscoveryRequest, PrefixLengthsStopAtTheFirstZeroBit) {
   for (const auto& [mask, length] : cases) EXPECT_EQ(PrefixLength(Address(mask)), length) << mask;
   const std::uint32_t all = 0xFFFFFFFF;
   EXPECT_EQ(InterfaceCidr(all, all).view(), "255.255.255.255/32");
-}
-
-TEST(DiscoveryRequest, TheTimestampCountsLocalSecondsSince1970) {
-  EXPECT_EQ(RequestTimestamp(testing::FakeClock::kStart), 0x6AFC6BF0u);
-  EXPECT_EQ(RequestTimestamp(testing::FakeClock::kStart + 9'999'999), 0x6AFC6BF0u);
 }
 
 TEST(Acceptance, LooksAtLengthAndMagicOnly) {

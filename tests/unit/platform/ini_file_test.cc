@@ -91,21 +91,5 @@ TEST_F(IniFile, ValuesAreFoundAndTrimmedAsTheSystemDoes) {
   EXPECT_EQ(Value(u"a", u"IpAddress", 1), u"");
 }
 
-TEST_F(IniFile, IsReadInTheEncodingItHas) {
-  const std::string utf16 = {'[', 0, '\x16', 1, ']', 0};
-  std::string swapped = utf16;
-  for (std::size_t i = 0; i < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
-  const std::pair<std::string, std::u16string_view> files[] = {
-      {"[\xFC\x80]", u"\u00FC\u20AC"},
-      {"\xEF\xBB\xBF[\xC4\x96]", u"\u0116"},
-      {"\xFF\xFE" + utf16, u"\u0116"},
-      {"\xFE\xFF" + swapped, u"\u0116"},
-  };
-  for (const auto& [bytes, name] : files) {
-    Write(bytes);
-    EXPECT_EQ(Sections(), Names({name}));
-  }
-}
-
 }  // namespace
 }  // namespace talvorn::platform

@@ -149,29 +149,6 @@ class Registry : public ::testing::Test {
   testing::ScratchMachine machine_;
 };
 
-TEST_F(Registry, AnswersQueriesWithTypeSizeAndStatus) {
-  Write("[HKEY_LOCAL_MACHINE\\SOFTWARE\\K]\n\"Number\"=dword:00000006\n\"Path\"=\"/t\xC3\xA4\"\n");
-  const RegistryKey key = RegistryKey::Open(u"Software\\K", RegistryAccess::kRead);
-  std::byte data[8];
-  RegistryResult result = key.Query(u"NUMBER", data);
-  EXPECT_EQ(std::tuple(result.status, result.type, result.size),
-            std::tuple(RegistryStatus::kOk, kRegistryDword, 4u));
-  result = key.Query(u"Path", std::span(data).first(7));
-  EXPECT_EQ(std::tuple(result.status, result.type, result.size),
-            std::tuple(RegistryStatus::kMoreData, kRegistryString, 8u));
-  char text[5];
-  EXPECT_EQ(key.QueryNarrow(u"Path", std::span(text).first(4)).status, RegistryStatus::kMoreData);
-  EXPECT_EQ(key.QueryNarrow(u"Path", text).size, 5u);
-  EXPECT_STREQ(text, "/t\xC3\xA4");
-
-  char16_t name[7];
-  EXPECT_EQ(key.Enumerate(0, name, data).status, RegistryStatus::kOk);
-  EXPECT_EQ(std::u16string_view(name), u"Number");
-  EXPECT_EQ(key.Enumerate(0, std::span(name).first(6), data).status, RegistryStatus::kMoreData);
-  EXPECT_EQ(key.Enumerate(1, name, std::span(data).first(4)).status, RegistryStatus::kMoreData);
-  EXPECT_EQ(key.Enumerate(2, name, data).status, RegistryStatus::kMissing);
-}
-
 TEST_F(Registry, AFileThatCannotBeReadHasNoKeys) {
   EXPECT_EQ(Dword(u"a"), std::nullopt) << "missing";
   Write("[HKEY_LOCAL_MACHINE\\Software\\K]\n" + std::string(4 << 20, '\n'));
