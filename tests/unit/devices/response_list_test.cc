@@ -36,9 +36,9 @@ class ResponseListTest : public ::testing::Test {
   void Add(const DeviceRecord& record, std::uint32_t validityMs = 0) {
     EXPECT_TRUE(list_.Add(&record, validityMs));
   }
-  std::vector<DeviceRecord> Responses(std::uint32_t preferred = 4) {
+  std::vector<DeviceRecord> Responses() {
     const std::byte* snapshot = nullptr;
-    const std::uint32_t count = list_.GetResponses(snapshot, preferred);
+    const std::uint32_t count = list_.GetResponses(snapshot, 4);
     std::vector<DeviceRecord> records;
     for (std::uint32_t i = 0; i < count; ++i)
       records.push_back(DecodeDeviceRecord({snapshot + i * kDeviceRecordSize, kDeviceRecordSize}));
@@ -63,18 +63,6 @@ TEST_F(ResponseListTest, ARecordOfTheSameDeviceAndFamilyIsRefreshedInPlace) {
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].deviceAlias.view(), "new");
   EXPECT_EQ(records[0].deviceIpv4.view(), "10.0.0.9");
-}
-
-TEST_F(ResponseListTest, TheEntryMadeFirstGivesTheRestOfAMergedRecord) {
-  Add(Record("1", kV6, "six"));
-  Add(Record("1", kV4, "four"));
-  ASSERT_EQ(Responses(4).size(), 1u);
-  EXPECT_EQ(Responses(4)[0].deviceAlias.view(), "six");
-  EXPECT_EQ(Responses(4)[0].deviceIpv4.view(), kV4);
-  EXPECT_TRUE(Responses(4)[0].deviceIpv6.empty());
-  EXPECT_TRUE(Responses(6)[0].deviceIpv4.empty());
-  EXPECT_EQ(Responses(6)[0].deviceIpv6.view(), kV6);
-  EXPECT_TRUE(Responses(5)[0].deviceIpv6.empty()) << "only 6 selects IPv6";
 }
 
 TEST_F(ResponseListTest, AnEntryThatExpiresNowSurvivesTheSweep) {

@@ -33,12 +33,5 @@ TEST(ByteWriter, NeverWritesPastTheEnd) {
   EXPECT_EQ(data[4], std::byte{0});
 }
 
-TEST(ByteWriter, CutsATextToItsField) {
-  std::array<std::byte, 4> data;
-  data.fill(std::byte{0xFF});
-  ByteWriter(data).Text("abcdef", data.size());
-  EXPECT_EQ(AsText(data), std::string_view("abc\0", 4));
-}
-
 }  // namespace
 }  // namespace talvorn

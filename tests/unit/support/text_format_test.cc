@@ -28,21 +28,6 @@ TEST(TextFormat, WritesWhatPrintfWrites) {
   EXPECT_EQ(Formatted("%02u:%02u", std::uint8_t{5}, std::uint16_t{59}), "05:59");
 }
 
-TEST(TextFormat, WritesTheWholeTextOrNothing) {
-  std::array<char, 8> buffer;
-  buffer.fill('#');
-  EXPECT_EQ(FormatTextA(std::span(buffer).first(6), "%s", "12345"), 5);
-  EXPECT_STREQ(buffer.data(), "12345");
-  EXPECT_EQ(buffer[6], '#');
-
-  buffer.fill('#');
-  EXPECT_EQ(FormatTextA(std::span(buffer).first(5), "%s", "12345"), -1);
-  EXPECT_EQ(buffer[0], '\0');
-  EXPECT_EQ(buffer[5], '#');
-
-  EXPECT_EQ(FormatTextA(std::span(buffer).first(0), "%s", ""), -1);
-}
-
 TEST(TextFormat, FormatsWideText) {
   std::array<char16_t, 50> buffer{};
   EXPECT_EQ(FormatTextW(buffer, u"%u.%u %s", std::uint8_t{192}, 0u, u"\u00E4"), 7);
