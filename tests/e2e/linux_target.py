@@ -204,29 +204,28 @@ class Locator(harness.Locator):
 
 
 def _event_state(path):
-    """(whether it is set, how often it was told)"""
+    """(whether it is set, a number that is another one after each pulse)"""
     with open(path, "rb") as file:
-        mark, _, state, _, pulses, _ = struct.unpack("<4sIIIQQ", file.read(32))
+        mark, _, state, _, signal_number, _ = struct.unpack("<4sIIIQQ", file.read(32))
     assert mark == b"TLVO"
-    return state != 0, pulses
+    return state != 0, signal_number
 
 
 class WatchedEvent:
     """An event as another program makes it: a file that it holds a lock on."""
 
-    _START = 7
-
     def __init__(self, path):
         self._path = path
         self._file = open(path, "w+b")
-        self._file.write(struct.pack("<4sIIIQQ", b"TLVO", 2, 0, 0, self._START, 0))
+        self._file.write(struct.pack("<4sIIIQQ", b"TLVO", 2, 0, 0, 7, 0))
         self._file.flush()
         lock = struct.pack("hhxxxxqqixxxx", fcntl.F_RDLCK, os.SEEK_SET, 0, 1, 0)
         fcntl.fcntl(self._file, _F_OFD_SETLK, lock)
 
     @property
-    def pulses(self):
-        return _event_state(self._path)[1] - self._START
+    def signal(self):
+        """Another value after each pulse."""
+        return _event_state(self._path)[1]
 
     def close(self):
         self._file.close()

@@ -273,7 +273,8 @@ class WatchedEvent:
         self._id = session.order("watch", name)
 
     @property
-    def pulses(self):
+    def signal(self):
+        """Another value after each pulse that was not missed."""
         return int(self._session.order("pulses", self._id))
 
     def close(self):

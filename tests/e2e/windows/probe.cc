@@ -31,10 +31,9 @@ constexpr DWORD kLargest = 8u << 20;  // of the messages that are read
 
 std::wstring Wide(const std::string& text) {
   std::wstring wide(text.size(), L'\0');
-  wide.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(),
-                                                           static_cast<int>(text.size()),
-                                                           wide.data(),
-                                                           static_cast<int>(wide.size()))));
+  wide.resize(static_cast<std::size_t>(
+      MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
+                          static_cast<int>(wide.size()))));
   return wide;
 }
 
@@ -184,12 +183,11 @@ class Probe {
 
   static std::string Exists(const std::string& kind, const std::string& name) {
     const std::wstring wide = kind == "mailslot" ? MailslotPath(name) : Wide(name);
-    const Handle handle(kind == "mailslot"
-                            ? CreateFileW(wide.c_str(), GENERIC_WRITE,
-                                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                          OPEN_EXISTING, 0, nullptr)
-                        : kind == "event" ? OpenEventW(SYNCHRONIZE, FALSE, wide.c_str())
-                                          : OpenMutexW(SYNCHRONIZE, FALSE, wide.c_str()));
+    const Handle handle(kind == "mailslot" ? CreateFileW(wide.c_str(), GENERIC_WRITE,
+                                                         FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                                         nullptr, OPEN_EXISTING, 0, nullptr)
+                        : kind == "event"  ? OpenEventW(SYNCHRONIZE, FALSE, wide.c_str())
+                                           : OpenMutexW(SYNCHRONIZE, FALSE, wide.c_str()));
     return YesNo(handle.valid());
   }
 
