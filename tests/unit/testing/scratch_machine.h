@@ -26,8 +26,6 @@ class ScratchMachine {
   // of the registry.
   void WriteSettings(std::string_view values) const { WriteKey("Software", "Settings", values); }
   void WriteKey(std::string_view software, std::string_view key, std::string_view values) const;
-  // The values as they stand there now, in such lines, among others.
-  [[nodiscard]] std::string ReadKey(std::string_view software, std::string_view key) const;
 
   // The largest message that a mailslot here is sure to take.
   [[nodiscard]] std::size_t LargestMailslotMessage() const;

@@ -2,8 +2,6 @@
 
 #include <stdlib.h>
 
-#include <sstream>
-
 namespace talvorn::testing {
 
 ScratchMachine::ScratchMachine() {
@@ -28,12 +26,6 @@ void ScratchMachine::WriteKey(std::string_view software, std::string_view key,
   std::ofstream(registry(), std::ios::trunc)
       << "[HKEY_LOCAL_MACHINE\\" << software << "\\Kestrow\\TAL-VORN\\" << key << "]\n"
       << values << '\n';
-}
-
-std::string ScratchMachine::ReadKey(std::string_view /*software*/, std::string_view /*key*/) const {
-  std::stringstream text;
-  text << std::ifstream(registry()).rdbuf();
-  return text.str();
 }
 
 std::size_t ScratchMachine::LargestMailslotMessage() const { return 256 << 20; }

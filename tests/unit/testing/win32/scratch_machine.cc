@@ -1,6 +1,5 @@
 #include "testing/scratch_machine.h"
 
-#include <array>
 #include <cstdlib>
 #include <sstream>
 #include <vector>
@@ -66,28 +65,6 @@ void SetValueOfLine(HKEY key, std::string_view line) {
   }
 }
 
-std::string LineOfValue(std::u16string_view name, DWORD type, const std::vector<char>& data) {
-  std::ostringstream line;
-  line << '"' << platform::WideToUtf8(name) << "\"=";
-  if (type == REG_SZ) {
-    line << '"' << platform::WideToUtf8(reinterpret_cast<const char16_t*>(data.data())) << '"';
-    return line.str();
-  }
-  std::array<char, 12> text{};
-  if (type == REG_DWORD) {
-    std::snprintf(text.data(), text.size(), "%08lx",
-                  *reinterpret_cast<const unsigned long*>(data.data()));
-    line << "dword:" << text.data();
-    return line.str();
-  }
-  line << "hex(" << std::hex << type << "):";
-  for (const char byte : data) {
-    std::snprintf(text.data(), text.size(), "%02x,", static_cast<unsigned char>(byte));
-    line << text.data();
-  }
-  return line.str();
-}
-
 void RemoveKeys() { (void)RegDeleteTreeW(HKEY_LOCAL_MACHINE, kMaker); }
 
 }  // namespace
@@ -118,30 +95,6 @@ void ScratchMachine::WriteKey(std::string_view software, std::string_view key,
   std::istringstream lines{std::string(values)};
   for (std::string line; std::getline(lines, line);) SetValueOfLine(handle, line);
   RegCloseKey(handle);
-}
-
-std::string ScratchMachine::ReadKey(std::string_view software, std::string_view key) const {
-  HKEY handle = nullptr;
-  std::string text;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, ToNative(PathOf(software, key)), 0, KEY_READ, &handle) !=
-      ERROR_SUCCESS) {
-    return text;
-  }
-  std::u16string name(16'384, u'\0');
-  for (DWORD index = 0;; ++index) {
-    auto nameSize = static_cast<DWORD>(name.size());
-    std::vector<char> data(16'384);
-    auto size = static_cast<DWORD>(data.size());
-    DWORD type = 0;
-    if (RegEnumValueW(handle, index, ToNative(name.data()), &nameSize, nullptr, &type,
-                      reinterpret_cast<BYTE*>(data.data()), &size) != ERROR_SUCCESS) {
-      break;
-    }
-    data.resize(size);
-    text += LineOfValue(name.substr(0, nameSize), type, data) + '\n';
-  }
-  RegCloseKey(handle);
-  return text;
 }
 
 // Under Wine a message is a datagram between two sockets, with their limit.
