@@ -60,9 +60,8 @@ int RunHoldCommand(const ToolOptions& options) {
   const platform::Waitable* const interrupt[] = {&platform::InterruptRequest()};
   const ClientPresence presence;
   if (!presence.held()) {
-    Complain(
-        "the mutex that tells the locator of clients cannot be made. May this account write in "
-        "TALVORN_RUNTIME_DIR?");
+    Complain(Trouble{"the mutex that tells the locator of clients cannot be made",
+                     MeetingPlaceQuestion("May this account write in ", "?")});
     return kFailed;
   }
   if (const int status = Print("A locator started with /dynamic stays alive; Ctrl-C lets go.\n");

@@ -2,6 +2,7 @@
 
 #include "command_line/concat.h"
 #include "platform/console.h"
+#include "platform/directories.h"
 #include "tool/commands.h"
 
 namespace talvorn {
@@ -11,11 +12,17 @@ ClientOptions ClientOptionsOf(const ToolOptions& options) {
           .interrupt = &platform::InterruptRequest()};
 }
 
+std::string MeetingPlaceQuestion(std::string_view before, std::string_view after) {
+  const std::string_view variable = platform::MeetingPlaceVariable();
+  return variable.empty() ? std::string() : Concat({before, variable, after});
+}
+
 Trouble TroubleOf(ClientStatus status) {
   switch (status) {
     case ClientStatus::kNoLocator:
       return {"the locator does not answer",
-              "Is talvorn-locator running, and is TALVORN_RUNTIME_DIR the same for both?"};
+              Concat({"Is talvorn-locator running",
+                      MeetingPlaceQuestion(", and is ", " the same for both"), "?"})};
     case ClientStatus::kNoAnswer:
       return {"the locator has not answered in time",
               "Is it stopped or overloaded? --timeout gives it longer."};
@@ -24,7 +31,7 @@ Trouble TroubleOf(ClientStatus status) {
               "Do talvorn and talvorn-locator belong together?"};
     case ClientStatus::kNoMailslot:
       return {"the locator cannot send its reply to this program",
-              "May this account write in TALVORN_RUNTIME_DIR?"};
+              MeetingPlaceQuestion("May this account write in ", "?")};
     case ClientStatus::kBadRequest:
       return {"the locator cannot take this text",
               "It is too long, or has characters outside its code page."};
@@ -40,7 +47,9 @@ void Complain(std::string_view sentence) {
   (void)platform::WriteError(Concat({"talvorn: ", sentence, "\n"}));
 }
 
-void Complain(const Trouble& trouble) { Complain(Concat({trouble.what, ". ", trouble.advice})); }
+void Complain(const Trouble& trouble) {
+  Complain(Concat({trouble.what, trouble.advice.empty() ? "." : ". ", trouble.advice}));
+}
 
 int Print(const std::string& text) {
   if (platform::WriteOutput(text)) return kDone;

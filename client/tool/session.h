@@ -15,12 +15,16 @@ inline constexpr std::uint32_t kDefaultTimeoutMs = 3'000;
 
 [[nodiscard]] ClientOptions ClientOptionsOf(const ToolOptions& options);
 
-// One or two lines that say what to do about `status`, each a sentence.
+// What is wrong, and a sentence that says what to do about it, perhaps empty.
 struct Trouble {
   std::string what;
   std::string advice;
 };
 [[nodiscard]] Trouble TroubleOf(ClientStatus status);
+
+// A question, or a part of one, about the variable that says where clients meet the
+// locator; empty where there is none.
+[[nodiscard]] std::string MeetingPlaceQuestion(std::string_view before, std::string_view after);
 
 // "talvorn: ..." on standard error.
 void Complain(std::string_view sentence);

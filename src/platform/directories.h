@@ -16,4 +16,8 @@ namespace talvorn::platform {
 // that begins with one.
 [[nodiscard]] char PathSeparatorFor(std::string_view path);
 
+// The environment variable that says where clients meet the locator; empty on Windows,
+// where they always do.
+[[nodiscard]] std::string_view MeetingPlaceVariable();
+
 }  // namespace talvorn::platform

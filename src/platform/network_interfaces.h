@@ -21,8 +21,8 @@ struct Ipv4AddressRow {
   std::uint32_t broadcastAddress = 0;
   std::uint32_t reassemblySize = 0;  // of the largest datagram; 0 on Linux
   std::uint16_t type = 0;            // kIpv4AddressPrimary and other flags
-  // Changes when the address or its interface was made anew: group memberships
-  // of the old one are gone then (Linux; always 0 on Windows).
+  // Changes when the address or its interface was made anew: group memberships of the
+  // old one are gone then. Windows tells only of an address that has another interface.
   std::uint32_t incarnation = 0;
 
   bool operator==(const Ipv4AddressRow&) const = default;

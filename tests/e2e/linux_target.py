@@ -6,6 +6,7 @@ import fcntl
 import os
 import pwd
 import select
+import shutil
 import signal
 import socket
 import struct
@@ -100,6 +101,9 @@ class Registry(harness.Registry):
             file.write(self.text() if text is None else text)
         os.rename(self.path + ".new", self.path)
 
+    def take(self, path):
+        shutil.copy(path, self.path)
+
     def read(self):
         with open(self.path, encoding="utf-8") as file:
             return file.read()
@@ -113,8 +117,8 @@ class Registry(harness.Registry):
 class Locator(harness.Locator):
     """talvorn-locator with a runtime directory, settings and a journal of its own."""
 
-    def __init__(self, host, *arguments, directory, settings=(), registry=None, beside=None,
-                 runtime_directory=None, environment=(), **options):
+    def __init__(self, host, *arguments, directory, settings=(), settings_file=None,
+                 registry=None, beside=None, runtime_directory=None, environment=(), **options):
         """In a runtime directory of its own, unless one is given, or that of a locator
         beside it."""
         self.host = host
@@ -127,6 +131,8 @@ class Locator(harness.Locator):
             os.mkdir(self.runtime_directory, 0o755)
         self.registry = registry or Registry(os.path.join(home, "talvorn.reg"),
                                              settings)
+        if settings_file:
+            self.registry.take(settings_file)
         self.event_log = Journal(os.path.join(home, "journal"))
         self.environment = {
             "TALVORN_RUNTIME_DIR": self.runtime_directory,

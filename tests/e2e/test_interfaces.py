@@ -69,7 +69,8 @@ class InterfaceWatch(TestCase):
         self.simulate(self.there, "--interface", "dev0", "--devices", "3")
         locator = self.started()
         wait_until(lambda: len(locator.devices()) == 3, "the devices")
-        for seen in (False, True):
+        # Wine goes on with the number that an interface of this name had at first.
+        for seen in (False, True) if self.target.NAME == "linux" else (True,):
             before = len(self.reports(locator))
             if not seen:  # as if it happened between two looks of the locator
                 locator.signal(signal.SIGSTOP)
@@ -78,8 +79,8 @@ class InterfaceWatch(TestCase):
                 wait_until(lambda: switched_down("192.168.10.1") in
                            self.reports(locator)[before:], "the stop")
                 wait_until(lambda: not locator.devices(), "the devices to expire")
-            self.here.connect(self.switch, "net0", "192.168.10.1/24", "fe80::1/64",
-                              "fd00:10::1/64")
+            self.here.connect(self.switch, "net9" if seen else "net0", "192.168.10.1/24",
+                              "fe80::1/64", "fd00:10::1/64")
             if not seen:
                 locator.signal(signal.SIGCONT)
             heard = len(locator.event_log.texts("CAST RESPONSE"))

@@ -1,10 +1,14 @@
 """What the settings file may look like, and when a change counts."""
 
 import os
+import re
 import threading
 
 import wire
 from harness import INTERFACES_KEY, TestCase, full_set, only_on, wait_until
+
+
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 
 
 class Settings(TestCase):
@@ -44,6 +48,19 @@ class Settings(TestCase):
                 locator = self.start_locator(here, settings={"Log Path": stored})
                 self.assertEqual(self.log_path(locator), expected)
                 locator.stop()
+
+    def test_the_sample_file(self):
+        """It is taken as it is, and has every setting that the README has."""
+        sample = os.path.join(ROOT, "packaging", "settings.reg")
+        locator = self.start_locator(self.network.host("alone"), settings=None,
+                                     settings_file=sample)
+        self.assertEqual(locator.event_log.count("Registry RetrieveValues() failed"), 0)
+        self.assertEqual(self.log_path(locator), self.target.TEMPORARY)
+        with open(sample, encoding="ascii") as file:
+            names = re.findall(r'^;?"(.*?)"=', file.read(), re.MULTILINE)
+        with open(os.path.join(ROOT, "README.md"), encoding="utf-8") as file:
+            table = file.read().partition("| Value |")[2].partition("\n\n")[0]
+        self.assertEqual(sorted(names), sorted(re.findall(r"^\| (\w.*?) \|", table, re.MULTILINE)))
 
     @only_on("linux", "the settings are a file there")
     @full_set

@@ -193,6 +193,9 @@ class Registry(harness.Registry):
             file.write(self.text() if text is None else text)
         self._session.import_settings(self.path)
 
+    def take(self, path):
+        self._session.import_settings(os.path.realpath(path))
+
     def line(self, key, name):
         """A value as an export would show it."""
         kind, _, content = self._session.order(
@@ -206,14 +209,16 @@ class Registry(harness.Registry):
 class Locator(harness.Locator):
     """talvorn-locator.exe in its host's Wine session."""
 
-    def __init__(self, host, *arguments, directory, settings=(), registry=None, beside=None,
-                 environment=(), **options):
+    def __init__(self, host, *arguments, directory, settings=(), settings_file=None,
+                 registry=None, beside=None, environment=(), **options):
         """Whether or not it is to be beside another one: a session shares everything."""
         self.host = host
         self.session = Session.of(host)
         home = tempfile.mkdtemp(prefix="locator-", dir=directory)
         self.registry = registry or Registry(self.session, os.path.join(home, "settings.reg"),
                                              settings)
+        if settings_file:
+            self.registry.take(settings_file)
         self.event_log = WineTrace(self._err_from)
         super().__init__(host, self.session.program("talvorn-locator", traced=True), *arguments,
                          directory=home, environment=environment, **options)

@@ -14,4 +14,6 @@ std::optional<std::string> TemporaryDirectory(std::size_t capacity) {
 
 char PathSeparatorFor(std::string_view path) { return path.starts_with('/') ? '/' : '\\'; }
 
+std::string_view MeetingPlaceVariable() { return "TALVORN_RUNTIME_DIR"; }
+
 }  // namespace talvorn::platform

@@ -17,4 +17,6 @@ std::optional<std::string> TemporaryDirectory(std::size_t capacity) {
 
 char PathSeparatorFor(std::string_view /*path*/) { return '\\'; }
 
+std::string_view MeetingPlaceVariable() { return {}; }
+
 }  // namespace talvorn::platform

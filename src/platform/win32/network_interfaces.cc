@@ -96,7 +96,8 @@ std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable() {
                       .mask = row.dwMask,
                       .broadcastAddress = row.dwBCastAddr,
                       .reassemblySize = row.dwReasmSize,
-                      .type = row.wType});
+                      .type = row.wType,
+                      .incarnation = row.dwIndex});
     }
     return rows;
   } catch (const std::bad_alloc&) {

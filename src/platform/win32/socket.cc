@@ -158,6 +158,13 @@ WaitStatus WaitFor(std::intptr_t handle, Direction direction, WaitLimit limit) {
   return ready == 0 ? WaitStatus::kTimeout : WaitStatus::kSignalled;
 }
 
+ip_mreq Ipv4Membership(const SocketAddress& group, std::uint32_t interfaceAddress) {
+  ip_mreq request{};
+  request.imr_multiaddr = As<sockaddr_in>(group).sin_addr;
+  request.imr_interface.s_addr = interfaceAddress;
+  return request;
+}
+
 }  // namespace
 
 bool StartSocketLibrary() {
@@ -241,20 +248,20 @@ bool Socket::Bind(const SocketAddress& local) {
 bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
   if (group.family() != family_) return false;
   switch (group.size) {
-    case sizeof(sockaddr_in): {
-      ip_mreq request{};
-      request.imr_multiaddr = As<sockaddr_in>(group).sin_addr;
-      request.imr_interface.s_addr = interfaceValue;
-      if (!SetOption(handle_, IPPROTO_IP, IP_ADD_MEMBERSHIP, request)) return false;
+    case sizeof(sockaddr_in):
+      if (!SetOption(handle_, IPPROTO_IP, IP_ADD_MEMBERSHIP,
+                     Ipv4Membership(group, interfaceValue))) {
+        return false;
+      }
       memberInterfaceIndex_ = InterfaceOfIpv4Address(interfaceValue);
       break;
-    }
-    case sizeof(sockaddr_in6): {
-      const ipv6_mreq request = Ipv6Membership(group, interfaceValue);
-      if (!SetOption(handle_, IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP, request)) return false;
+    case sizeof(sockaddr_in6):
+      if (!SetOption(handle_, IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP,
+                     Ipv6Membership(group, interfaceValue))) {
+        return false;
+      }
       memberInterfaceIndex_ = interfaceValue;
       break;
-    }
     default:
       return false;
   }
@@ -263,8 +270,18 @@ bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue)
   return true;
 }
 
-// Memberships stay with an interface that goes and comes back.
-bool Socket::RejoinGroup() { return group_.size != 0; }
+bool Socket::RejoinGroup() {
+  if (group_.size == 0) return false;
+  // Where the membership went with its interface there is nothing to leave.
+  if (family_ == AddressFamily::kIpv6) {
+    (void)SetOption(handle_, IPPROTO_IPV6, IPV6_DROP_MEMBERSHIP,
+                    Ipv6Membership(group_, interfaceValue_));
+  } else {
+    (void)SetOption(handle_, IPPROTO_IP, IP_DROP_MEMBERSHIP,
+                    Ipv4Membership(group_, interfaceValue_));
+  }
+  return JoinGroup(SocketAddress(group_), interfaceValue_);
+}
 
 std::optional<std::size_t> Socket::SendTo(std::span<const std::byte> data,
                                           const SocketAddress& destination) {
