@@ -26,6 +26,7 @@ from typing import NamedTuple
 import wire
 from network import Network
 
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")  # of the project
 LIMIT = 60.0  # seconds that any condition may take on a slow, busy machine
 
 SETTINGS_KEY = r"HKEY_LOCAL_MACHINE\Software\Kestrow\TAL-VORN\Settings"
@@ -46,8 +47,7 @@ _SANITIZER_SETTINGS = {
     "ASAN_OPTIONS": "exitcode=86:detect_leaks=1:detect_stack_use_after_return=1",
     "UBSAN_OPTIONS": "halt_on_error=1:print_stacktrace=1",
     "TSAN_OPTIONS": "exitcode=66:halt_on_error=1:second_deadlock_stack=1:suppressions="
-                    + os.path.join(os.path.dirname(os.path.abspath(__file__)),
-                                   "../tsan_suppressions.txt"),
+                    + os.path.join(ROOT, "tests", "tsan_suppressions.txt"),
 }
 
 

@@ -117,3 +117,6 @@ class LogMode(TestCase):
         for arguments in (("/var/log/Küche",), ()):
             tool = self.tool(locator, "log", "path", *arguments)
             self.assertEqual((tool.wait(), tool.out), (0, shown), tool.err)
+        tool = self.tool(locator, "log", "path", "--reset")
+        temporary = self.target.TEMPORARY.decode()[:-1]
+        self.assertEqual((tool.wait(), tool.out), (0, temporary + "\n"), tool.err)

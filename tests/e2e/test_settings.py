@@ -5,10 +5,7 @@ import re
 import threading
 
 import wire
-from harness import INTERFACES_KEY, TestCase, full_set, only_on, wait_until
-
-
-ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+from harness import INTERFACES_KEY, ROOT, TestCase, full_set, only_on, wait_until
 
 
 class Settings(TestCase):

@@ -60,7 +60,7 @@ class Session:
         with host:
             self._probe = subprocess.Popen(
                 self.program("talvorn-probe").command, stdin=subprocess.PIPE,
-                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, encoding="utf-8")
         self._lock = threading.Lock()
 
     @staticmethod
@@ -92,14 +92,18 @@ class Session:
             raise OSError(f"{' '.join(map(str, words))[:100]}: {answer or 'the probe has ended'}")
         return rest if kind == "ok" else answer
 
-    def import_settings(self, path):
-        self._wine("--in", self._prefix, "regedit", "/S", "Z:" + path.replace("/", "\\"))
+    def import_file(self, path):
+        self._wine("--in", self._prefix, "regedit", "/S", windows_path(path))
 
     def close(self):
         self._probe.stdin.close()
         self._probe.stdout.close()
         self._wine("--drop", self._prefix)
         self._probe.wait()
+
+
+def windows_path(path):
+    return "Z:" + os.path.realpath(path).replace("/", "\\")
 
 
 class WineTrace(harness.EventLog):
@@ -191,15 +195,15 @@ class Registry(harness.Registry):
         # As an exported key is encoded.
         with open(self.path, "w", encoding="utf-16") as file:
             file.write(self.text() if text is None else text)
-        self._session.import_settings(self.path)
+        self._session.import_file(self.path)
 
     def take(self, path):
-        self._session.import_settings(os.path.realpath(path))
+        self._session.import_file(path)
 
     def line(self, key, name):
         """A value as an export would show it."""
         kind, _, content = self._session.order(
-            "value", key.removeprefix("HKEY_LOCAL_MACHINE\\"), name).partition(" ")
+            "value", key.removeprefix("HKEY_LOCAL_MACHINE\\") + "|" + name).partition(" ")
         content = bytes.fromhex(content)
         if kind == "4" and len(content) == 4:
             return self.value_line(name, int.from_bytes(content, "little"))

@@ -9,7 +9,9 @@
 //   pulses ID                  how often it was told    ok COUNT
 //   exists mailslot|event|mutex NAME                    yes, or no
 //   set EVENT                  whether it is set        yes, or no
-//   value KEY NAME             of the local machine     TYPE HEX
+//   value KEY|NAME             of the local machine     TYPE HEX
+//   message FILE|TEXT          its message 1000 of that text, as a viewer shows it
+//                                                       TEXT
 //   close ID
 //
 // "error NUMBER" says why an order failed.
@@ -35,6 +37,14 @@ std::wstring Wide(const std::string& text) {
       MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
                           static_cast<int>(wide.size()))));
   return wide;
+}
+
+std::string Narrow(const std::wstring& wide) {
+  std::string text(3 * wide.size(), '\0');
+  text.resize(static_cast<std::size_t>(
+      WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), text.data(),
+                          static_cast<int>(text.size()), nullptr, nullptr)));
+  return text;
 }
 
 std::string Hex(const Bytes& bytes) {
@@ -135,17 +145,17 @@ class Probe {
  public:
   std::string Obey(const std::string& line) {
     std::istringstream words(line);
-    std::string order, first;
-    words >> order >> first;
-    std::string rest;
-    std::getline(words >> std::ws, rest);
-    if (order == "mailslot") return Keep<Mailslot>(Named(first, rest));
-    if (order == "watch") return Keep<WatchedEvent>(Named(first, rest));
-    if (order == "write") return Write(first, rest);
-    if (order == "exists") return Exists(first, rest);
-    if (order == "set") return IsSet(first);
-    if (order == "value") return Value(first, rest);
-    const auto found = things_.find(std::atoi(first.c_str()));
+    std::string order, all;
+    words >> order;
+    std::getline(words >> std::ws, all);
+    if (order == "mailslot") return Keep<Mailslot>(all);
+    if (order == "watch") return Keep<WatchedEvent>(all);
+    if (order == "set") return IsSet(all);
+    if (order == "value") return With(all, '|', Value);
+    if (order == "message") return With(all, '|', Message);
+    if (order == "write") return With(all, ' ', Write);
+    if (order == "exists") return With(all, ' ', Exists);
+    const auto found = things_.find(std::atoi(all.c_str()));
     if (found == things_.end()) return "error 6";
     if (order == "read") return found->second->Read();
     if (order == "pulses") return found->second->Pulses();
@@ -154,9 +164,11 @@ class Probe {
   }
 
  private:
-  // A name may hold blanks.
-  static std::string Named(const std::string& first, const std::string& rest) {
-    return rest.empty() ? first : first + " " + rest;
+  static std::string With(const std::string& text, char separator,
+                          std::string (*call)(const std::string&, const std::string&)) {
+    const std::size_t at = text.find(separator);
+    if (at == std::string::npos) return "error 87";
+    return call(text.substr(0, at), text.substr(at + 1));
   }
 
   template <typename Kind>
@@ -206,6 +218,20 @@ class Probe {
     if (status != ERROR_SUCCESS) return "error " + std::to_string(status);
     data.resize(size);
     return std::to_string(type) + " " + Hex(data);
+  }
+
+  static std::string Message(const std::string& file, const std::string& text) {
+    const HMODULE module = LoadLibraryExW(Wide(file).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    if (module == nullptr) return Failure();
+    wchar_t shown[1000];
+    const std::wstring wide = Wide(text);
+    const DWORD_PTR insertions[] = {reinterpret_cast<DWORD_PTR>(wide.c_str())};
+    const DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, module, 1000, 0,
+                       shown, 1000, reinterpret_cast<va_list*>(const_cast<DWORD_PTR*>(insertions)));
+    const std::string result = length == 0 ? Failure() : Narrow({shown, length});
+    FreeLibrary(module);
+    return result.substr(0, result.find('\r'));
   }
 
   std::map<int, std::unique_ptr<Thing>> things_;

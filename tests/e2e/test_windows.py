@@ -1,10 +1,13 @@
-"""The locator for Windows and the one for Linux on one network."""
+"""The locator for Windows: beside the one for Linux on one network, and what its
+executable holds."""
 
+import os
 import time
 
 import linux_target
 import wire
-from harness import TestCase, only_on, wait_until
+from harness import ROOT, Registry, TestCase, only_on, wait_until
+from windows_target import Session, Settings, windows_path
 
 IPV4 = {"IPv6 Active": 0}
 
@@ -69,3 +72,23 @@ class BothBuilds(TestCase):
             with locator.client() as client:
                 replies.append((client.exchange("GETINFO"), sorted(client.items())))
         self.assertEqual(replies[0], replies[1])
+
+
+@only_on("windows", "Windows looks for it")
+class EventSources(TestCase):
+    """What the event viewer needs: the sources' keys, and the text of their message."""
+
+    KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services\EventLog\Application"
+
+    def test_they_can_be_imported_and_have_their_message(self):
+        session = Session.of(self.network.host("alone"))
+        registry = self.target.Registry(session, os.path.join(self.directory, "unused"), None)
+        registry.take(os.path.join(ROOT, "packaging", "event-sources.reg"))
+        for source in ("TALVORN", "CAST REQUEST", "CAST RECEIVE", "CAST RESPONSE"):
+            self.assertEqual(registry.line(f"{self.KEY}\\{source}", "TypesSupported"),
+                             Registry.value_line("TypesSupported", 7))
+            self.assertIn("talvorn-locator.exe",
+                          registry.line(f"{self.KEY}\\{source}", "EventMessageFile"))
+        locator = windows_path(os.path.join(Settings.binaries, "talvorn-locator.exe"))
+        self.assertEqual(session.order("message", locator + "|Any text, 100 % Küche"),
+                         "Any text, 100 % Küche")
