@@ -13,6 +13,7 @@ import functools
 import os
 import re
 import select
+import shutil
 import signal
 import socket
 import struct
@@ -124,12 +125,16 @@ class Process:
     def __init__(self, host, program, *arguments, directory, environment=(), stdout=None,
                  stderr=None, user=None):
         self.name = program.name
+        command = list(program.command)
+        if user is not None:  # who may not enter the folder of the programs
+            command[0] = shutil.copy(command[0], tempfile.mkdtemp(dir=directory))
+            os.chmod(os.path.dirname(command[0]), 0o755)
         base = tempfile.mktemp(prefix=program.name + "-", dir=directory)
         self._out_path, self._err_path = base + ".out", base + ".err"
         whole = {**os.environ, **_SANITIZER_SETTINGS, **program.environment, **dict(environment)}
         with host, open(self._err_path, "wb") as err, open(self._out_path, "wb") as out:
             self._popen = subprocess.Popen(
-                [*program.command, *arguments], env=whole, stdin=subprocess.DEVNULL,
+                [*command, *arguments], env=whole, stdin=subprocess.DEVNULL,
                 stdout=stdout or out, stderr=stderr or err, user=user)
         self.pid = self._popen.pid
 
