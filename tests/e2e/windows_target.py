@@ -31,8 +31,8 @@ _LARGEST_MESSAGE = 8 << 20  # that a client's mailslot takes
 # What Wine traces of a locator: reports with their sources, files that it opens, and
 # the debugger's output.
 _TRACED = "-all,+eventlog,+relay"
-_RELAYED = ("advapi32.RegisterEventSourceW;advapi32.DeregisterEventSource;advapi32.ReportEventW;"
-            "kernel32.CreateFileW;kernel32.OutputDebugStringA;kernel32.OutputDebugStringW")
+_RELAYED = ("advapi32.RegisterEventSourceW;advapi32.ReportEventW;kernel32.CreateFileW;"
+            "kernel32.OutputDebugStringA;kernel32.OutputDebugStringW")
 _KINDS = {1: "error", 2: "warning", 4: "information"}
 # Sources that one thread has open at once: Wine gives all of them the same handle.
 _SOURCE_OF = {"Multicast request sent": "CAST REQUEST",
@@ -118,8 +118,8 @@ class WineTrace(harness.EventLog):
         r'Call KERNEL32\.OutputDebugString[AW]\([0-9a-f]+ L?"((?:[^"\\]|\\.)*)"(\.\.\.)?')
     _OPEN = re.compile(r'Call KERNEL32\.CreateFileW\([0-9a-f]+ L"((?:[^"\\]|\\.)*)"')
 
-    def __init__(self, read):
-        self._read = read  # everything from an offset on
+    def __init__(self, path):
+        self._path = path
         self._offset = 0
         self._entries, self._output, self._opened = [], [], []
         self._sources = {}  # of each thread, in the order in which it opened them
@@ -128,7 +128,9 @@ class WineTrace(harness.EventLog):
 
     def _take(self):
         with self._lock:
-            text = self._read(self._offset)
+            with open(self._path, "rb") as file:
+                file.seek(self._offset)
+                text = file.read()
             text = text[:text.rfind(b"\n") + 1]
             self._offset += len(text)
             for line in text.decode("latin-1").splitlines():
@@ -223,16 +225,9 @@ class Locator(harness.Locator):
                                              settings)
         if settings_file:
             self.registry.take(settings_file)
-        self.event_log = WineTrace(self._err_from)
         super().__init__(host, self.session.program("talvorn-locator", traced=True), *arguments,
                          directory=home, environment=environment, **options)
-
-    def _err_from(self, offset):
-        if not hasattr(self, "_err_path"):
-            return b""
-        with open(self._err_path, "rb") as file:
-            file.seek(offset)
-            return file.read()
+        self.event_log = WineTrace(self._err_path)
 
     @property
     def debug_output(self):
