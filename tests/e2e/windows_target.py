@@ -25,8 +25,7 @@ AFTER_A_SLASH = b"\\"
 CODE_PAGE = "cp1252"
 ACCOUNT = "given"  # Wine does not show which
 
-_WINE = os.path.join(os.path.dirname(os.path.abspath(__file__)),
-                     "../../cmake/run_under_wine.sh")
+_WINE = os.path.join(harness.ROOT, "cmake", "run_under_wine.sh")
 _LARGEST_MESSAGE = 8 << 20  # that a client's mailslot takes
 # What Wine traces of a locator: reports with their sources, files that it opens, and
 # the debugger's output.
