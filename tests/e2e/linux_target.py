@@ -18,7 +18,6 @@ from harness import LIMIT, Entry, Program
 
 NAME = "linux"
 FAMILIES = (4, 6)
-TEMPORARY = (os.environ.get("TMPDIR") or "/tmp").rstrip("/").encode() + b"/\0"
 CODE_PAGE = "utf-8"
 ACCOUNT = pwd.getpwuid(os.getuid()).pw_name
 AFTER_A_SLASH = b"/"  # what ends a log path that begins with one
@@ -145,6 +144,11 @@ class Locator(harness.Locator):
     @property
     def debug_output(self):
         return self.err
+
+    @property
+    def temporary(self):
+        """The directory for temporary files, as the locator names it."""
+        return (os.environ.get("TMPDIR") or "/tmp").rstrip("/") + "/"
 
     def takes_messages(self):
         """Whether a living process has its mailslot."""

@@ -169,8 +169,9 @@ _outside = _Outside()
 
 @contextlib.contextmanager
 def larger_sockets(size):
-    """Unix sockets that are made meanwhile hold that many bytes. The limit is the whole
-    machine's and put back at the end; where it can't be changed, it stays."""
+    """Unix sockets that are made meanwhile hold that many bytes, if True is yielded. The
+    limit is the whole machine's and put back at the end; not everybody may change it."""
+    larger = False
     with contextlib.ExitStack() as stack:
         with contextlib.suppress(OSError):
             with _outside:
@@ -185,7 +186,8 @@ def larger_sockets(size):
                 file.flush()
             put(str(size))
             stack.callback(put, before)
-        yield
+            larger = True
+        yield larger
 
 
 class Host:

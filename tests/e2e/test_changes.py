@@ -99,6 +99,8 @@ class LogMode(TestCase):
 
     def test_event_and_mutex(self):
         locator = self.start_locator(self.network.host("alone"))
+        with locator.client() as client:
+            self.assertTrue(client.is_served())
         self.assertEqual(self.state(locator), (False, False))
         for command, on in (("STARTLOG", True), ("STARTLOG", True), ("STOPLOG", False),
                             ("STOPLOG", False), ("STARTLOGxyz", True), ("StopLog", False)):
@@ -118,5 +120,4 @@ class LogMode(TestCase):
             tool = self.tool(locator, "log", "path", *arguments)
             self.assertEqual((tool.wait(), tool.out), (0, shown), tool.err)
         tool = self.tool(locator, "log", "path", "--reset")
-        temporary = self.target.TEMPORARY.decode()[:-1]
-        self.assertEqual((tool.wait(), tool.out), (0, temporary + "\n"), tool.err)
+        self.assertEqual((tool.wait(), tool.out), (0, locator.temporary + "\n"), tool.err)

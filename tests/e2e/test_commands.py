@@ -22,6 +22,7 @@ class Commands(TestCase):
     def test_replies_byte_by_byte(self):
         unknown = b"UNKNOWN COMMAND: "
         path = "D:\\Logs\\"
+        temporary = self.locator.temporary.encode() + b"\0"
         cases = [
             ("GETVERSION", (2, 8, b"1.0.0.0\0")), ("getVersion", (2, 8, b"1.0.0.0\0")),
             ("GETVERSION ", (0, 29, unknown + b"GETVERSION \0")),
@@ -36,7 +37,7 @@ class Commands(TestCase):
             ("setlogpath;", None), ("GETLOGPATH", (5, 2, b"\\\0")),
             ("SETLOGPATH;a;b", None), ("GETLOGPATH", (5, 5, b"a;b\\\0")),
             ("SETLOGPATH", None),
-            ("GETLOGPATH", (5, len(self.target.TEMPORARY), self.target.TEMPORARY)),
+            ("GETLOGPATH", (5, len(temporary), temporary)),
             ("STARTLOG", None), ("STARTLOGGING", None), ("STOPLOGGING", None),
             ("%s%n %x", (0, 25, unknown + b"%s%n %x\0")),
             ("\x80\xff", (0, 20, unknown + "\x80".encode("latin-1") + b"\xff\0")),

@@ -1,5 +1,6 @@
 """Many interfaces, many devices."""
 
+import contextlib
 import json
 
 import network
@@ -53,8 +54,18 @@ class Storm(TestCase):
             self.assertTrue(serials == [f"{n:07}" for n in range(1, DEVICES + 1)])
             self.assertLess(min(scale.reply_times(client, 10)), 0.020)
 
+    @contextlib.contextmanager
+    def mailslots_for(self, size):
+        """Under Wine a mailslot takes no larger message than a Unix socket holds."""
+        with network.larger_sockets(size) as larger:
+            if not larger and self.target.NAME == "windows":
+                self.skipTest("this account may not let Unix sockets hold more")
+            yield
+
     def test_a_thousand_devices(self):
         """A reply that is far larger than a datagram, to a raw client and to the tool."""
+        with self.mailslots_for(LARGEST_REPLY):
+            pass
         here, there = self.simple_network()
         serials = [f"{n:07}" for n in range(1, 1001)]
         locator = self.start_locator(here, settings={"DebugView": 0,
@@ -70,7 +81,7 @@ class Storm(TestCase):
             kind, count, payload = client.exchange("GETINFO")
         self.assertEqual((kind, count, len(payload)), (3, 1000, 1000 * wire.RECORD_SIZE))
         self.assertEqual([one["serial"] for one in wire.parse_records(payload)], serials)
-        with network.larger_sockets(LARGEST_REPLY):  # the limit of a mailslot under Wine
+        with self.mailslots_for(LARGEST_REPLY):
             tool = self.tool(locator, "devices", "--json")
             self.assertEqual(tool.wait(), 0, tool.err)
         self.assertEqual([one["serial"] for one in json.loads(tool.out)["devices"]], serials)

@@ -20,7 +20,6 @@ from harness import LIMIT, Entry, Program
 
 NAME = "windows"
 FAMILIES = (4,)
-TEMPORARY = rb"C:\users\root\Temp" + b"\\\0"
 AFTER_A_SLASH = b"\\"
 CODE_PAGE = "cp1252"
 ACCOUNT = "given"  # Wine does not show which
@@ -227,6 +226,11 @@ class Locator(harness.Locator):
         super().__init__(host, self.session.program("talvorn-locator", traced=True), *arguments,
                          directory=home, environment=environment, **options)
         self.event_log = WineTrace(self._err_path)
+
+    @property
+    def temporary(self):
+        """The directory for temporary files, as the locator names it."""
+        return self.session.order("temporary")
 
     @property
     def debug_output(self):

@@ -10,6 +10,7 @@
 //   exists mailslot|event|mutex NAME                    yes, or no
 //   set EVENT                  whether it is set        yes, or no
 //   value KEY|NAME             of the local machine     TYPE HEX
+//   temporary                  the directory of its files   PATH
 //   message FILE|TEXT          its message 1000 of that text, as a viewer shows it
 //                                                       TEXT
 //   close ID
@@ -150,6 +151,7 @@ class Probe {
     std::getline(words >> std::ws, all);
     if (order == "mailslot") return Keep<Mailslot>(all);
     if (order == "watch") return Keep<WatchedEvent>(all);
+    if (order == "temporary") return Temporary();
     if (order == "set") return IsSet(all);
     if (order == "value") return With(all, '|', Value);
     if (order == "message") return With(all, '|', Message);
@@ -218,6 +220,12 @@ class Probe {
     if (status != ERROR_SUCCESS) return "error " + std::to_string(status);
     data.resize(size);
     return std::to_string(type) + " " + Hex(data);
+  }
+
+  static std::string Temporary() {
+    wchar_t path[MAX_PATH + 1];
+    const DWORD length = GetTempPathW(MAX_PATH + 1, path);
+    return length == 0 ? Failure() : Narrow({path, length});
   }
 
   static std::string Message(const std::string& file, const std::string& text) {
