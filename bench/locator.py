@@ -1,24 +1,66 @@
 #!/usr/bin/env python3
-"""Prints what a cycle of 500 static devices costs, a third of them black-holed:
-static_devices.py DIRECTORY-OF-BINARIES"""
+"""Prints what a locator costs: idle, in a storm of answers, and with 500 static devices
+of which a third are black-holed: locator.py DIRECTORY-OF-BINARIES"""
 
 import os
 import sys
 import tempfile
+import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "e2e"))
 
 import harness
 import network
+import scale
 import static_network
+import test_scale
 from harness import Process, native, wait_until
 from linux_target import Locator
 
+IDLE_INTERFACES = 8
+IDLE_SECONDS = 20
 LISTED = 500
 BLACK_HOLED = LISTED // 3
 HEALTHY = LISTED - BLACK_HOLED
 CYCLES = 3
 GAP_MS = 5000
+
+
+def idle(directory):
+    net = network.Network()
+    here = net.host("here")
+    scale.connect_many(here, net, IDLE_INTERFACES)
+    locator = Locator(here, directory=directory, settings={
+        "DebugView": 0, "Time Request": 5000, "Time Master": 60000, "Time Response Valid": 10000,
+        "Time Network Changes": 1000})
+    wait_until(lambda: len(locator.event_log.texts("CAST REQUEST")) >= 6 * IDLE_INTERFACES)
+    wake_ups, load = scale.idle_cost(locator, IDLE_SECONDS)
+    print(f"idle, {IDLE_INTERFACES} dual-stack interfaces, "
+          f"{len(locator.task_values('stat'))} threads: {wake_ups:.1f} wake-ups a second, {100 * load:.3f} % of a core", flush=True)
+    locator.stop()
+    net.close()
+
+
+def storm(directory):
+    net = network.Network()
+    switch = net.switch()
+    here, there = net.host("here"), net.host("there")
+    here.connect(switch, "net0", "192.168.10.1/24")
+    there.connect(switch, "dev0", "192.168.10.20/24")
+    simulator = Process(there, native("talvorn-sim"), "--interface", "dev0", "--ipv4", "--devices",
+                        str(test_scale.DEVICES), directory=directory)
+    time.sleep(1)
+    locator = Locator(here, directory=directory, settings=test_scale.Storm.SETTINGS)
+    locator.wait_ready()
+    with locator.client() as client:
+        wait_until(lambda: len(client.devices()) == test_scale.DEVICES)
+        times = sorted(scale.reply_times(client, 50))
+    print(f"{test_scale.DEVICES} devices answered one request; the reply with all of them took "
+          f"{1000 * times[len(times) // 2]:.1f} ms (median of {len(times)}, the client's part "
+          "in Python included)", flush=True)
+    simulator.discard()
+    locator.stop()
+    net.close()
 
 
 def cpu_seconds(process):
@@ -35,7 +77,7 @@ def mixed():
     return [next(black_holed if number % 3 == 2 else healthy) for number in range(LISTED)]
 
 
-def measure(directory):
+def static_devices(directory):
     net = static_network.RoutedNetwork(network.Network())
     net.add_devices(static_network.addresses(HEALTHY))
     simulator = Process(net.there, native("talvorn-sim"), "--interface", "dev0", "--devices",
@@ -88,7 +130,11 @@ def main():
     except network.NotAllowed as reason:
         print(f"Not measured: {reason}", file=sys.stderr)
         return 1
-    return 0 if measure(tempfile.mkdtemp(dir="/run")) else 1
+    network.let_sockets_queue(4096)
+    directory = tempfile.mkdtemp(dir="/run")
+    idle(directory)
+    storm(directory)
+    return 0 if static_devices(directory) else 1
 
 
 if __name__ == "__main__":
