@@ -47,8 +47,7 @@ _SANITIZER_REPORT = re.compile(
 _SANITIZER_SETTINGS = {
     "ASAN_OPTIONS": "exitcode=86:detect_leaks=1:detect_stack_use_after_return=1",
     "UBSAN_OPTIONS": "halt_on_error=1:print_stacktrace=1",
-    "TSAN_OPTIONS": "exitcode=66:halt_on_error=1:second_deadlock_stack=1:suppressions="
-                    + os.path.join(ROOT, "tests", "tsan_suppressions.txt"),
+    "TSAN_OPTIONS": "exitcode=66:halt_on_error=1:second_deadlock_stack=1",
 }
 
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <mutex>
 
 #include "platform/posix/descriptor.h"
 #include "platform/posix/wait.h"
@@ -49,6 +50,9 @@ std::int32_t ZoneOffsetSeconds(std::int64_t unixSeconds) {
   if (static_cast<std::uint32_t>(known >> 32) == quarter) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(known));
   }
+  // Nobody promises that several threads may read the zone at once.
+  static std::mutex zoneLock;
+  const std::lock_guard guard(zoneLock);
   tzset();  // unlike localtime_r, reads a zone file that has changed
   const time_t time = unixSeconds;
   tm local{};
