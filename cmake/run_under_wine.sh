@@ -43,10 +43,29 @@ copy() {
   done
 }
 
+# Debian's Wine keeps the sockets of a prefix's server elsewhere, and leaves them there: in
+# the folder that the prefix names, which its copies share.
+folder_of_sockets() {
+  local name
+  name=$(cat -- "$1/wineserver" 2>/dev/null) || return 0
+  [[ $name != wine-?????? ]] || echo "/tmp/$name"
+}
+
 drop() {
   WINEPREFIX=$1 "$server" -k 2>/dev/null || true
   WINEPREFIX=$1 "$server" -w 2>/dev/null || true
+  local sockets
+  sockets=$(folder_of_sockets "$1")
+  [[ -z $sockets ]] ||
+    rm -rf -- "$sockets/server-$(stat -c %D -- "$1")-$(printf %x "$(stat -c %i -- "$1")")"
   rm -rf -- "$1"
+}
+
+end() {
+  local sockets
+  sockets=$(folder_of_sockets "$WINEPREFIX")
+  drop "$WINEPREFIX"
+  rm -rf -- "$WINEPREFIX".copy-* ${sockets:+"$sockets"}
 }
 
 case ${1:-} in
@@ -57,21 +76,20 @@ case ${1:-} in
     exec "$wine" "${@:3}"
     ;;
   --drop) drop "$2" ;;
-  --end)
-    drop "$WINEPREFIX"
-    rm -rf -- "$WINEPREFIX".copy-*
-    ;;
+  --end) end ;;
   *)
+    trap 'exit 143' TERM INT HUP
     if [[ -z ${WINEPREFIX:-} ]]; then
-      own=$(mktemp -d "${TMPDIR:-/tmp}/talvorn-wine-XXXXXX")
-      export WINEPREFIX=$own
+      WINEPREFIX=$(mktemp -d "${TMPDIR:-/tmp}/talvorn-wine-XXXXXX")
+      export WINEPREFIX
+      trap end EXIT
       prepare
+      "$wine" "$@"
     else
       own=$(mktemp -d "$WINEPREFIX.copy-XXXXXX")
+      trap 'drop "$own"' EXIT
       copy "$own"
+      WINEPREFIX=$own "$wine" "$@"
     fi
-    trap 'drop "$own"' EXIT
-    trap 'exit 143' TERM INT HUP
-    WINEPREFIX=$own "$wine" "$@"
     ;;
 esac
