@@ -43,15 +43,6 @@ class ItemListTest : public ::testing::Test {
   CItemList list_{clock_};
 };
 
-TEST_F(ItemListTest, KeepsOneItemPerDeviceAndContentNewestFirst) {
-  Add(1, MakeItem(80, 7));
-  Add(1, MakeItem(80, 7));
-  Add(2, MakeItem(80, 7));
-  Add(1, MakeItem(40, 8));
-  EXPECT_EQ(list_.count(), 3u);
-  EXPECT_EQ(Entries(), (Expected{{1, 8}, {2, 7}, {1, 7}}));
-}
-
 TEST_F(ItemListTest, AnItemThatExpiresNowSurvivesTheSweep) {
   Add(1, MakeItem(80, 1));
   clock_.Advance(5'000);
