@@ -33,14 +33,12 @@ std::string Terminated(std::u16string_view text) { return Wide(std::u16string(te
 
 class SettingsRegistry : public ::testing::Test {
  protected:
-  SettingsRegistry() { machine_.WriteSettings(""); }
-
   // Stores exactly these bytes as the value, and looks whether they stand there.
   static void Store(std::u16string_view valueName, const Stored& value) {
     const std::u16string name(valueName);
     HKEY key = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, ToNative(std::u16string(kSettingsKey)), 0,
-                            KEY_ALL_ACCESS, &key),
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, ToNative(std::u16string(kSettingsKey)), 0,
+                              nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
               ERROR_SUCCESS);
     // The call takes in a terminator that happens to stand behind a text.
     const std::string data = value.data + "\xFF\xFF";

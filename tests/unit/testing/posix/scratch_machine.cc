@@ -21,13 +21,4 @@ ScratchMachine::~ScratchMachine() {
 
 std::filesystem::path ScratchMachine::registry() const { return root_ / "talvorn.reg"; }
 
-void ScratchMachine::WriteKey(std::string_view software, std::string_view key,
-                              std::string_view values) const {
-  std::ofstream(registry(), std::ios::trunc)
-      << "[HKEY_LOCAL_MACHINE\\" << software << "\\Kestrow\\TAL-VORN\\" << key << "]\n"
-      << values << '\n';
-}
-
-std::size_t ScratchMachine::LargestMailslotMessage() const { return 256 << 20; }
-
 }  // namespace talvorn::testing

@@ -9,29 +9,13 @@
 namespace talvorn {
 namespace {
 
-class SettingsTest : public ::testing::Test {
- protected:
-  std::u16string PathOf(std::string_view line) {
-    machine_.WriteSettings(line);
-    RegistryValues values;
-    values.staticDevicesIniFile = {u'o', u'l', u'd'};
-    EXPECT_TRUE(RetrieveValues(values));
-    return values.staticDevicesIniFile.data();
-  }
-
-  testing::ScratchMachine machine_;
-};
-
-TEST_F(SettingsTest, WithoutTheKeyTheRecordIsLeftAlone) {
-  RegistryValues values;
-  values.timeRequest = 1;
-  EXPECT_FALSE(RetrieveValues(values));
-  EXPECT_EQ(values.timeRequest, 1u);
-  EXPECT_EQ(ReadDebugView(), 0u);
-  EXPECT_STREQ(ReadLogPath().data(), "");
-}
-
-TEST_F(SettingsTest, ReadsEachNumberUnderItsNameOrItsDefault) {
+TEST(Settings, ReadsEachNumberUnderItsNameOrItsDefault) {
+  const testing::ScratchMachine machine;
+  const auto write = [&](const std::string& lines) {
+    std::ofstream(machine.registry(), std::ios::trunc)
+        << "[HKEY_LOCAL_MACHINE\\Software\\Kestrow\\TAL-VORN\\Settings]\n"
+        << lines << '\n';
+  };
   const struct {
     std::string name;
     std::uint32_t RegistryValues::*value;
@@ -52,7 +36,7 @@ TEST_F(SettingsTest, ReadsEachNumberUnderItsNameOrItsDefault) {
     // None, one of another type, one of another size: all of them count as missing.
     for (const std::string stored :
          {"=dword:00000077", "", "=\"7000\"", "=hex(4):01,02", "=hex(b):01,00,00,00,00,00,00,00"}) {
-      machine_.WriteSettings(stored.empty() ? "" : "\"" + number.name + "\"" + stored);
+      write(stored.empty() ? "" : "\"" + number.name + "\"" + stored);
       RegistryValues values;
       values.*number.value = 9;
       ASSERT_TRUE(RetrieveValues(values));
@@ -60,18 +44,9 @@ TEST_F(SettingsTest, ReadsEachNumberUnderItsNameOrItsDefault) {
       EXPECT_EQ(values.*number.value, good ? 0x77 : number.otherwise) << stored;
     }
   }
-  machine_.WriteSettings("\"DebugView\"=dword:80000000\n\"Log Path\"=\"D:\\\\Logs\"\n");
+  write("\"DebugView\"=dword:80000000\n\"Log Path\"=\"D:\\\\Logs\"\n");
   EXPECT_EQ(ReadDebugView(), 0x80000000u);
   EXPECT_STREQ(ReadLogPath().data(), "D:\\Logs");
-}
-
-TEST_F(SettingsTest, APathIsTakenUpToItsFullLengthOnly) {
-  const std::string longest(1'023, 'p');
-  EXPECT_EQ(PathOf("\"TAL-VORN INI-File Static Devices\"=\"" + longest + "\""),
-            std::u16string(1'023, u'p'));
-  EXPECT_EQ(PathOf("\"TAL-VORN INI-File Static Devices\"=\"" + longest + "p\""), u"");
-  // An expandable string is another type.
-  EXPECT_EQ(PathOf("\"TAL-VORN INI-File Static Devices\"=hex(2):41,00,00,00"), u"");
 }
 
 }  // namespace
