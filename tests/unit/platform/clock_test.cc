@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <initializer_list>
 #include <limits>
 
@@ -13,32 +12,6 @@ namespace talvorn::platform {
 namespace {
 
 constexpr FileTime kGenerous = 30 * kFileTimePerSecond;
-
-TEST(SystemClock, CountsFileTimes) {
-  const auto sinceUnix = std::chrono::system_clock::now().time_since_epoch();
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceUnix).count();
-  const FileTime expected =
-      (static_cast<FileTime>(seconds) + kSecondsFrom1601To1970) * kFileTimePerSecond;
-  const FileTime now = SystemClock().SystemTime();
-  EXPECT_TRUE(now >= expected && now < expected + kGenerous);
-}
-
-TEST(SystemClock, WaitEndsAtTheDeadlineAndNotMuchSooner) {
-  const Event wake = Event::Create(Event::Mode::kAutoReset);
-  const FileTime deadline = SystemClock().SystemTime() + 30 * kFileTimePerMs;
-  int waits = 0;
-  while (SystemClock().SystemTime() < deadline) {
-    SystemClock().WaitUntil(deadline, wake);
-    ++waits;
-  }
-  // More than one only if somebody sets the clock meanwhile.
-  EXPECT_LE(waits, 3);
-  EXPECT_LT(SystemClock().SystemTime(), deadline + kGenerous);
-
-  // A deadline that has passed.
-  SystemClock().WaitUntil(0, wake);
-  SystemClock().WaitUntil(SystemClock().SystemTime() - 1, wake);
-}
 
 TEST(SystemClock, WakeEndsAWaitWithoutBeingConsumed) {
   for (const FileTime deadline :

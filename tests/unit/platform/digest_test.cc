@@ -4,8 +4,6 @@
 
 #include <string_view>
 
-#include "platform/fault_injection.h"
-
 namespace talvorn::platform {
 namespace {
 
@@ -31,16 +29,6 @@ TEST(DigestProvider, ComputesSha1AsOftenAsAsked) {
     EXPECT_TRUE(provider.Sha1(std::as_bytes(std::span(text)), digest));
     EXPECT_EQ(Hex(digest), expected);
   }
-}
-
-TEST(DigestProvider, WithoutAContextLeavesTheDigestAlone) {
-  ArmFault(Fault::kDigest, 1);
-  const DigestProvider provider;
-  DisarmFaults();
-  EXPECT_FALSE(provider.valid());
-  Sha1Digest digest{std::byte{7}};
-  EXPECT_FALSE(provider.Sha1({}, digest));
-  EXPECT_EQ(digest, Sha1Digest{std::byte{7}});
 }
 
 }  // namespace

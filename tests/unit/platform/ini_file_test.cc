@@ -26,13 +26,6 @@ class IniFile : public ::testing::Test {
     EXPECT_EQ(names[count], u'\0');
     return {names.data(), count};
   }
-  [[nodiscard]] std::u16string Value(std::u16string_view section, std::u16string_view key,
-                                     std::size_t size = 100) const {
-    std::vector<char16_t> value(size, u'#');
-    const std::uint32_t count = ProfileString(section, key, value, WidePath());
-    EXPECT_EQ(value[count], u'\0');
-    return {value.data(), count};
-  }
 
   testing::ScratchMachine machine_;
 };
@@ -60,35 +53,6 @@ TEST_F(IniFile, SectionNamesAreCutToTheBuffer) {
   EXPECT_EQ(Sections(2), u"");
   EXPECT_EQ(Sections(1), u"");
   EXPECT_EQ(ProfileSectionNames({}, WidePath()), 0u);
-}
-
-TEST_F(IniFile, ValuesAreFoundAndTrimmedAsTheSystemDoes) {
-  Write(
-      "IpAddress=outside\n[a]\nOther = x\n ;IpAddress=comment\n\tipaddress \t=  10.0.0.1  \n"
-      "IpAddress=second\nquoted=\" two words \"\nsingle='it''s'\nhalf=\"open\nempty=\nnone\n"
-      "sum=a=b\n[A]\nlater=1\n[b]\n[c]\nIpAddress=\"\"\n");
-  const struct {
-    std::u16string_view section, key, value;
-  } cases[] = {
-      {u"A", u"IPADDRESS", u"10.0.0.1"},
-      {u"a", u"quoted", u" two words "},
-      {u"a", u"single", u"it''s"},
-      {u"a", u"half", u"\"open"},
-      {u"a", u"empty", u""},
-      {u"a", u"none", u""},
-      {u"a", u"sum", u"a=b"},
-      {u"a", u"later", u""},
-      {u"b", u"IpAddress", u""},
-      {u"c", u"IpAddress", u""},
-      {u"missing", u"IpAddress", u""},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(Value(c.section, c.key), c.value)
-        << WideToUtf8(c.section) << '.' << WideToUtf8(c.key);
-  }
-  EXPECT_EQ(Value(u"a", u"IpAddress", 9), u"10.0.0.1");
-  EXPECT_EQ(Value(u"a", u"IpAddress", 8), u"10.0.0.");
-  EXPECT_EQ(Value(u"a", u"IpAddress", 1), u"");
 }
 
 }  // namespace

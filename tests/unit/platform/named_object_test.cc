@@ -22,63 +22,6 @@ class NamedObject : public ::testing::Test {
   testing::ScratchMachine machine_;
 };
 
-Status TestEvent(NamedEvent& event) {
-  NamedEvent* const events[] = {&event};
-  return NamedEvent::WaitAny(events, nullptr, 0).status;
-}
-
-TEST_F(NamedObject, ExistsAsLongAsSomebodyHoldsIt) {
-  EXPECT_FALSE(NamedMutex::Open(kName).valid());
-  NamedMutex first = NamedMutex::Create(kName);
-  NamedMutex second = NamedMutex::Create(kName);
-  NamedMutex third = NamedMutex::Open(kName);
-  first.Close();
-  second = NamedMutex();
-  NamedMutex moved = std::move(third);
-  EXPECT_TRUE(NamedMutex::Open(kName).valid());
-  EXPECT_FALSE(NamedMutex::Open(u"Global\\TALVORN_TEST2").valid());
-  moved.Close();
-  EXPECT_FALSE(NamedMutex::Open(kName).valid());
-}
-
-TEST_F(NamedObject, MutexesAndEventsShareOneSpaceOfNames) {
-  NamedMutex mutex = NamedMutex::Create(kName);
-  EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid());
-  EXPECT_FALSE(NamedEvent::Open(kName).valid());
-  mutex.Close();
-  const NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
-  EXPECT_TRUE(event.valid());
-  EXPECT_FALSE(NamedMutex::Create(kName).valid() || NamedMutex::Open(kName).valid());
-}
-
-TEST_F(NamedObject, AllHoldersOfAnEventSeeOneState) {
-  NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
-  // The mode of the existing one counts.
-  NamedEvent other = NamedEvent::Create(kName, Mode::kAutoReset);
-  EXPECT_EQ(TestEvent(event), Status::kTimeout);
-  EXPECT_TRUE(other.Set());
-  EXPECT_EQ(TestEvent(event), Status::kEvent);
-  EXPECT_EQ(TestEvent(other), Status::kEvent) << "still set";
-  EXPECT_TRUE(event.Reset());
-  EXPECT_EQ(TestEvent(other), Status::kTimeout);
-  EXPECT_TRUE(other.Set() && event.Pulse());
-  EXPECT_EQ(TestEvent(other), Status::kTimeout) << "a pulse leaves the event not set";
-
-  event.Close();
-  EXPECT_FALSE(event.Set() || event.Reset() || event.Pulse());
-  EXPECT_TRUE(other.Set());
-}
-
-TEST_F(NamedObject, AnAutoResetEventLetsOneWaitThroughPerSet) {
-  NamedEvent event = NamedEvent::Create(kName, Mode::kAutoReset);
-  NamedEvent other = NamedEvent::Open(kName);
-  EXPECT_TRUE(event.Set() && event.Set());
-  EXPECT_EQ(TestEvent(other), Status::kEvent);
-  EXPECT_EQ(TestEvent(event), Status::kTimeout);
-  EXPECT_TRUE(event.Set() && other.Reset());
-  EXPECT_EQ(TestEvent(event), Status::kTimeout);
-}
-
 TEST_F(NamedObject, WaitAnyTellsWhatEndedIt) {
   NamedEvent a = NamedEvent::Create(u"a", Mode::kManualReset);
   NamedEvent b = NamedEvent::Create(u"b", Mode::kAutoReset);

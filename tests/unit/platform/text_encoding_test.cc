@@ -16,23 +16,6 @@ TEST(TextEncoding, NarrowTextsAreWindows1252) {
   EXPECT_EQ(WideToNarrow(u"A\u0100\u03A9\u201Bz\u0080"), "A???z?") << "no similar characters";
 }
 
-TEST(TextEncoding, WellFormedTextGoesThroughUtf8Unchanged) {
-  const struct {
-    std::u16string wide;
-    std::string utf8;
-  } texts[] = {
-      {u"", ""},
-      {{u'a', 0, 0x7F}, {'a', 0, 0x7F}},
-      {u"\u0080\u07FF", "\xC2\x80\xDF\xBF"},
-      {u"\u0800\uD7FF\uE000\uFFFF", "\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF"},
-      {u"\U00010000\U0010FFFF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
-  };
-  for (const auto& text : texts) {
-    EXPECT_EQ(WideToUtf8(text.wide), text.utf8);
-    EXPECT_EQ(Utf8ToWide(text.utf8), text.wide);
-  }
-}
-
 // How many replacements one ill-formed sequence becomes is each system's own.
 std::u16string OneReplacementEach(std::u16string text) {
   const auto twice = [](char16_t a, char16_t b) { return a == 0xFFFD && b == 0xFFFD; };

@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <new>
-#include <utility>
 
 #include "platform/clock.h"
 #include "platform/event.h"
@@ -12,33 +11,6 @@
 
 namespace talvorn::platform {
 namespace {
-
-TEST(Thread, HasAnIdOfItsOwnUntilItIsJoined) {
-  const Event go = Event::Create(Event::Mode::kManualReset);
-  const auto wait = [&] { return go.Wait({}) == WaitStatus::kSignalled ? 0u : 1u; };
-  Thread first = Thread::Start("a name of more than fifteen characters", wait);
-  Thread second = Thread::Start("second", wait);
-  EXPECT_TRUE(first.valid() && first.handleValue() != 0 && first.id() != 0);
-  EXPECT_NE(first.id(), second.id());
-  go.Set();
-  EXPECT_TRUE(first.Join() && second.Join());
-  EXPECT_FALSE(first.valid());
-  EXPECT_EQ(first.id(), 0u);
-  EXPECT_TRUE(first.Join());
-}
-
-TEST(Thread, JoinSeesAllThatTheThreadDidAndOwned) {
-  int result = 0;
-  auto owned = std::make_shared<int>(1);
-  const std::weak_ptr<int> watch = owned;
-  Thread thread = Thread::Start("worker", [&result, owned = std::move(owned)] {
-    result = 41 + *owned;
-    return 0u;
-  });
-  EXPECT_TRUE(thread.Join());
-  EXPECT_EQ(result, 42);
-  EXPECT_TRUE(watch.expired());
-}
 
 TEST(Thread, JoinForGivesUpOnAThreadThatRunsOn) {
   auto go = std::make_shared<Event>(Event::Create(Event::Mode::kManualReset));

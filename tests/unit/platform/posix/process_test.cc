@@ -1,15 +1,11 @@
 // What concerns the process as a whole; each case in a child process.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/entry.h"
-#include "platform/event.h"
-#include "platform/posix/descriptor.h"
 #include "platform/posix/process_start.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
@@ -60,22 +56,6 @@ TEST(PrepareProcess, KeepsTheStandardDescriptorsTakenAndRaisesTheLimit) {
               return limit.rlim_cur == limit.rlim_max ? 0 : 4;
             }),
             0);
-}
-
-TEST(Handles, MoveAndCloseLeakNoDescriptor) {
-  const auto lowestFree = [] { return Descriptor(open("/dev/null", O_RDONLY)).get(); };
-  const int before = lowestFree();
-  for (int i = 0; i < 3; ++i) {
-    Event event = Event::Create(Event::Mode::kAutoReset);
-    event = Event::Create(Event::Mode::kManualReset);
-    Event& itself = event;
-    event = std::move(itself);
-    EXPECT_TRUE(event.Set());
-    Socket socket = Socket::Create(AddressFamily::kIpv4, SocketType::kDatagram);
-    socket = Socket::Create(AddressFamily::kIpv6, SocketType::kStream);
-    SystemClock().WaitUntil(SystemClock().SystemTime() + 1, event);
-  }
-  EXPECT_EQ(lowestFree(), before);
 }
 
 }  // namespace

@@ -120,18 +120,6 @@ TEST(RegistryFile, ChangesNothingButTheValue) {
   EXPECT_EQ(RegistryFile("").WithDword(u"k", u"a", 2), std::nullopt);
 }
 
-TEST(RegistryFile, HasTheKeysThatItsSectionsName) {
-  const RegistryFile file(
-      "[HKEY_LOCAL_MACHINE\\A\\b]]\n[HKEY_LOCAL_MACHINE\\Gone]\n[HKEY_LOCAL_MACHINE\\Gone\\Sub]\n"
-      "[HKEY_LOCAL_MACHINE\\Goner]\n[-hkey_local_machine\\gone]\n[HKEY_LOCAL_MACHINE\\]\n[]\n[");
-  EXPECT_TRUE(file.HasKey(u"a\\B]") && file.HasKey(u"Goner"));
-  for (const std::u16string_view path : {u"", u"A", u"A\\b", u"Gone", u"Gone\\Sub"}) {
-    EXPECT_FALSE(file.HasKey(path)) << WideToUtf8(path);
-  }
-  EXPECT_EQ(RegistryFile("a\r\nb").WithKey(u"K"), "a\r\nb\r\n\r\n[HKEY_LOCAL_MACHINE\\K]\r\n");
-  EXPECT_TRUE(RegistryFile(RegistryFile(Utf16(u"x\n") + "y").WithKey(u"K")).HasKey(u"K"));
-}
-
 class Registry : public ::testing::Test {
  protected:
   void Write(std::string_view bytes) const {

@@ -21,10 +21,6 @@ class RuntimeDirectoryTest : public ::testing::Test {
     chmod(machine_.root().c_str(), 0755);
     setenv("TALVORN_RUNTIME_DIR", directory_.c_str(), 1);
   }
-  [[nodiscard]] mode_t ModeOf(const char* name) const {
-    struct stat status {};
-    return stat((directory_ / name).c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-  }
   // What is in the way; empty for nothing.
   static std::string Obstacle() {
     std::string obstacle;
@@ -45,15 +41,6 @@ class RuntimeDirectoryTest : public ::testing::Test {
   testing::ScratchMachine machine_;
   std::filesystem::path directory_ = machine_.root() / "made";
 };
-
-TEST_F(RuntimeDirectoryTest, IsMadeForEverybodyToUse) {
-  const mode_t before = umask(077);
-  EXPECT_EQ(Obstacle(), "");
-  umask(before);
-  EXPECT_EQ(ModeOf("."), 0755u);
-  EXPECT_EQ(ModeOf("mailslot"), 01777u);
-  EXPECT_EQ(ModeOf("objects"), 01777u);
-}
 
 TEST_F(RuntimeDirectoryTest, FollowsNoLinkAndTrustsNoOtherAccount) {
   std::filesystem::create_directory(directory_);

@@ -44,20 +44,5 @@ TEST(Handle, ClosesWhatItOwnsOnceAndNeverNone) {
   EXPECT_EQ(closed, (std::vector{1, 2, 3}));
 }
 
-// Null and INVALID_HANDLE_VALUE are not taken for each other.
-TEST(Handle, KnowsTheNoneOfItsKind) {
-  EXPECT_FALSE(KernelHandle().valid());
-  EXPECT_EQ(KernelHandle().get(), nullptr);
-  EXPECT_EQ(FileHandle().get(), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(SocketHandle().get(), INVALID_SOCKET);
-  EXPECT_FALSE(SocketEventHandle().valid());
-  EXPECT_FALSE((std::is_convertible_v<KernelHandle, FileHandle>));
-
-  const HANDLE event = CreateEventW(nullptr, TRUE, TRUE, nullptr);
-  { const KernelHandle owner(event); }
-  DWORD flags = 0;
-  EXPECT_FALSE(GetHandleInformation(event, &flags));
-}
-
 }  // namespace
 }  // namespace talvorn::platform

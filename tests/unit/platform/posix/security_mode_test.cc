@@ -1,27 +1,13 @@
-// Small services: directories, the security of files.
+#include "platform/posix/security_mode.h"
+
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <vector>
 
-#include "platform/directories.h"
-#include "platform/posix/security_mode.h"
 #include "platform/security.h"
 
 namespace talvorn::platform {
 namespace {
-
-TEST(Directories, TheTemporaryDirectoryEndsInASlashAndFits) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"/var/tmp", "/var/tmp/"}, {"/var/tmp/", "/var/tmp/"}, {"relative", "/tmp/"}, {"", "/tmp/"}};
-  for (const auto& [configured, expected] : cases) {
-    setenv("TMPDIR", configured, 1);
-    EXPECT_EQ(TemporaryDirectory(1024), expected);
-  }
-  unsetenv("TMPDIR");
-  EXPECT_EQ(TemporaryDirectory(6), "/tmp/");
-  EXPECT_EQ(TemporaryDirectory(5), std::nullopt);
-}
 
 TEST(Security, TheEntriesDecideWhoMayUseAFile) {
   const SidPointer everyone = AllocateSid(1, {0});
