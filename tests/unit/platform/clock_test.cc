@@ -29,7 +29,7 @@ TEST(SystemClock, WakeEndsAWaitWithoutBeingConsumed) {
       SystemClock().WaitUntil(deadline, wake);
       ++waits;
     }
-    EXPECT_LE(waits, 3);  // as above
+    EXPECT_LE(waits, 3);  // more only if somebody sets the clock meanwhile
     EXPECT_GE(MonotonicMs() - start, 18u);
     EXPECT_TRUE(wake.Test());
     waker.Join();

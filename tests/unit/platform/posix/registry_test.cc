@@ -122,9 +122,6 @@ TEST(RegistryFile, ChangesNothingButTheValue) {
 
 class Registry : public ::testing::Test {
  protected:
-  void Write(std::string_view bytes) const {
-    std::ofstream(machine_.registry(), std::ios::binary | std::ios::trunc) << bytes;
-  }
   // The first dword of the key; none when the key cannot be opened.
   static std::optional<std::uint32_t> Dword(std::u16string_view name) {
     const RegistryKey key = RegistryKey::Open(u"Software\\K", RegistryAccess::kRead);
@@ -137,19 +134,15 @@ class Registry : public ::testing::Test {
   testing::ScratchMachine machine_;
 };
 
-TEST_F(Registry, AFileThatCannotBeReadHasNoKeys) {
-  EXPECT_EQ(Dword(u"a"), std::nullopt) << "missing";
-  Write("[HKEY_LOCAL_MACHINE\\Software\\K]\n" + std::string(4 << 20, '\n'));
-  EXPECT_EQ(Dword(u"a"), std::nullopt) << "too large";
-  std::filesystem::remove(machine_.registry());
+TEST_F(Registry, APipeThatNobodyWritesToHasNoKeys) {
   ASSERT_EQ(mkfifo(machine_.registry().c_str(), 0600), 0);
-  EXPECT_EQ(Dword(u"a"), std::nullopt) << "a pipe that nobody writes to";
+  EXPECT_EQ(Dword(u"a"), std::nullopt);
 }
 
 TEST_F(Registry, WritingReplacesTheFileAndKeepsItsModeAndName) {
   const std::filesystem::path target = machine_.root() / "real.reg";
   std::filesystem::create_symlink("real.reg", machine_.registry());
-  Write("[HKEY_LOCAL_MACHINE\\Software\\K]\n\"10.0.0.1\"=dword:00000000\n");
+  std::ofstream(target) << "[HKEY_LOCAL_MACHINE\\Software\\K]\n\"10.0.0.1\"=dword:00000000\n";
   chmod(target.c_str(), 0640);
   struct stat before {};
   stat(target.c_str(), &before);
