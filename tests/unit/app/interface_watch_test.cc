@@ -4,6 +4,7 @@
 
 #include <mutex>
 #include <set>
+#include <vector>
 
 #include "platform/fault_injection.h"
 #include "platform/socket.h"

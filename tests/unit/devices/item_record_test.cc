@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "devices/testing_items.h"
 
 namespace talvorn {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "platform/fault_injection.h"
