@@ -57,8 +57,11 @@ class Storm(TestCase):
     @contextlib.contextmanager
     def mailslots_for(self, size):
         """Under Wine a mailslot takes no larger message than a Unix socket holds."""
+        if self.target.NAME == "linux":
+            yield
+            return
         with network.larger_sockets(size) as larger:
-            if not larger and self.target.NAME == "windows":
+            if not larger:
                 self.skipTest("this account may not let Unix sockets hold more")
             yield
 
