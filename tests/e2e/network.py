@@ -168,9 +168,9 @@ _outside = _Outside()
 
 
 @contextlib.contextmanager
-def larger_sockets(size):
-    """Unix sockets that are made meanwhile hold that many bytes, if True is yielded. The
-    limit is the whole machine's and put back at the end; not everybody may change it."""
+def larger_sockets():
+    """Unix sockets that are made meanwhile hold 8 MiB, if True is yielded. The limit is the
+    whole machine's and put back at the end; not everybody may change it."""
     larger = False
     with contextlib.ExitStack() as stack:
         with contextlib.suppress(OSError):
@@ -187,7 +187,7 @@ def larger_sockets(size):
                 file.seek(0)
                 file.write(value)
                 file.flush()
-            put(str(size))
+            put(str(8 << 20))
             stack.callback(put, before)
             larger = True
         yield larger

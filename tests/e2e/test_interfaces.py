@@ -34,7 +34,7 @@ class InterfaceWatch(TestCase):
 
     def started(self, **options):
         locator = self.start_locator(self.here, **options)
-        self.new_reports_begin = locator.event_log.wait_for(located("192.168.10.1"))
+        locator.event_log.wait_for(located("192.168.10.1"))
         expected = [located("192.168.10.1")]
         if 6 in self.families:
             expected.insert(0, f"Network interface IPv6: {self.here.index('net0')} located !")

@@ -9,7 +9,6 @@ import wire
 from harness import TestCase, full_set, only_on, wait_until
 
 DEVICES = 10000
-LARGEST_REPLY = 8 << 20
 
 
 class Idle(TestCase):
@@ -55,19 +54,19 @@ class Storm(TestCase):
             self.assertLess(min(scale.reply_times(client, 10)), 0.020)
 
     @contextlib.contextmanager
-    def mailslots_for(self, size):
+    def large_mailslots(self):
         """Under Wine a mailslot takes no larger message than a Unix socket holds."""
         if self.target.NAME == "linux":
             yield
             return
-        with network.larger_sockets(size) as larger:
+        with network.larger_sockets() as larger:
             if not larger:
                 self.skipTest("this account may not let Unix sockets hold more")
             yield
 
     def test_a_thousand_devices(self):
         """A reply that is far larger than a datagram, to a raw client and to the tool."""
-        with self.mailslots_for(LARGEST_REPLY):
+        with self.large_mailslots():
             pass
         here, there = self.simple_network()
         serials = [f"{n:07}" for n in range(1, 1001)]
@@ -84,7 +83,7 @@ class Storm(TestCase):
             kind, count, payload = client.exchange("GETINFO")
         self.assertEqual((kind, count, len(payload)), (3, 1000, 1000 * wire.RECORD_SIZE))
         self.assertEqual([one["serial"] for one in wire.parse_records(payload)], serials)
-        with self.mailslots_for(LARGEST_REPLY):
+        with self.large_mailslots():
             tool = self.tool(locator, "devices", "--json")
             self.assertEqual(tool.wait(), 0, tool.err)
         self.assertEqual([one["serial"] for one in json.loads(tool.out)["devices"]], serials)

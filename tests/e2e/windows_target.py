@@ -25,7 +25,6 @@ CODE_PAGE = "cp1252"
 ACCOUNT = "given"  # Wine does not show which
 
 _WINE = os.path.join(harness.ROOT, "cmake", "run_under_wine.sh")
-_LARGEST_MESSAGE = 8 << 20  # that a client's mailslot takes
 # What Wine traces of a locator: reports with their sources, files that it opens, and
 # the debugger's output.
 _TRACED = "-all,+eventlog,+relay"
@@ -297,7 +296,7 @@ class Client(harness.Client):
     def __init__(self, locator, name):
         super().__init__(name)
         self._session = locator.session
-        with network.larger_sockets(_LARGEST_MESSAGE):
+        with network.larger_sockets():
             self._id = self._session.order("mailslot", name)
 
     def close(self):
