@@ -182,9 +182,7 @@ class Probe {
   }
 
   static std::string Write(const std::string& name, const std::string& hex) {
-    const Handle slot(CreateFileW(MailslotPath(name).c_str(), GENERIC_WRITE,
-                                  FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
-                                  nullptr));
+    const Handle slot(OpenMailslot(name));
     if (!slot.valid()) return Failure();
     const Bytes message = FromHex(hex);
     DWORD written = 0;
@@ -195,13 +193,25 @@ class Probe {
     return "ok";
   }
 
+  // A mailslot has one writer at a time; one that was killed may keep it for a while.
+  static HANDLE OpenMailslot(const std::string& name) {
+    constexpr int kAttempts = 10'000;
+    for (int attempt = 1;; ++attempt) {
+      const HANDLE slot = CreateFileW(MailslotPath(name).c_str(), GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                      0, nullptr);
+      if (slot != INVALID_HANDLE_VALUE || GetLastError() != ERROR_SHARING_VIOLATION ||
+          attempt == kAttempts) {
+        return slot;
+      }
+      Sleep(1);
+    }
+  }
+
   static std::string Exists(const std::string& kind, const std::string& name) {
-    const std::wstring wide = kind == "mailslot" ? MailslotPath(name) : Wide(name);
-    const Handle handle(kind == "mailslot" ? CreateFileW(wide.c_str(), GENERIC_WRITE,
-                                                         FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                                         nullptr, OPEN_EXISTING, 0, nullptr)
-                        : kind == "event"  ? OpenEventW(SYNCHRONIZE, FALSE, wide.c_str())
-                                           : OpenMutexW(SYNCHRONIZE, FALSE, wide.c_str()));
+    const Handle handle(kind == "mailslot" ? OpenMailslot(name)
+                        : kind == "event"  ? OpenEventW(SYNCHRONIZE, FALSE, Wide(name).c_str())
+                                           : OpenMutexW(SYNCHRONIZE, FALSE, Wide(name).c_str()));
     return YesNo(handle.valid());
   }
 
