@@ -197,9 +197,9 @@ class Probe {
   static HANDLE OpenMailslot(const std::string& name) {
     constexpr int kAttempts = 10'000;
     for (int attempt = 1;; ++attempt) {
-      const HANDLE slot = CreateFileW(MailslotPath(name).c_str(), GENERIC_WRITE,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                      0, nullptr);
+      const HANDLE slot =
+          CreateFileW(MailslotPath(name).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                      nullptr, OPEN_EXISTING, 0, nullptr);
       if (slot != INVALID_HANDLE_VALUE || GetLastError() != ERROR_SHARING_VIOLATION ||
           attempt == kAttempts) {
         return slot;
