@@ -112,6 +112,7 @@ class Program(NamedTuple):
     name: str
     command: list
     environment: dict = {}
+    refusal: str = ""  # in its output: the system could not start it, and may the next time
 
 
 def native(name):
@@ -119,11 +120,16 @@ def native(name):
 
 
 class Process:
-    """A program in a host's namespace, its output kept in files."""
+    """A program in a host's namespace, its output kept in files. One that the system could
+    not start is started again."""
+
+    _STARTS = 3
 
     def __init__(self, host, program, *arguments, directory, environment=(), stdout=None,
                  stderr=None, user=None):
         self.name = program.name
+        self._refusal = program.refusal
+        self._starts = 0
         command = list(program.command)
         if user is not None:  # who may not enter the folder of the programs
             command[0] = shutil.copy(command[0], tempfile.mkdtemp(dir=directory))
@@ -131,11 +137,27 @@ class Process:
         base = tempfile.mktemp(prefix=program.name + "-", dir=directory)
         self._out_path, self._err_path = base + ".out", base + ".err"
         whole = {**os.environ, **_SANITIZER_SETTINGS, **program.environment, **dict(environment)}
-        with host, open(self._err_path, "wb") as err, open(self._out_path, "wb") as out:
-            self._popen = subprocess.Popen(
-                [*command, *arguments], env=whole, stdin=subprocess.DEVNULL,
-                stdout=stdout or out, stderr=stderr or err, user=user)
+
+        def launch():
+            with host, open(self._err_path, "wb") as err, open(self._out_path, "wb") as out:
+                return subprocess.Popen(
+                    [*command, *arguments], env=whole, stdin=subprocess.DEVNULL,
+                    stdout=stdout or out, stderr=stderr or err, user=user)
+        self._launch = launch
+        self._start()
+
+    def _start(self):
+        self._starts += 1
+        self._popen = self._launch()
         self.pid = self._popen.pid
+
+    def _was_refused(self):
+        """Of one that has ended: whether it was not started, and is now started again."""
+        if not self._refusal or self._starts == self._STARTS or self._refusal not in self.out:
+            return False
+        print(f"{self.name} is started again:", self.out.strip())
+        self._start()
+        return True
 
     @property
     def out(self):
@@ -149,7 +171,7 @@ class Process:
 
     @property
     def ended(self):
-        return self._popen.poll() is not None
+        return self._popen.poll() is not None and not self._was_refused()
 
     def signal(self, number):
         self._popen.send_signal(number)
@@ -162,6 +184,8 @@ class Process:
             self._popen.kill()
             self._popen.wait()
             raise AssertionError(f"{self.name} did not end within {limit:.0f} s") from None
+        if self._was_refused():
+            return self.wait(limit)
         report = _SANITIZER_REPORT.search(self.err)
         if report:
             raise AssertionError(f"{self.name}: sanitizer report\n" + self.err[report.start():])

@@ -30,6 +30,9 @@ _WINE = os.path.join(harness.ROOT, "cmake", "run_under_wine.sh")
 _TRACED = "-all,+eventlog,+relay"
 _RELAYED = ("advapi32.RegisterEventSourceW;advapi32.ReportEventW;kernel32.CreateFileW;"
             "kernel32.OutputDebugStringA;kernel32.OutputDebugStringW")
+# What Wine's starter says when the loader could not load a program that is there, as
+# happens now and then; it exits with 1.
+_REFUSAL = "ShellExecuteEx failed: Internal error"
 _KINDS = {1: "error", 2: "warning", 4: "information"}
 # Sources that one thread has open at once: Wine gives all of them the same handle.
 _SOURCE_OF = {"Multicast request sent": "CAST REQUEST",
@@ -76,7 +79,7 @@ class Session:
     def program(self, name, traced=False):
         return Program(name, [_WINE, "--in", self._prefix,
                               os.path.join(Settings.binaries, name + ".exe")],
-                       {"WINEDEBUG": _TRACED} if traced else {})
+                       {"WINEDEBUG": _TRACED} if traced else {}, _REFUSAL)
 
     def order(self, *words):
         """The probe's answer, of which "error NUMBER" is raised as OSError."""
@@ -90,7 +93,12 @@ class Session:
         return rest if kind == "ok" else answer
 
     def import_file(self, path):
-        self._wine("--in", self._prefix, "regedit", "/S", windows_path(path))
+        editor = Program("regedit", [_WINE, "--in", self._prefix, "regedit"], {}, _REFUSAL)
+        with tempfile.TemporaryDirectory() as directory:
+            status = harness.Process(self.host, editor, "/S", windows_path(path),
+                                     directory=directory).wait()
+        if status != 0:
+            raise AssertionError(f"regedit ended with {status}")
 
     def close(self):
         self._probe.stdin.close()
