@@ -176,8 +176,8 @@ class CommandServer {
     std::uint32_t count = 0;
     const std::byte* records = nullptr;
     if (context_.responseList->count() != 0) {
-      const std::lock_guard guard(context_.responseList->lock);
       RetrieveValues(settings_);  // so that another preferred version counts at once
+      const std::lock_guard guard(context_.responseList->lock);
       count = context_.responseList->GetResponses(records, settings_.preferedIpVersion);
     }
     // Only this thread takes snapshots, so the block stays as it is.
