@@ -59,6 +59,9 @@ class CItemList {
   // list and lives until the next call. Empty without memory.
   std::span<const std::byte> GetItems();
 
+  // Frees the block before the next call would.
+  void DropSnapshot() { snapshot_.reset(); }
+
   // Drops the items whose time is over. Takes the lock, and lets go of it from time to
   // time; signals without it. What could not be signalled for want of memory is left to
   // the next sweep.

@@ -46,6 +46,9 @@ class CResponseList {
   // `preferredVersion` 6 drops its IPv4 address, any other value its IPv6 address.
   std::uint32_t GetResponses(const std::byte*& snapshot, std::uint32_t preferredVersion);
 
+  // Frees the block before the next call would.
+  void DropSnapshot() { snapshot_.reset(); }
+
   // Drops the entries whose time is over. Takes the lock, and lets go of it from time
   // to time.
   void Sweep();
