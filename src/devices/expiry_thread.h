@@ -15,7 +15,7 @@ inline constexpr std::uint32_t kSweepGapMs = 990;
 
 // A sweep lets go of the list after so many entries, and sleeps, so that whoever adds
 // or reads gets at it.
-inline constexpr std::size_t kSweepPiece = 4'000;
+inline constexpr std::size_t kSweepPiece = 1'000;
 inline constexpr std::uint32_t kSweepPauseMs = 1;
 
 // Calls `sweep` at once and then about once a second, until `running` is cleared.
