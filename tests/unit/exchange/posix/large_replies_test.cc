@@ -5,6 +5,7 @@
 
 #include "exchange/command_server.h"
 #include "messages/messages.h"
+#include "platform/event.h"
 #include "platform/mailslot.h"
 #include "support/byte_io.h"
 #include "support/debug_trace.h"
@@ -25,19 +26,17 @@ class LargeReplies : public ::testing::Test {
 
   // Size of the reply to `command`; 0 when none comes.
   std::size_t SizeOfReply(const std::string& command) {
+    constexpr std::uint32_t kLimitMs = 300'000;  // sanitizers take their time
     const auto request = EncodeRequest({.replyMailslot = {}, .command = command});
     auto replies = platform::Mailslot::Create(kDefaultReplyMailslot, 0, nullptr);
-    std::size_t size = 0;
     EXPECT_TRUE(testing::WaitUntil([&] {
       return platform::WriteMailslot(kServerMailslot, *request, 0) ==
              platform::MailslotWrite::kWritten;
     }));
-    (void)testing::WaitUntil([&] {
-      const auto waiting = replies.Query();
-      size = waiting ? waiting->nextSize.value_or(0) : 0;
-      return size != 0;
-    });
-    return size;
+    const auto never = platform::Event::Create(platform::Event::Mode::kAutoReset);
+    (void)replies.WaitForMessage(never, kLimitMs);
+    const auto waiting = replies.Query();
+    return waiting ? waiting->nextSize.value_or(0) : 0;
   }
 
   testing::ScratchMachine machine_;
