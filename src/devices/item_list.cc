@@ -1,11 +1,11 @@
 #include "devices/item_list.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <new>
 
 #include "devices/change_event.h"
-#include "devices/expiry_thread.h"
 #include "devices/item_hash.h"
 #include "support/byte_io.h"
 #include "support/debug_trace.h"
@@ -14,32 +14,47 @@ namespace talvorn {
 
 CItemList::~CItemList() {
   Stop();
-  while (head_ != nullptr) {
-    ItemNode* const node = head_;
-    head_ = node->next;
-    FreeNode(node);
-  }
+  FreeChain(head_);
+  FreeChain(removed_);
 }
 
-std::size_t CItemList::IdentityHash::Hash(const Identity& identity) {
-  std::size_t hash = 0;
-  std::memcpy(&hash, identity.digest.data(), sizeof(hash));
-  return hash ^ identity.serial;
+std::size_t CItemList::IdentityHash::Hash(const Identity& identity) const {
+  constexpr std::size_t kDigestWords = platform::kSha1Size / sizeof(std::uint32_t);
+  std::array<std::uint32_t, kDigestWords + 1> words{};
+  std::memcpy(words.data(), identity.digest.data(), platform::kSha1Size);
+  words.back() = identity.serial;
+  return hash(words);
 }
 
-CItemList::ItemNode* CItemList::MakeNode(std::uint32_t serial, const ItemView& item) {
-  void* const memory = ::operator new(sizeof(ItemNode) + item.size(), std::nothrow);
-  if (memory == nullptr) return nullptr;
-  auto* const node = new (memory) ItemNode;
+bool CItemList::Usage::HasRoomFor(std::size_t size, const Usage& most) const {
+  return items < most.items && bytes + size <= most.bytes;
+}
+
+void CItemList::Usage::Add(std::size_t size) {
+  ++items;
+  bytes += size;
+}
+
+void CItemList::Usage::Remove(std::size_t size) {
+  --items;
+  bytes -= size;
+}
+
+CItemList::NodePointer CItemList::MakeNode(std::uint32_t serial, const ItemView& item) {
+  NodePointer node(new (::operator new(sizeof(ItemNode) + item.size())) ItemNode);
   node->serial = serial;
   node->itemSize = static_cast<std::uint32_t>(item.size());
   std::ranges::copy(item.bytes(), node->item());
   return node;
 }
 
-void CItemList::FreeNode(ItemNode* node) {
+void CItemList::FreeNode::operator()(ItemNode* node) const {
   node->~ItemNode();
   ::operator delete(node);
+}
+
+void CItemList::FreeChain(ItemNode* node) {
+  while (node != nullptr) node = NodePointer(node)->next;
 }
 
 bool CItemList::Start(std::uint32_t validityMs) {
@@ -72,49 +87,43 @@ void CItemList::Add(std::uint32_t serial, const ItemView& item) {
     return;
   }
 
-  ItemNode* const node = MakeNode(serial, item);
-  if (node == nullptr) return;
+  NodePointer node = MakeNode(serial, item);
+  const std::size_t size = node->entrySize();
+  if (!total_.HasRoomFor(size, kMost)) return;
+  Usage& ofDevice = usage_[serial];
+  if (!ofDevice.HasRoomFor(size, kMostOfDevice)) return;
   node->expiry = expiry;
   node->digest = hash.digest;
-  try {
-    index_.insert(node);
-  } catch (const std::bad_alloc&) {
-    FreeNode(node);
-    return;
-  }
   node->next = head_;
-  head_ = node;
-  count_.fetch_add(1, std::memory_order_relaxed);
+  index_.insert(node.get());
+  total_.Add(size);
+  ofDevice.Add(size);
+  count_.store(total_.items, std::memory_order_relaxed);
+  head_ = node.release();
 
   SignalChange(serial);
   SignalChange(kWholeList);
 }
 
 void CItemList::Sweep() {
-  ItemNode* removed = nullptr;
-  {
-    const std::lock_guard guard(lock);
-    removed = UnlinkExpired();
-  }
-  const bool changed = removed != nullptr;
-  while (removed != nullptr) {
-    ItemNode* const node = removed;
-    removed = node->next;
-    SignalChange(node->serial);
-    FreeNode(node);
-  }
-  if (changed) SignalChange(kWholeList);
-}
-
-CItemList::ItemNode* CItemList::UnlinkExpired() {
-  const bool traced = DebugTrace().isEnabled();
   const FileTime now = clock_.LocalTime();
   const TimeOfDay time = ToTimeOfDay(now);
   Trace(u"CItemList::ThreadTimeout()   Time: %02u:%02u:%02u", time.hour, time.minute, time.second);
+  ItemNode** link = &head_;
+  while (UnlinkExpired(now, link)) {
+    SignalRemoved();
+    clock_.Sleep(kSweepPauseMs);
+  }
+  SignalRemoved();
+  if (changed_) SignalChange(kWholeList);
+  changed_ = false;
+  freed_.GiveBack();
+}
 
-  ItemNode* removed = nullptr;
-  ItemNode** lastRemoved = &removed;
-  for (ItemNode** link = &head_; *link != nullptr;) {
+bool CItemList::UnlinkExpired(FileTime now, ItemNode**& link) {
+  const std::lock_guard guard(lock);
+  const bool traced = DebugTrace().isEnabled();
+  for (std::size_t i = 0; i < kSweepPiece && *link != nullptr; ++i) {
     ItemNode* const node = *link;
     if (traced) {
       const TimeOfDay expires = ToTimeOfDay(node->expiry);
@@ -123,28 +132,44 @@ CItemList::ItemNode* CItemList::UnlinkExpired() {
       Trace(u"CItemList::ThreadTimeout()  Item  %llu", node->expiry);
     }
     if (node->expiry < now) {
-      index_.erase(node);
-      count_.fetch_sub(1, std::memory_order_relaxed);
+      Forget(*node);
       *link = node->next;
       node->next = nullptr;
-      *lastRemoved = node;
-      lastRemoved = &node->next;
+      *lastRemoved_ = node;
+      lastRemoved_ = &node->next;
+      changed_ = true;
     } else {
       link = &node->next;
     }
   }
-  return removed;
+  return *link != nullptr;
+}
+
+void CItemList::Forget(ItemNode& node) {
+  index_.erase(&node);
+  total_.Remove(node.entrySize());
+  const auto ofDevice = usage_.find(node.serial);
+  ofDevice->second.Remove(node.entrySize());
+  if (ofDevice->second.items == 0) usage_.erase(ofDevice);
+  count_.store(total_.items, std::memory_order_relaxed);
+}
+
+void CItemList::SignalRemoved() {
+  while (removed_ != nullptr) {
+    SignalChange(removed_->serial);
+    const NodePointer signalled(removed_);
+    removed_ = signalled->next;
+    freed_.Count();
+  }
+  lastRemoved_ = &removed_;
 }
 
 std::span<const std::byte> CItemList::GetItems() {
   snapshot_.reset();
-  std::size_t total = 0;
-  for (const ItemNode* node = head_; node != nullptr; node = node->next)
-    total += sizeof(node->serial) + node->itemSize;
-  snapshot_.reset(new (std::nothrow) std::byte[total]);
+  snapshot_.reset(new (std::nothrow) std::byte[total_.bytes]);
   if (!snapshot_) return {};
 
-  const std::span<std::byte> buffer(snapshot_.get(), total);
+  const std::span<std::byte> buffer(snapshot_.get(), total_.bytes);
   ByteWriter writer(buffer);
   for (ItemNode* node = head_; node != nullptr; node = node->next) {
     writer.U32Little(node->serial);

@@ -11,9 +11,12 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <unordered_map>
 #include <unordered_set>
 
+#include "devices/expiry_thread.h"
 #include "devices/item_record.h"
+#include "devices/keyed_hash.h"
 #include "platform/digest.h"
 #include "platform/thread.h"
 #include "support/file_time.h"
@@ -33,8 +36,22 @@ class CItemList {
   bool Start(std::uint32_t validityMs);
   void Stop();
 
+  // A number of items and their bytes in the snapshot.
+  struct Usage {
+    std::uint32_t items = 0;
+    std::size_t bytes = 0;
+
+    [[nodiscard]] bool HasRoomFor(std::size_t size, const Usage& most) const;
+    void Add(std::size_t size);
+    void Remove(std::size_t size);
+  };
+  // Far more than any network has, and a reply that every client can still take.
+  static constexpr Usage kMost{500'000, 128 << 20};
+  // One device that goes wild leaves room for others.
+  static constexpr Usage kMostOfDevice{kMost.items / 8, kMost.bytes / 8};
+
   // Stores one item of the device `serial`, or moves the expiry of the stored one
-  // forward when the identity of both is the same.
+  // forward when the identity of both is the same. A full list takes no new items.
   void Add(std::uint32_t serial, const ItemView& item);
 
   // All items, newest first and back to back: the serial (4 bytes, little-endian)
@@ -42,7 +59,12 @@ class CItemList {
   // list and lives until the next call. Empty without memory.
   std::span<const std::byte> GetItems();
 
-  // Drops the items whose time is over. Takes the lock; signals without it.
+  // Frees the block before the next call would.
+  void DropSnapshot() { snapshot_.reset(); }
+
+  // Drops the items whose time is over. Takes the lock, and lets go of it from time to
+  // time; signals without it. What could not be signalled for want of memory is left to
+  // the next sweep.
   void Sweep();
 
   // Number of items; may be read without the lock.
@@ -61,6 +83,7 @@ class CItemList {
 
     [[nodiscard]] std::byte* item() { return reinterpret_cast<std::byte*>(this + 1); }
     [[nodiscard]] std::span<const std::byte> bytes() { return {item(), itemSize}; }
+    [[nodiscard]] std::size_t entrySize() const { return sizeof(serial) + itemSize; }
   };
 
   struct Identity {
@@ -72,7 +95,8 @@ class CItemList {
   struct IdentityHash {
     using is_transparent = void;
     std::size_t operator()(const auto& key) const { return Hash(IdentityOf(key)); }
-    static std::size_t Hash(const Identity& identity);
+    std::size_t Hash(const Identity& identity) const;
+    KeyedHash<platform::kSha1Size / sizeof(std::uint32_t) + 1> hash;
   };
   struct IdentityEqual {
     using is_transparent = void;
@@ -83,17 +107,38 @@ class CItemList {
     }
   };
 
-  // Null without memory.
-  static ItemNode* MakeNode(std::uint32_t serial, const ItemView& item);
-  static void FreeNode(ItemNode* node);
-  // Takes the expired nodes out of the list, in list order. Called with the lock.
-  ItemNode* UnlinkExpired();
+  struct SerialHash {
+    std::size_t operator()(std::uint32_t serial) const { return hash({serial}); }
+    KeyedHash<1> hash;
+  };
+
+  struct FreeNode {
+    void operator()(ItemNode* node) const;
+  };
+  using NodePointer = std::unique_ptr<ItemNode, FreeNode>;
+  static NodePointer MakeNode(std::uint32_t serial, const ItemView& item);
+  static void FreeChain(ItemNode* node);
+
+  // Looks at a piece of the list from `link` on, which moves, and takes the expired
+  // nodes over into the removed ones. True while nodes are left; nobody else takes any
+  // out, so `link` stays good without the lock.
+  bool UnlinkExpired(FileTime now, ItemNode**& link);
+  void Forget(ItemNode& node);
+  void SignalRemoved();
 
   ItemNode* head_ = nullptr;
   std::unordered_set<ItemNode*, IdentityHash, IdentityEqual> index_;
+  Usage total_;
+  std::unordered_map<std::uint32_t, Usage, SerialHash> usage_;
   std::atomic<std::uint32_t> count_{0};
   std::unique_ptr<std::byte[]> snapshot_;
   FileTime validity_ = 10 * platform::kFileTimePerSecond;
+  // The sweeps' own: nodes that are still to be signalled, in list order; whether the
+  // list as a whole is.
+  ItemNode* removed_ = nullptr;
+  ItemNode** lastRemoved_ = &removed_;
+  bool changed_ = false;
+  FreedEntries freed_;
   RunFlag running_;
   platform::Thread thread_;
   Clock& clock_;

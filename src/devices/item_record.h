@@ -20,6 +20,8 @@ inline constexpr std::size_t kItemHeaderSize = 20;
 inline constexpr std::size_t kItemWordsSize = 24;  // header and bodyLength
 inline constexpr std::size_t kItemNextOffsetAt = 16;
 inline constexpr std::size_t kItemBodyLengthAt = 20;
+// All items of a record come in one datagram, or in one reply as long as that.
+inline constexpr std::size_t kLargestItemChain = 1'500;
 
 // An item that lies wholly inside received bytes. Valid as long as those.
 struct ItemView {
@@ -36,8 +38,7 @@ struct ItemView {
 };
 
 // The item at the start of `data`; none when its words, its 20 + bodyLength bytes or
-// its first hashLength bytes do not lie inside, or when its body is too short for its
-// own length word (readers of a snapshot would lose their way there).
+// its first hashLength bytes do not lie inside.
 [[nodiscard]] inline std::optional<ItemView> ParseItem(std::span<const std::byte> data) {
   if (data.size() < kItemWordsSize) return std::nullopt;
   ItemView item{.available = data,
@@ -45,19 +46,23 @@ struct ItemView {
                 .nextOffset = U32BigAt(data, kItemNextOffsetAt),
                 .bodyLength = U32BigAt(data, kItemBodyLengthAt)};
   const std::uint64_t size = std::uint64_t{kItemHeaderSize} + item.bodyLength;
-  if (item.bodyLength < sizeof(item.bodyLength) || size > data.size() ||
-      item.hashLength > data.size()) {
-    return std::nullopt;
-  }
+  if (size > data.size() || item.hashLength > data.size()) return std::nullopt;
   return item;
 }
 
 // Calls `use` with every item of the chain that begins at the start of `data`, in
-// order, up to the last one or the first that does not lie inside.
+// order, up to the last one or the first that does not lie inside. An item whose body
+// has no room for its own length word is left out: readers of a snapshot would lose
+// their way there. Items may overlap, but hand on no more than a datagram carries.
 template <class Use>
 void ForEachItem(std::span<const std::byte> data, Use use) {
+  std::size_t room = kLargestItemChain;
   while (const std::optional<ItemView> item = ParseItem(data)) {
-    use(*item);
+    if (item->size() > room) return;
+    if (item->size() >= kItemWordsSize) {
+      room -= item->size();
+      use(*item);
+    }
     if (item->nextOffset == 0 || item->nextOffset > data.size()) return;
     data = data.subspan(item->nextOffset);
   }

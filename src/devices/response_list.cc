@@ -2,7 +2,6 @@
 
 #include <new>
 
-#include "devices/expiry_thread.h"
 #include "support/debug_trace.h"
 
 namespace talvorn {
@@ -66,24 +65,29 @@ bool CResponseList::Add(const DeviceRecord* record, std::uint32_t validityMs) {
     entry->second = {*record, expiry};
     return true;
   }
-  try {
+  if (entries_.size() < kMostEntries) {
     entries_.emplace_hint(last, key, Entry{*record, expiry});
     count_.fetch_add(1, std::memory_order_relaxed);
-  } catch (const std::bad_alloc&) {
-    // Without memory the device waits for its next answer.
   }
   return true;
 }
 
 void CResponseList::Sweep() {
-  const std::lock_guard guard(lock);
-  const bool traced = DebugTrace().isEnabled();
   const FileTime now = clock_.LocalTime();
   const TimeOfDay time = ToTimeOfDay(now);
   Trace(u"CResponseList::ThreadTimeout()  Time: %02u:%02u:%02u", time.hour, time.minute,
         time.second);
-  for (auto at = entries_.begin(); at != entries_.end();) {
-    const Entry& entry = at->second;
+  std::optional<Entries::iterator> at;
+  while (SweepPiece(now, at)) clock_.Sleep(kSweepPauseMs);
+  freed_.GiveBack();
+}
+
+bool CResponseList::SweepPiece(FileTime now, std::optional<Entries::iterator>& at) {
+  const std::lock_guard guard(lock);
+  const bool traced = DebugTrace().isEnabled();
+  if (!at) at = entries_.begin();
+  for (std::size_t i = 0; i < kSweepPiece && *at != entries_.end(); ++i) {
+    const Entry& entry = (*at)->second;
     if (traced) {
       const TimeOfDay expires = ToTimeOfDay(entry.expiry);
       Trace(u"CResponseList::ThreadTimeout()  Item - %07u Time: %02u:%02u:%02u",
@@ -91,12 +95,14 @@ void CResponseList::Sweep() {
       Trace(u"CResponseList::ThreadTimeout()  Item - %llu", entry.expiry);
     }
     if (entry.expiry < now) {
-      at = entries_.erase(at);
+      at = entries_.erase(*at);
       count_.fetch_sub(1, std::memory_order_relaxed);
+      freed_.Count();
     } else {
-      ++at;
+      ++*at;
     }
   }
+  return *at != entries_.end();
 }
 
 std::uint32_t CResponseList::GetResponses(const std::byte*& snapshot,

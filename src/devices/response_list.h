@@ -11,8 +11,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "devices/device_record.h"
+#include "devices/expiry_thread.h"
 #include "platform/thread.h"
 #include "support/file_time.h"
 #include "support/run_flag.h"
@@ -31,8 +33,11 @@ class CResponseList {
   bool Start(std::uint32_t validityMs);
   void Stop();
 
+  // Far more than any network has, and a reply that every client can still take.
+  static constexpr std::size_t kMostEntries = 500'000;
+
   // Stores or refreshes the entry of a record. Validity 0 means the default. False
-  // for a null record only.
+  // for a null record only. A full list takes no new entries.
   bool Add(const DeviceRecord* record, std::uint32_t validityMs);
 
   // Hands out `snapshot`, one merged record of 367 bytes per device in ascending
@@ -41,7 +46,11 @@ class CResponseList {
   // `preferredVersion` 6 drops its IPv4 address, any other value its IPv6 address.
   std::uint32_t GetResponses(const std::byte*& snapshot, std::uint32_t preferredVersion);
 
-  // Drops the entries whose time is over. Takes the lock.
+  // Frees the block before the next call would.
+  void DropSnapshot() { snapshot_.reset(); }
+
+  // Drops the entries whose time is over. Takes the lock, and lets go of it from time
+  // to time.
   void Sweep();
 
   // Number of entries; may be read without the lock.
@@ -60,10 +69,16 @@ class CResponseList {
   using SerialKey = std::uint64_t;
   static SerialKey KeyOf(const DeviceRecord& record);
 
+  using Entries = std::multimap<SerialKey, Entry>;
+  // Sweeps on from `at`, or from the start when there is none. True while entries are
+  // left; nobody else erases any, so `at` stays good without the lock.
+  bool SweepPiece(FileTime now, std::optional<Entries::iterator>& at);
+
   std::unique_ptr<std::byte[]> snapshot_;
-  std::multimap<SerialKey, Entry> entries_;
+  Entries entries_;
   std::atomic<std::uint32_t> count_{0};
   FileTime defaultValidity_ = 10 * platform::kFileTimePerSecond;
+  FreedEntries freed_;  // the sweeps' own
   RunFlag running_;
   platform::Thread thread_;
   Clock& clock_;

@@ -176,14 +176,15 @@ class CommandServer {
     std::uint32_t count = 0;
     const std::byte* records = nullptr;
     if (context_.responseList->count() != 0) {
-      const std::lock_guard guard(context_.responseList->lock);
       RetrieveValues(settings_);  // so that another preferred version counts at once
+      const std::lock_guard guard(context_.responseList->lock);
       count = context_.responseList->GetResponses(records, settings_.preferedIpVersion);
     }
-    // Only this thread takes snapshots, so the block stays as it is.
+    // Only this thread takes snapshots and drops them, so the block stays as it is.
     auto reply = MakeReply(ReplyType::kDevices, count,
                            std::max(std::size_t{count}, std::size_t{1}) * kDeviceRecordSize);
     if (reply && count != 0) FillPayload(*reply, {records, count * kDeviceRecordSize});
+    context_.responseList->DropSnapshot();
     return reply;
   }
 
@@ -195,6 +196,7 @@ class CommandServer {
     }
     auto reply = MakeReply(ReplyType::kItems, items.size(), std::max(items.size(), std::size_t{1}));
     if (reply) FillPayload(*reply, items);
+    context_.itemList->DropSnapshot();
     return reply;
   }
 

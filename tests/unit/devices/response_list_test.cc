@@ -4,9 +4,9 @@
 
 #include <string>
 
+#include "devices/pausing_clock.h"
 #include "platform/fault_injection.h"
 #include "support/debug_trace.h"
-#include "testing/fake_clock.h"
 
 namespace talvorn {
 namespace {
@@ -35,7 +35,7 @@ class ResponseListTest : public ::testing::Test {
     return text;
   }
 
-  testing::FakeClock clock_;
+  testing::PausingClock clock_;
   CResponseList list_{clock_};
 };
 
@@ -54,6 +54,30 @@ TEST_F(ResponseListTest, AnEntryThatExpiresNowSurvivesTheSweep) {
   list_.Sweep();
   EXPECT_EQ(Serials(), "2 ");
   EXPECT_EQ(list_.count(), 1u);
+}
+
+TEST_F(ResponseListTest, IsBoundedAndSweptInPieces) {
+  const auto addAll = [this](std::size_t from, std::size_t to) {
+    for (std::size_t serial = from; serial < to; ++serial) Add(Record(std::to_string(serial)));
+  };
+  addAll(0, CResponseList::kMostEntries - 1);
+  clock_.Advance(5'000);
+  addAll(CResponseList::kMostEntries - 1, CResponseList::kMostEntries + 2);
+  EXPECT_EQ(list_.count(), CResponseList::kMostEntries);
+  Add(Record("0"));  // what is known is confirmed all the same
+
+  clock_.Advance(5'001);
+  std::size_t pauses = 0;
+  clock_.whilePaused = [&] {
+    if (!list_.lock.try_lock()) return;
+    ++pauses;
+    Add(Record("/"));
+    Add(Record("in"));
+    list_.lock.unlock();
+  };
+  list_.Sweep();
+  EXPECT_GE(pauses, CResponseList::kMostEntries / kSweepPiece - 1);
+  EXPECT_EQ(Serials(), "/ 0 " + std::to_string(CResponseList::kMostEntries - 1) + " in ");
 }
 
 TEST_F(ResponseListTest, WithoutItsThreadTheListStillTakesEntries) {
