@@ -58,7 +58,10 @@ bool Runs(const Ids& ids) {
 
 class InterfaceWatchTest : public ::testing::Test {
  protected:
-  InterfaceWatchTest() { DebugTrace().SetEnabled(0); }
+  InterfaceWatchTest() {
+    DebugTrace().SetEnabled(0);
+    serviceRuns_.Set();
+  }
   ~InterfaceWatchTest() override {
     watch_.ShutDownIpv4();
     watch_.ShutDownIpv6();
@@ -68,7 +71,8 @@ class InterfaceWatchTest : public ::testing::Test {
   EventSource events_;
   CResponseList responses_;
   CItemList items_;
-  InterfaceWatch watch_{events_, responses_, items_, RunUntilStopped};
+  RunFlag serviceRuns_;
+  InterfaceWatch watch_{events_, responses_, items_, RunUntilStopped, serviceRuns_};
 };
 
 TEST_F(InterfaceWatchTest, PrimaryAddressesOtherThanLoopbackHaveAThread) {
