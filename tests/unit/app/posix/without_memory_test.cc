@@ -2,10 +2,15 @@
 // with its second, and so on for all of them. It may cost what was at hand at that
 // moment, but neither the thread nor what comes after.
 #include <gtest/gtest.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -16,6 +21,7 @@
 #include <vector>
 
 #include "app/interface_watch.h"
+#include "app/service_loop.h"
 #include "devices/change_event.h"
 #include "devices/static_devices.h"
 #include "devices/status_frame.h"
@@ -28,6 +34,7 @@
 #include "platform/fault_injection.h"
 #include "platform/mailslot.h"
 #include "platform/named_object.h"
+#include "platform/posix/descriptor.h"
 #include "platform/registry.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
@@ -455,6 +462,58 @@ TEST_F(WithoutMemory, TheStaticDeviceWorkerGoesOnToItsNextCycle) {
     for (Life& life : lives) life.context.running.Clear();
     for (Life& life : lives) StopStaticDevices(life.context);
   });
+}
+
+// Puts the calling thread, and those it starts, into a network of their own with one
+// address that a locator uses. False without the right to.
+bool EnterNetworkOfItsOwn() {
+  if (unshare(CLONE_NEWNET) != 0) return false;
+  const platform::Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq request{};
+  std::strcpy(request.ifr_name, "lo");
+  request.ifr_flags = IFF_UP | IFF_RUNNING;
+  if (ioctl(any.get(), SIOCSIFFLAGS, &request) != 0) return false;
+  std::strcpy(request.ifr_name, "lo:1");
+  const auto address = platform::SocketAddress::Ipv4(Address("10.0.0.1"), 0);
+  std::memcpy(&request.ifr_addr, address.storage.data(), sizeof(request.ifr_addr));
+  return ioctl(any.get(), SIOCSIFADDR, &request) == 0;
+}
+
+TEST_F(WithoutMemory, TheServiceGoesOnUntilItIsToldToEnd) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\Software\\Kestrow\\TAL-VORN\\Settings]\n"
+      "\"Time Network Changes\"=dword:1\n\"IPv6 Active\"=dword:1\n");
+  struct Life {
+    RunFlag running;
+    platform::Thread thread;
+  };
+  constexpr int kLives = 32;
+  constexpr long kAllocations = 3 * kLives;  // the start and the first looks have fewer
+  std::atomic<int> endedByItself{0};
+  std::atomic<bool> permitted{true};
+  for (long first = 0; first < kAllocations && permitted; first += kLives) {
+    const int before = failures;
+    std::array<Life, kLives> lives;
+    long allocation = first;
+    for (Life& life : lives) {
+      life.running.Set();
+      life.thread = platform::Thread::Start("service", [&, &running = life.running, allocation] {
+        if (!EnterNetworkOfItsOwn()) {
+          permitted = false;
+          return 1u;
+        }
+        failingAllocation = allocation;
+        if (!Completed([&] { (void)ThreadServiceMain(running); }) || running) ++endedByItself;
+        return 0u;
+      });
+      ++allocation;
+    }
+    EXPECT_TRUE(WaitUntil([&] { return failures - before == kLives || !permitted; }));
+    for (Life& life : lives) life.running.Clear();
+    for (Life& life : lives) life.thread.Join();
+  }
+  if (!permitted) GTEST_SKIP() << "no right to make networks";
+  EXPECT_EQ(endedByItself, 0);
 }
 
 }  // namespace
