@@ -53,24 +53,29 @@ void ShutDown(CThreadList& threads, std::u16string_view family) {
 }  // namespace
 
 InterfaceWatch::InterfaceWatch(const EventSource& events, CResponseList& responses,
-                               CItemList& items, RequestProcedure procedure)
-    : events_(events), responses_(responses), items_(items), procedure_(procedure) {}
+                               CItemList& items, RequestProcedure procedure, const RunFlag& running)
+    : events_(events),
+      responses_(responses),
+      items_(items),
+      procedure_(procedure),
+      running_(running) {}
 
-void InterfaceWatch::WatchIpv4Interfaces(const std::optional<Ipv4Table>& table) {
-  const bool changed = table && table != savedAddressTable_;
-  if (changed) {
+void InterfaceWatch::WatchIpv4Interfaces(std::optional<Ipv4Table> table) {
+  if (table && table != savedAddressTable_) {
     if (!firstTable_) {
       constexpr std::u16string_view kChanged = u"Network interfaces have been changed!\n";
       Report(events_, EventKind::kInformation, kChanged);
       Trace(u"%s", kChanged);
     }
     firstTable_ = false;
-    savedAddressTable_ = table;
-  } else if (!ReinitRequests()) {
-    return;
+    savedAddressTable_ = std::move(table);
+    ipv4ThreadsDiffer_ = true;
+  } else {
+    ReinitRequests();
   }
-  StopVanishedIpv4();
-  StartNewIpv4();
+  if (ipv4ThreadsDiffer_) StopVanishedIpv4();
+  StartThreadsLeftBehind(ipv4Threads_);
+  if (ipv4ThreadsDiffer_) ipv4ThreadsDiffer_ = !StartNewIpv4();
 }
 
 void InterfaceWatch::StopVanishedIpv4() {
@@ -94,7 +99,8 @@ void InterfaceWatch::StopVanishedIpv4() {
   }
 }
 
-void InterfaceWatch::StartNewIpv4() {
+bool InterfaceWatch::StartNewIpv4() {
+  bool all = true;
   for (const Ipv4AddressRow& row : *savedAddressTable_) {
     if (IsLoopback(row) || !IsPrimary(row)) continue;
     if (ThreadItem* const known = ipv4Threads_.FindItem(row.address); known != nullptr) {
@@ -102,8 +108,11 @@ void InterfaceWatch::StartNewIpv4() {
       known->incarnation = row.incarnation;
       continue;
     }
-    ThreadItem* const item = ipv4Threads_.AddItem(row.address);
-    if (!StartThread(item, 4, row.mask)) continue;
+    ThreadItem* const item = AddThread(ipv4Threads_, row.address, 4, row.mask);
+    if (item == nullptr) {
+      all = false;
+      continue;
+    }
     item->incarnation = row.incarnation;
     const auto octet = IdOctets(row.address);
     std::array<char16_t, 1'024> text{};
@@ -113,28 +122,41 @@ void InterfaceWatch::StartNewIpv4() {
     Trace(u"Network interface IPv4: %u.%u.%u.%u (%u) located [0x%08x]!", octet[0], octet[1],
           octet[2], octet[3], item->id, item->handleValue);
   }
+  return all;
 }
 
-bool InterfaceWatch::StartThread(ThreadItem* item, std::uint32_t ipVersion, std::uint32_t mask) {
-  if (item == nullptr) return false;
+ThreadItem* InterfaceWatch::AddThread(CThreadList& threads, std::uint32_t id,
+                                      std::uint32_t ipVersion, std::uint32_t mask) {
+  ThreadItem* const item = threads.AddItem(id);
+  if (item == nullptr) return nullptr;
   item->mask = mask;
   item->ipVersion = ipVersion;
   item->responseList = &responses_;
   item->itemList = &items_;
   item->running.Set();
-  item->thread = platform::Thread::Start(
-      "request", [item, procedure = procedure_] { return procedure(*item); });
-  item->handleValue = item->thread.handleValue();
-  return true;
+  StartThread(*item);
+  return item;
 }
 
-bool InterfaceWatch::ReinitRequests() {
+void InterfaceWatch::StartThread(ThreadItem& item) {
+  item.thread = platform::Thread::Start(
+      "request", [&item, procedure = procedure_] { return procedure(item); });
+  item.handleValue = item.thread.handleValue();
+}
+
+void InterfaceWatch::StartThreadsLeftBehind(CThreadList& threads) {
+  for (ThreadItem* item = threads.First(); item != nullptr; item = threads.Next()) {
+    if (!item->thread.valid()) StartThread(*item);
+  }
+}
+
+void InterfaceWatch::ReinitRequests() {
   platform::RegistryKey key =
       platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kReadWrite);
-  if (!key.valid()) return false;
+  if (!key.valid()) return;
 
-  const std::size_t rowsBefore = savedAddressTable_ ? savedAddressTable_->size() : 0;
-  for (std::uint32_t index = 0;; ++index) {
+  std::vector<std::u16string> served;
+  for (std::uint32_t index = 0; running_; ++index) {
     std::array<char16_t, 100> name{};
     std::array<std::byte, 4> data{};
     const auto result = key.Enumerate(index, name, data);
@@ -145,9 +167,9 @@ bool InterfaceWatch::ReinitRequests() {
       continue;
     }
     Reinitialize(name.data());
-    key.SetDword(name.data(), 1);
+    served.emplace_back(name.data());
   }
-  return savedAddressTable_ && savedAddressTable_->size() != rowsBefore;
+  if (!served.empty()) (void)key.SetDwords(served, 1);  // what stays pending is served again
 }
 
 void InterfaceWatch::Reinitialize(std::u16string_view name) {
@@ -161,8 +183,9 @@ void InterfaceWatch::Reinitialize(std::u16string_view name) {
   Trace(u"%s", kBanner);
   if (!savedAddressTable_) return;
   const std::uint32_t address = platform::ParseIpv4(platform::WideToNarrow(name).c_str());
-  std::erase_if(*savedAddressTable_,
-                [address](const Ipv4AddressRow& row) { return row.address == address; });
+  const std::size_t erased = std::erase_if(
+      *savedAddressTable_, [address](const Ipv4AddressRow& row) { return row.address == address; });
+  if (erased > 0) ipv4ThreadsDiffer_ = true;
 }
 
 void InterfaceWatch::WatchIpv6Interfaces(const std::optional<Ipv6Adapters>& adapters) {
@@ -178,18 +201,22 @@ void InterfaceWatch::WatchIpv6Interfaces(const std::optional<Ipv6Adapters>& adap
   std::ranges::set_difference(current, knownIpv6Interfaces_, std::back_inserter(added));
   std::ranges::set_difference(knownIpv6Interfaces_, current, std::back_inserter(removed));
   knownIpv6Interfaces_ = std::move(current);
-  for (const std::uint32_t index : added) StartIpv6(index);
+  StartThreadsLeftBehind(ipv6Threads_);
+  for (const std::uint32_t index : added) {
+    if (!StartIpv6(index)) knownIpv6Interfaces_.erase(index);
+  }
   for (const std::uint32_t index : removed) StopIpv6(index);
 }
 
-void InterfaceWatch::StartIpv6(std::uint32_t index) {
-  if (ipv6Threads_.FindItem(index) != nullptr) return;
-  ThreadItem* const item = ipv6Threads_.AddItem(index);
-  if (!StartThread(item, 6, 0)) return;
+bool InterfaceWatch::StartIpv6(std::uint32_t index) {
+  if (ipv6Threads_.FindItem(index) != nullptr) return true;
+  const ThreadItem* const item = AddThread(ipv6Threads_, index, 6, 0);
+  if (item == nullptr) return false;
   std::array<char16_t, 50> text{};
   FormatTextW(text, u"Network interface IPv6: %u located !", index);
   Report(events_, EventKind::kInformation, text.data());
   Trace(u"Network interface IPv6: %u located [0x%08x]!", index, item->handleValue);
+  return true;
 }
 
 void InterfaceWatch::StopIpv6(std::uint32_t index) {

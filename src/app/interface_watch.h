@@ -23,11 +23,14 @@ class InterfaceWatch {
   // Procedure of the request threads.
   using RequestProcedure = std::uint32_t (*)(const ThreadItem&);
 
+  // While `running` is cleared, no more requests for a re-initialisation are served.
   InterfaceWatch(const EventSource& events, CResponseList& responses, CItemList& items,
-                 RequestProcedure procedure);
+                 RequestProcedure procedure, const RunFlag& running);
 
-  // One pass each; none means that the system could not be asked.
-  void WatchIpv4Interfaces(const std::optional<Ipv4Table>& table);
+  // One pass each; none means that the system could not be asked. A pass that is
+  // broken off for want of memory leaves its rest to the next one, and so does an
+  // interface whose thread could not be started.
+  void WatchIpv4Interfaces(std::optional<Ipv4Table> table);
   void WatchIpv6Interfaces(const std::optional<Ipv6Adapters>& adapters);
 
   // Ends all threads of a family in three sweeps.
@@ -35,24 +38,31 @@ class InterfaceWatch {
   void ShutDownIpv6();
 
  private:
-  // Serves the re-initialisation requests in the registry. True when an address was
-  // taken out of the saved table, so that its thread is started anew.
-  bool ReinitRequests();
+  // Serves the re-initialisation requests in the registry: takes their addresses out
+  // of the saved table, so that their threads are started anew.
+  void ReinitRequests();
   void Reinitialize(std::u16string_view name);
   void StopVanishedIpv4();
-  void StartNewIpv4();
-  bool StartThread(ThreadItem* item, std::uint32_t ipVersion, std::uint32_t mask);
-  void StartIpv6(std::uint32_t index);
+  // False when there was no memory for one of them.
+  bool StartNewIpv4();
+  bool StartIpv6(std::uint32_t index);
   void StopIpv6(std::uint32_t index);
+  // Null without memory.
+  ThreadItem* AddThread(CThreadList& threads, std::uint32_t id, std::uint32_t ipVersion,
+                        std::uint32_t mask);
+  void StartThread(ThreadItem& item);
+  void StartThreadsLeftBehind(CThreadList& threads);
 
   const EventSource& events_;
   CResponseList& responses_;
   CItemList& items_;
   const RequestProcedure procedure_;
+  const RunFlag& running_;
   CThreadList ipv4Threads_;
   CThreadList ipv6Threads_;
   std::optional<Ipv4Table> savedAddressTable_;
   bool firstTable_ = true;
+  bool ipv4ThreadsDiffer_ = false;  // from what the saved table asks for
   std::set<std::uint32_t> knownIpv6Interfaces_;
 };
 

@@ -9,6 +9,7 @@
 #include "platform/named_object.h"
 #include "platform/thread.h"
 #include "support/ascii_case.h"
+#include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/event_source.h"
 #include "support/interval_timer.h"
@@ -26,7 +27,7 @@ class Process {
  public:
   int Run(std::u16string_view commandLine) {
     RegistryValues settings;
-    RetrieveValues(settings);  // on failure the defaults stand
+    (void)Completed([&] { RetrieveValues(settings); });  // on failure the defaults stand
     DebugTrace().SetEnabled(ReadDebugView());
     DebugTrace().SetPrefix(kTracePrefix);
     serviceInstanceMutex_ = platform::NamedMutex::Create(kServiceMutex);
@@ -82,7 +83,8 @@ class Process {
         &platform::TerminationRequest(), timeToLive_.event.valid() ? &timeToLive_.event : nullptr};
     bool clientSeen = true;
     for (;;) {
-      const bool client = platform::NamedMutex::Open(kClientMutex).valid();
+      bool client = false;
+      (void)Completed([&] { client = platform::NamedMutex::Open(kClientMutex).valid(); });
       if (client) {
         if (!clientSeen) Trace(u"REVIVED\n");
         clientSeen = true;

@@ -11,6 +11,7 @@
 #include "exchange/command_server.h"
 #include "platform/network_interfaces.h"
 #include "platform/socket.h"
+#include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/event_source.h"
 #include "support/interval_timer.h"
@@ -40,7 +41,9 @@ class Service {
   void StartUp() {
     if (OpenEventSource(events_, kSourceTalvorn)) Announce(u"Application started!");
     if (!platform::StartSocketLibrary()) AnnounceFailure(u"StartWindowsSocketAPI() failed");
-    if (!RetrieveValues(settings_)) AnnounceFailure(u"Registry RetrieveValues() failed");
+    bool retrieved = false;
+    (void)Completed([&] { retrieved = RetrieveValues(settings_); });
+    if (!retrieved) AnnounceFailure(u"Registry RetrieveValues() failed");
     if (!responses_.Start(settings_.timeResponseValid))
       AnnounceFailure(u"ResponseList Start() failed");
     if (!items_.Start(settings_.timeResponseValid)) AnnounceFailure(u"ItemList Start() failed");
@@ -59,15 +62,19 @@ class Service {
     refreshTimer_.Start();
   }
 
+  // Each of the looks is lost by itself where there is no memory for it.
   void Pass() {
-    if (refreshTimer_.event.Test()) {
-      Trace(u"REFRESH REGINFO");
-      DebugTrace().SetEnabled(ReadDebugView());
-      refreshTimer_.Restart();
-    }
+    if (refreshTimer_.event.Test()) (void)Completed([this] { Refresh(); });
     Pause();
-    if (settings_.ipv6Active != 0) watch_.WatchIpv6Interfaces(platform::QueryIpv6Adapters());
-    watch_.WatchIpv4Interfaces(platform::QueryIpv4AddressTable());
+    if (settings_.ipv6Active != 0)
+      (void)Completed([this] { watch_.WatchIpv6Interfaces(platform::QueryIpv6Adapters()); });
+    (void)Completed([this] { watch_.WatchIpv4Interfaces(platform::QueryIpv4AddressTable()); });
+  }
+
+  void Refresh() {
+    Trace(u"REFRESH REGINFO");
+    DebugTrace().SetEnabled(ReadDebugView());
+    refreshTimer_.Restart();
   }
 
   void Pause() {
@@ -110,7 +117,7 @@ class Service {
   StaticDeviceContext staticDevices_;
   ExchangeContext exchange_;
   CIntervalTimer refreshTimer_;
-  InterfaceWatch watch_{events_, responses_, items_, ThreadMulticastRequest};
+  InterfaceWatch watch_{events_, responses_, items_, ThreadMulticastRequest, runVariable_};
 };
 
 }  // namespace

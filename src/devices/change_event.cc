@@ -3,6 +3,7 @@
 #include <array>
 
 #include "platform/named_object.h"
+#include "support/completed.h"
 #include "support/text_format.h"
 
 namespace talvorn {
@@ -14,10 +15,12 @@ std::u16string ChangeEventName(std::uint32_t serial) {
 }
 
 void SignalChange(std::uint32_t serial) {
-  static const std::u16string wholeList = ChangeEventName(kWholeList);
-  platform::NamedEvent event =
-      platform::NamedEvent::Open(serial == kWholeList ? wholeList : ChangeEventName(serial));
-  if (event.valid()) event.Pulse();
+  (void)Completed([serial] {
+    static const std::u16string wholeList = ChangeEventName(kWholeList);
+    platform::NamedEvent event =
+        platform::NamedEvent::Open(serial == kWholeList ? wholeList : ChangeEventName(serial));
+    if (event.valid()) event.Pulse();
+  });
 }
 
 }  // namespace talvorn

@@ -6,6 +6,7 @@
 
 #include "platform/memory.h"
 #include "platform/waitable.h"
+#include "support/completed.h"
 #include "support/run_flag.h"
 
 namespace talvorn {
@@ -23,7 +24,7 @@ template <class Sweep>
 void SweepWhile(const RunFlag& running, Sweep sweep) {
   const platform::Waitable* const cleared[] = {&running.cleared()};
   while (running) {
-    sweep();
+    (void)Completed(sweep);
     platform::WaitLimit gap = kSweepGapMs;
     (void)platform::WaitForAny(cleared, gap);  // either way the flag is read again
   }

@@ -1,7 +1,5 @@
 #include "devices/item_hash.h"
 
-#include <cstdint>
-
 namespace talvorn {
 namespace {
 
@@ -24,7 +22,7 @@ platform::Sha1Digest FallbackDigest(std::span<const std::byte> data) {
 }  // namespace
 
 void CHashItem::Compute(std::span<const std::byte> data) {
-  if (!acquired || !provider.Sha1(data, digest)) digest = FallbackDigest(data);
+  if (acquired == 0 || !provider.Sha1(data, digest)) digest = FallbackDigest(data);
 }
 
 }  // namespace talvorn

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 
 #include "platform/digest.h"
@@ -10,14 +11,14 @@ namespace talvorn {
 
 class CHashSHA1 {
  public:
-  CHashSHA1() : acquired(provider.valid()) {}
+  CHashSHA1() { acquired = provider.valid() ? 1 : 0; }
   virtual ~CHashSHA1() = default;
   CHashSHA1(const CHashSHA1&) = delete;
   CHashSHA1& operator=(const CHashSHA1&) = delete;
 
  protected:
+  std::uint32_t acquired = 0;
   platform::DigestProvider provider;
-  bool acquired;
 };
 
 class CHashItem : public CHashSHA1 {

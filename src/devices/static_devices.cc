@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "platform/ini_file.h"
 #include "platform/socket.h"
 #include "platform/text_encoding.h"
+#include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/settings.h"
 
@@ -73,11 +73,7 @@ class Worker {
 
   void Run() {
     while (context_.running) {
-      try {
-        Cycle();
-      } catch (const std::bad_alloc&) {
-        // The next cycle tries again.
-      }
+      (void)Completed([this] { Cycle(); });
       Pause(std::uint64_t{cycleTicks_ - 1} * kTickMs);
     }
   }
@@ -116,7 +112,7 @@ class Worker {
   }
 
   StaticDeviceContext& context_;
-  const std::u16string path_;
+  const std::u16string_view path_;  // in the settings
   const std::uint32_t validity_;
   const std::uint32_t cycleTicks_;
 };
@@ -138,7 +134,8 @@ void StopStaticDevices(StaticDeviceContext& context) {
 
 std::uint32_t DeviceByHostName(StaticDeviceContext& context) {
   RegistryValues settings;
-  const bool readable = RetrieveValues(settings);
+  bool readable = false;
+  CompleteWhile(context.running, [&] { readable = RetrieveValues(settings); });
   if (!FileIsUsable(readable ? settings.staticDevicesIniFile.data() : u"")) return 1;
   Worker(context, settings).Run();
   return 0;

@@ -10,6 +10,7 @@
 #include "platform/socket.h"
 #include "platform/thread.h"
 #include "platform/uuid.h"
+#include "support/completed.h"
 #include "support/text_format.h"
 
 namespace talvorn {
@@ -153,7 +154,7 @@ void Query(const StaticDevice& device) {
 }  // namespace
 
 std::uint32_t ThreadDeviceStatus(const StaticDevice& device) {
-  Query(device);
+  (void)Completed([&] { Query(device); });
   platform::SleepMs(kRestMs);
   return 0;
 }

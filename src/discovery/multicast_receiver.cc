@@ -11,6 +11,7 @@
 #include "discovery/multicast_socket.h"
 #include "platform/network_interfaces.h"
 #include "platform/text_encoding.h"
+#include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/event_source.h"
 
@@ -111,12 +112,13 @@ void ReceiveUntilStopped(MulticastReceiver& receiver, const EventSource& events)
   std::array<std::byte, kMaxDatagramSize> buffer{};
   while (!receiver.stopRequested) {
     if (platform::WaitForAny(waitables, std::nullopt) == platform::WaitStatus::kFailed) return;
-    if (receiver.rejoinEvent.Test()) receiver.socket.RejoinGroup();
+    if (receiver.rejoinEvent.Test()) (void)Completed([&] { receiver.socket.RejoinGroup(); });
     std::size_t size = 0;
     platform::SocketAddress source;
     switch (receiver.socket.ReceiveFrom(buffer, size, source)) {
       case platform::ReceiveStatus::kReceived:
-        HandleDatagram(receiver, std::span(buffer).first(size), source, events);
+        (void)Completed(
+            [&] { HandleDatagram(receiver, std::span(buffer).first(size), source, events); });
         break;
       case platform::ReceiveStatus::kNothing:
         break;
@@ -126,9 +128,17 @@ void ReceiveUntilStopped(MulticastReceiver& receiver, const EventSource& events)
   }
 }
 
+void TellToStop(MulticastReceiver& receiver) {
+  receiver.stopRequested = true;
+  receiver.stopEvent.Set();
+}
+
 }  // namespace
 
-MulticastReceiver::~MulticastReceiver() { thread.JoinFor(kDestructionWaitMs); }
+MulticastReceiver::~MulticastReceiver() {
+  TellToStop(*this);
+  thread.JoinFor(kDestructionWaitMs);
+}
 
 bool OpenReceiver(MulticastReceiver& receiver, std::uint32_t interfaceValue,
                   const char* groupText) {
@@ -144,8 +154,7 @@ bool OpenReceiver(MulticastReceiver& receiver, std::uint32_t interfaceValue,
 }
 
 void StopReceiver(MulticastReceiver& receiver) {
-  receiver.stopRequested = true;
-  receiver.stopEvent.Set();
+  TellToStop(receiver);
   receiver.thread.Join();
 }
 

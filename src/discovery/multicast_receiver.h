@@ -19,7 +19,8 @@ struct MulticastReceiver {
   MulticastReceiver() = default;
   MulticastReceiver(const MulticastReceiver&) = delete;
   MulticastReceiver& operator=(const MulticastReceiver&) = delete;
-  // Waits up to two seconds for a thread that has not been stopped.
+  // Stops a thread that still runs, and waits up to two seconds for it before the
+  // events go.
   ~MulticastReceiver();
 
   platform::Socket socket;

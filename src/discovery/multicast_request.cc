@@ -6,6 +6,7 @@
 #include "discovery/datagram.h"
 #include "discovery/multicast_receiver.h"
 #include "discovery/multicast_socket.h"
+#include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/id_octets.h"
 #include "support/interval_timer.h"
@@ -38,7 +39,7 @@ class RequestThread {
     Start();
     PassPacer pacer(kTickMs);
     while (item_.running) {
-      Pass();
+      (void)Completed([this] { Pass(); });
       AwaitNextPass(pacer);
     }
     End();
@@ -49,12 +50,12 @@ class RequestThread {
     const bool canReportSent = OpenEventSource(castRequest_, kSourceCastRequest);
     const bool canReportHeard = OpenEventSource(castReceive_, kSourceCastReceive);
     RegistryValues settings;
-    RetrieveValues(settings);
+    (void)Completed([&] { RetrieveValues(settings); });  // or the defaults stand
     requestTimer_.period = settings.timeRequest;
     masterTimer_.period = settings.timeMaster;
     if (canReportSent && canReportHeard) {
-      if (settings.timeMulticastRequestAllowed == 0) Send();
-      OpenReceivers();
+      if (settings.timeMulticastRequestAllowed == 0) (void)Completed([this] { Send(); });
+      (void)Completed([this] { OpenReceivers(); });
     }
     requestTimer_.Start();
     masterTimer_.Start();

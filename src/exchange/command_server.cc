@@ -4,11 +4,11 @@
 #include <array>
 #include <cstddef>
 #include <limits>
-#include <new>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "devices/device_record.h"
@@ -19,6 +19,7 @@
 #include "platform/mailslot.h"
 #include "support/ascii_case.h"
 #include "support/byte_io.h"
+#include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/settings.h"
 
@@ -70,7 +71,9 @@ class CommandServer {
   explicit CommandServer(ExchangeContext& context) : context_(context) {}
 
   void Run() {
-    if (!Start()) context_.running.Clear();
+    CompleteWhile(context_.running, [this] {
+      if (!Start()) context_.running.Clear();
+    });
     while (context_.running) Pass();
   }
 
@@ -89,7 +92,7 @@ class CommandServer {
     if (readEvent_.valid())
       mailslot_ = platform::Mailslot::Create(kServerMailslot, kReadTimeoutMs, &security);
     FreeSecurityAttributes(context_);
-    OpenLogModeEvent();
+    (void)Completed([this] { OpenLogModeEvent(); });
     return mailslot_.valid();
   }
 
@@ -116,12 +119,8 @@ class CommandServer {
       Pause();
     } else if (!waiting->nextSize) {
       (void)mailslot_.WaitForMessage(context_.running.cleared(), std::nullopt);
-    } else {
-      try {
-        Serve(*waiting->nextSize);
-      } catch (const std::bad_alloc&) {
-        // Without memory this request gets no reply.
-      }
+    } else if (!Completed([&] { Serve(*waiting->nextSize); })) {
+      Pause();  // the message may still be there, the memory not
     }
   }
 
@@ -134,9 +133,11 @@ class CommandServer {
     const std::string command = ReadCommand(messageSize);
     if (command.empty()) return;
     const std::optional<Reply> reply = Dispatch(command);
-    if (!reply || !platform::IsMailslotName(replyMailslot_)) return;
+    const std::u16string_view name =
+        replyMailslot_.empty() ? kDefaultReplyMailslot : std::u16string_view(replyMailslot_);
+    if (!reply || !platform::IsMailslotName(name)) return;
     // A client that is gone or does not read loses its reply.
-    (void)platform::WriteMailslot(replyMailslot_, *reply, 0);
+    (void)platform::WriteMailslot(name, *reply, 0);
   }
 
   // The command of the next message; empty when there is nothing to serve.
@@ -148,8 +149,7 @@ class CommandServer {
     if (message.size() < kReplyNameOffset) return std::string(kInvalidCommand);
     const std::optional<Request> request = DecodeRequest(message);
     if (!request) return {};
-    replyMailslot_ =
-        request->replyMailslot.empty() ? kDefaultReplyMailslot : request->replyMailslot;
+    replyMailslot_ = request->replyMailslot;
     return request->command;
   }
 
@@ -204,9 +204,10 @@ class CommandServer {
     TraceAlwaysA("%s ----------------------------------------\n", kTraceTag);
     TraceAlwaysA("%s CMD_SETLOGPATH\n", kTraceTag);
     if (const std::size_t separator = command.find(';'); separator != std::string_view::npos) {
-      logPath_ = command.substr(separator + 1);
-      const char end = platform::PathSeparatorFor(logPath_);
-      if (!logPath_.ends_with(end)) logPath_.push_back(end);
+      std::string path(command.substr(separator + 1));
+      const char end = platform::PathSeparatorFor(path);
+      if (!path.ends_with(end)) path.push_back(end);
+      logPath_ = std::move(path);
     } else {
       logPath_ = TemporaryLogPath();
     }
@@ -241,7 +242,7 @@ class CommandServer {
   ExchangeContext& context_;
   RegistryValues settings_;
   std::string logPath_;
-  std::u16string replyMailslot_{kDefaultReplyMailslot};
+  std::u16string replyMailslot_;  // of the last request; empty: the default
   platform::NamedEvent logModeEvent_;
   platform::Mailslot mailslot_;
   platform::Event readEvent_;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace talvorn::platform {
@@ -51,9 +52,14 @@ class RegistryKey {
   [[nodiscard]] RegistryResult Enumerate(std::uint32_t index, std::span<char16_t> name,
                                          std::span<std::byte> data) const;
 
-  // Makes or replaces a value in the store; queries of this key may still show what
-  // was there when it was opened.
-  bool SetDword(std::u16string_view name, std::uint32_t value);
+  // Makes or replaces values in the store, all in one step where the store is a file;
+  // queries of this key may still show what was there when it was opened. False when
+  // some could not be set.
+  bool SetDwords(std::span<const std::u16string> names, std::uint32_t value);
+  bool SetDword(std::u16string_view name, std::uint32_t value) {
+    const std::u16string only(name);
+    return SetDwords({&only, 1}, value);
+  }
 
  private:
   struct State;

@@ -1,9 +1,9 @@
 #include "support/debug_trace.h"
 
 #include <algorithm>
-#include <new>
 
 #include "platform/debug_output.h"
+#include "support/completed.h"
 
 namespace talvorn {
 namespace {
@@ -33,35 +33,27 @@ CDebugTrace& DebugTrace() {
 void CDebugTrace::SetPrefix(std::u16string_view text) {
   const std::lock_guard guard(lock);
   prefix.clear();
-  try {
-    prefix = text;
-  } catch (const std::bad_alloc&) {
-    // The trace runs on without a prefix.
-  }
+  (void)Completed([&] { prefix = text; });  // or the trace runs on without one
 }
 
 void CDebugTrace::WriteLines(std::u16string_view format,
                              std::span<const FormatArgument<char16_t>> arguments) {
   const std::lock_guard guard(lock);
-  try {
+  (void)Completed([&] {
     std::u16string text(FormatInto(std::span<char16_t>(), format, arguments), u'\0');
     FormatInto(text, format, arguments);
     platform::DebugOutputW(PrefixLines(text, prefix));
-  } catch (const std::bad_alloc&) {
-    // This line is lost.
-  }
+  });
 }
 
 void CDebugTrace::WriteNarrow(std::string_view format,
                               std::span<const FormatArgument<char>> arguments) {
   const std::lock_guard guard(lock);
-  try {
+  (void)Completed([&] {
     std::string text(FormatInto(std::span<char>(), format, arguments), '\0');
     FormatInto(text, format, arguments);
     platform::DebugOutputA(text);
-  } catch (const std::bad_alloc&) {
-    // This line is lost.
-  }
+  });
 }
 
 }  // namespace talvorn

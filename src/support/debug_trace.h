@@ -1,5 +1,6 @@
 // The diagnostic trace of the process. Any thread may write at any time, also while
-// it holds locks of its own; each call leaves as one output string, or is dropped.
+// it holds locks of its own; each call leaves as one output string, or is dropped, as
+// it is without memory.
 // While the trace is off, Trace and TraceA cost one comparison.
 #pragma once
 

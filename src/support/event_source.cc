@@ -1,5 +1,7 @@
 #include "support/event_source.h"
 
+#include "support/completed.h"
+
 namespace talvorn {
 namespace {
 
@@ -9,16 +11,19 @@ constexpr std::uint32_t kEventId = 1'000;
 }  // namespace
 
 bool OpenEventSource(EventSource& source, std::u16string_view name) {
-  source.handle = platform::EventLog::Register(name);
-  if (!source.handle.valid()) return false;
-  source.userSid = platform::CurrentUserIdentity();
-  return true;
+  (void)Completed([&] {
+    source.handle = platform::EventLog::Register(name);
+    if (source.handle.valid()) source.userSid = platform::CurrentUserIdentity();
+  });
+  return source.handle.valid();
 }
 
 void Report(const EventSource& source, EventKind kind, std::u16string_view text) {
   if (!source.handle.valid()) return;
-  source.handle.Report(kind, kCategory, kEventId, source.userSid ? &*source.userSid : nullptr,
-                       text);
+  (void)Completed([&] {
+    source.handle.Report(kind, kCategory, kEventId, source.userSid ? &*source.userSid : nullptr,
+                         text);
+  });
 }
 
 void CloseEventSource(EventSource& source) {

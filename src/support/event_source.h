@@ -1,5 +1,6 @@
 // Reports to the system's event log. Each reporting thread opens the sources it
-// needs for itself and closes them when it ends; a report never fails visibly.
+// needs for itself and closes them when it ends; a report never fails visibly, also
+// not for want of memory.
 #pragma once
 
 #include <optional>

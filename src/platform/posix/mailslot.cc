@@ -330,33 +330,31 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
                           const SecurityAttributes* security) {
   Mailslot mailslot;
   if (FaultHits(Fault::kMailslotCreate) || !IsMailslotName(name)) return mailslot;
-  try {
-    const std::string file = FileNameOf(name);
-    Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kMailslot, true);
-    if (!directory.valid()) return mailslot;
-    NewSocket made = BindNewSocket(directory.get(), FileModeFor(security));
-    if (!made.socket.valid()) return mailslot;
-    Descriptor own = OpenPath(directory.get(), made.name);
-    int error = EADDRINUSE;
-    if (own.valid()) {
-      const FolderLock lock(directory.get());
-      error = GiveName(directory.get(), made.name, file);
-    }
-    if (error != 0) {
-      (void)unlinkat(directory.get(), made.name.c_str(), 0);
-      // A living process that has the name is no obstacle; a leftover that only
-      // others may remove is one.
-      if (error != EADDRINUSE) {
-        ReportObstacle("cannot create the mailslot " + file + ": " +
-                       RuntimeFolderPath(RuntimeFolder::kMailslot) + '/' + file +
-                       " is in the way. Remove it as root, and start again.");
-      }
-      return mailslot;
-    }
-    mailslot.state_ = std::make_unique<State>(std::move(directory), std::move(own),
-                                              std::move(made.socket), file, readTimeoutMs);
-  } catch (const std::bad_alloc&) {
+  const std::string file = FileNameOf(name);
+  Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kMailslot, true);
+  if (!directory.valid()) return mailslot;
+  NewSocket made = BindNewSocket(directory.get(), FileModeFor(security));
+  if (!made.socket.valid()) return mailslot;
+  Descriptor own = OpenPath(directory.get(), made.name);
+  int error = EADDRINUSE;
+  if (own.valid()) {
+    const FolderLock lock(directory.get());
+    error = GiveName(directory.get(), made.name, file);
   }
+  if (error != 0) {
+    (void)unlinkat(directory.get(), made.name.c_str(), 0);
+    // A living process that has the name is no obstacle; a leftover that only
+    // others may remove is one.
+    if (error != EADDRINUSE) {
+      ReportObstacle("cannot create the mailslot " + file + ": " +
+                     RuntimeFolderPath(RuntimeFolder::kMailslot) + '/' + file +
+                     " is in the way. Remove it as root, and start again.");
+    }
+    return mailslot;
+  }
+  // Without memory for this the file stays behind, as one that can be replaced.
+  mailslot.state_ = std::make_unique<State>(std::move(directory), std::move(own),
+                                            std::move(made.socket), file, readTimeoutMs);
   return mailslot;
 }
 

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
-#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -168,34 +167,25 @@ RegistryKey& RegistryKey::operator=(RegistryKey&& other) noexcept = default;
 RegistryKey RegistryKey::Open(std::u16string_view path, RegistryAccess access) {
   RegistryKey key;
   if (FaultHits(Fault::kRegistryOpen)) return key;
-  try {
-    const std::string file = RegistryPath();
-    auto content = ReadTextFile(file);
-    const bool write = access == RegistryAccess::kReadWrite;
-    if (!content || (write && !MayReplace(file, content->status))) return key;
-    const RegistryFile registry(std::move(content->bytes));
-    if (!registry.HasKey(path)) return key;
-    key.state_ =
-        std::make_unique<State>(State{std::u16string(path), write, registry.ValuesOf(path)});
-  } catch (const std::bad_alloc&) {
-    key.state_.reset();
-  }
+  const std::string file = RegistryPath();
+  auto content = ReadTextFile(file);
+  const bool write = access == RegistryAccess::kReadWrite;
+  if (!content || (write && !MayReplace(file, content->status))) return key;
+  const RegistryFile registry(std::move(content->bytes));
+  if (!registry.HasKey(path)) return key;
+  key.state_ = std::make_unique<State>(State{std::u16string(path), write, registry.ValuesOf(path)});
   return key;
 }
 
 RegistryKey RegistryKey::Create(std::u16string_view path) {
-  try {
-    if (!IsPlainName(path)) return {};
-    const std::string file = RegistryPath();
-    const auto content = ReadTextFile(file);
-    if (!content || !RegistryFile(content->bytes).HasKey(path)) {
-      mkdir(DirectoryOf(file).c_str(), 0755);
-      if (!ChangeFile([path](const RegistryFile& registry) { return registry.WithKey(path); })) {
-        return {};
-      }
+  if (!IsPlainName(path)) return {};
+  const std::string file = RegistryPath();
+  const auto content = ReadTextFile(file);
+  if (!content || !RegistryFile(content->bytes).HasKey(path)) {
+    mkdir(DirectoryOf(file).c_str(), 0755);
+    if (!ChangeFile([path](const RegistryFile& registry) { return registry.WithKey(path); })) {
+      return {};
     }
-  } catch (const std::bad_alloc&) {
-    return {};
   }
   return Open(path, RegistryAccess::kReadWrite);
 }
@@ -211,20 +201,16 @@ RegistryResult RegistryKey::QueryNarrow(std::u16string_view name, std::span<char
   if (state_ == nullptr) return {};
   const RegistryValue* const value = state_->Find(name);
   if (value == nullptr) return {.status = RegistryStatus::kMissing};
-  try {
-    std::string narrow;
-    if (value->type == kRegistryString || value->type == kRegistryExpandString ||
-        value->type == kRegistryMultiString) {
-      std::u16string wide(value->data.size() / sizeof(char16_t), u'\0');
-      std::memcpy(wide.data(), value->data.data(), wide.size() * sizeof(char16_t));
-      narrow = WideToUtf8(wide);
-    } else {
-      narrow.assign(reinterpret_cast<const char*>(value->data.data()), value->data.size());
-    }
-    return CopyOut<char>(value->type, narrow, data);
-  } catch (const std::bad_alloc&) {
-    return {};
+  std::string narrow;
+  if (value->type == kRegistryString || value->type == kRegistryExpandString ||
+      value->type == kRegistryMultiString) {
+    std::u16string wide(value->data.size() / sizeof(char16_t), u'\0');
+    std::memcpy(wide.data(), value->data.data(), wide.size() * sizeof(char16_t));
+    narrow = WideToUtf8(wide);
+  } else {
+    narrow.assign(reinterpret_cast<const char*>(value->data.data()), value->data.size());
   }
+  return CopyOut<char>(value->type, narrow, data);
 }
 
 RegistryResult RegistryKey::Enumerate(std::uint32_t index, std::span<char16_t> name,
@@ -241,15 +227,15 @@ RegistryResult RegistryKey::Enumerate(std::uint32_t index, std::span<char16_t> n
   return result;
 }
 
-bool RegistryKey::SetDword(std::u16string_view name, std::uint32_t value) {
-  if (state_ == nullptr || !state_->writable || !IsPlainName(name)) return false;
-  try {
-    return ChangeFile([&](const RegistryFile& registry) {
-      return registry.WithDword(state_->path, name, value);
-    });
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+bool RegistryKey::SetDwords(std::span<const std::u16string> names, std::uint32_t value) {
+  if (state_ == nullptr || !state_->writable) return false;
+  std::vector<std::u16string> plain(names.begin(), names.end());
+  const bool allPlain =
+      std::erase_if(plain, [](const std::u16string& name) { return !IsPlainName(name); }) == 0;
+  return ChangeFile([&](const RegistryFile& registry) {
+           return registry.WithDwords(state_->path, plain, value);
+         }) &&
+         allPlain;
 }
 
 }  // namespace talvorn::platform

@@ -319,21 +319,36 @@ std::string RegistryFile::WithKey(std::u16string_view path) const {
   return WithLines(bytes_.size(), {u"", header});
 }
 
-std::optional<std::string> RegistryFile::WithDword(std::u16string_view path,
-                                                   std::u16string_view name,
-                                                   std::uint32_t value) const {
+std::optional<std::string> RegistryFile::WithDwords(std::u16string_view path,
+                                                    std::span<const std::u16string> names,
+                                                    std::uint32_t value) const {
   const auto key = keys_.find(FoldCase(WithoutTrailingSeparators(path)));
   if (key == keys_.end()) return std::nullopt;
 
-  const auto known = key->second.index.find(FoldCase(name));
-  if (known == key->second.index.end()) {
-    return WithLines(key->second.headerEnd, {QuotedName(name) + u"=" + Dword(value)});
+  std::vector<std::u16string> added;
+  std::map<std::size_t, std::size_t> replaced;  // ends of the data, by their beginnings
+  for (const std::u16string& name : names) {
+    const auto known = key->second.index.find(FoldCase(name));
+    if (known == key->second.index.end()) {
+      added.push_back(QuotedName(name) + u"=" + Dword(value));
+    } else {
+      const Entry& entry = key->second.entries[known->second];
+      replaced[OffsetOf(entry.begin)] = OffsetOf(entry.end);
+    }
   }
-  const Entry& entry = key->second.entries[known->second];
-  const std::size_t begin = OffsetOf(entry.begin);
-  std::string changed = bytes_;
-  changed.replace(begin, OffsetOf(entry.end) - begin, Encode(Dword(value)));
-  return changed;
+
+  const std::string data = Encode(Dword(value));
+  std::string changed;
+  std::size_t copied = 0;
+  for (const auto& [begin, end] : replaced) {
+    changed.append(bytes_, copied, begin - copied).append(data);
+    copied = end;
+  }
+  changed.append(bytes_, copied);
+  if (added.empty()) return changed;
+  // Read anew, since the key's lines have moved.
+  const RegistryFile moved(std::move(changed));
+  return moved.WithLines(moved.keys_.find(key->first)->second.headerEnd, added);
 }
 
 std::size_t RegistryFile::OffsetOf(Place place) const {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -30,11 +31,11 @@ class RegistryFile {
   [[nodiscard]] std::vector<RegistryValue> ValuesOf(std::u16string_view path) const;
 
   // The file's bytes with one change; all other bytes are kept. None when there is
-  // no such key to hold the value.
+  // no such key to hold the values.
   [[nodiscard]] std::string WithKey(std::u16string_view path) const;
-  [[nodiscard]] std::optional<std::string> WithDword(std::u16string_view path,
-                                                     std::u16string_view name,
-                                                     std::uint32_t value) const;
+  [[nodiscard]] std::optional<std::string> WithDwords(std::u16string_view path,
+                                                      std::span<const std::u16string> names,
+                                                      std::uint32_t value) const;
 
  private:
   class Parser;

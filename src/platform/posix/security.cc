@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 #include <vector>
 
 #include "platform/fault_injection.h"
@@ -58,8 +57,7 @@ SidPointer AllocateSid(std::uint8_t authority,
       subAuthorities.size() > SecurityIdentifier::kMostSubAuthorities) {
     return nullptr;
   }
-  SidPointer sid(new (std::nothrow) SecurityIdentifier);
-  if (sid == nullptr) return nullptr;
+  SidPointer sid(new SecurityIdentifier);
   sid->authority = authority;
   sid->count = static_cast<std::uint8_t>(subAuthorities.size());
   std::copy(subAuthorities.begin(), subAuthorities.end(), sid->subAuthorities.begin());
@@ -68,21 +66,17 @@ SidPointer AllocateSid(std::uint8_t authority,
 
 AclPointer MakeAcl(std::span<const ExplicitAccess> entries) {
   if (FaultHits(Fault::kAclMake)) return nullptr;
-  try {
-    AclPointer acl(new AccessControlList);
-    for (const ExplicitAccess& entry : entries) {
-      if (entry.trustee == nullptr) return nullptr;
-      acl->entries.push_back({entry.accessMask, *entry.trustee});
-    }
-    return acl;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
+  AclPointer acl(new AccessControlList);
+  for (const ExplicitAccess& entry : entries) {
+    if (entry.trustee == nullptr) return nullptr;
+    acl->entries.push_back({entry.accessMask, *entry.trustee});
   }
+  return acl;
 }
 
 DescriptorPointer AllocateDescriptor() {
   if (FaultHits(Fault::kDescriptorMake)) return nullptr;
-  return DescriptorPointer(new (std::nothrow) SecurityDescriptor);
+  return DescriptorPointer(new SecurityDescriptor);
 }
 
 bool InitializeDescriptor(SecurityDescriptor& descriptor, std::uint32_t revision) {

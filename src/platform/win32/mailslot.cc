@@ -125,15 +125,11 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
     native.lpSecurityDescriptor = NativeDescriptor(security->securityDescriptor);
     native.bInheritHandle = security->inheritHandle;
   }
-  try {
-    auto state = std::make_unique<State>();
-    state->ownReadEvent = KernelHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    state->handle = FileHandle(CreateMailslotW(ToNative(std::u16string(name)), 0, readTimeoutMs,
-                                               security != nullptr ? &native : nullptr));
-    if (state->handle.valid() && state->ownReadEvent.valid()) mailslot.state_ = std::move(state);
-  } catch (const std::bad_alloc&) {
-    // None.
-  }
+  auto state = std::make_unique<State>();
+  state->ownReadEvent = KernelHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  state->handle = FileHandle(CreateMailslotW(ToNative(std::u16string(name)), 0, readTimeoutMs,
+                                             security != nullptr ? &native : nullptr));
+  if (state->handle.valid() && state->ownReadEvent.valid()) mailslot.state_ = std::move(state);
   return mailslot;
 }
 

@@ -1,7 +1,6 @@
 #include "platform/registry.h"
 
 #include <memory>
-#include <new>
 #include <string>
 #include <utility>
 
@@ -42,29 +41,21 @@ RegistryStatus StatusOf(LSTATUS error) {
 // A state on the key that `call` opens; none when it fails.
 template <typename State, typename Call>
 std::unique_ptr<State> StateOn(std::u16string_view path, Call call) {
-  try {
-    auto state = std::make_unique<State>();
-    const std::u16string terminated(path);
-    const bool open = call(ToNative(terminated), state->key.Receive()) == ERROR_SUCCESS;
-    return open ? std::move(state) : nullptr;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
+  auto state = std::make_unique<State>();
+  const std::u16string terminated(path);
+  const bool open = call(ToNative(terminated), state->key.Receive()) == ERROR_SUCCESS;
+  return open ? std::move(state) : nullptr;
 }
 
 // What `call` tells of a value whose data it stores in a buffer of `capacity` bytes.
 template <typename Call>
 RegistryResult Ask(std::size_t capacity, Call call) {
-  try {
-    DWORD type = 0;
-    DWORD size = DwordSize(capacity);
-    const RegistryStatus status = StatusOf(call(&type, &size));
-    if (status != RegistryStatus::kOk && status != RegistryStatus::kMoreData)
-      return {.status = status};
-    return {status, type, size};
-  } catch (const std::bad_alloc&) {
-    return {};
-  }
+  DWORD type = 0;
+  DWORD size = DwordSize(capacity);
+  const RegistryStatus status = StatusOf(call(&type, &size));
+  if (status != RegistryStatus::kOk && status != RegistryStatus::kMoreData)
+    return {.status = status};
+  return {status, type, size};
 }
 
 }  // namespace
@@ -123,15 +114,16 @@ RegistryResult RegistryKey::Enumerate(std::uint32_t index, std::span<char16_t> n
   });
 }
 
-bool RegistryKey::SetDword(std::u16string_view name, std::uint32_t value) {
+bool RegistryKey::SetDwords(std::span<const std::u16string> names, std::uint32_t value) {
   if (state_ == nullptr) return false;
-  try {
-    const DWORD native = value;
-    return RegSetValueExW(state_->key.get(), ToNative(std::u16string(name)), 0, REG_DWORD,
-                          reinterpret_cast<const BYTE*>(&native), sizeof(native)) == ERROR_SUCCESS;
-  } catch (const std::bad_alloc&) {
-    return false;
+  const DWORD native = value;
+  bool allSet = true;
+  for (const std::u16string& name : names) {
+    allSet &=
+        RegSetValueExW(state_->key.get(), ToNative(name), 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>(&native), sizeof(native)) == ERROR_SUCCESS;
   }
+  return allSet;
 }
 
 }  // namespace talvorn::platform

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 #include <vector>
 
 #include "platform/fault_injection.h"
@@ -44,27 +43,23 @@ SidPointer AllocateSid(std::uint8_t authority,
 
 AclPointer MakeAcl(std::span<const ExplicitAccess> entries) {
   if (FaultHits(Fault::kAclMake)) return nullptr;
-  try {
-    std::vector<EXPLICIT_ACCESS_W> natives;
-    for (const ExplicitAccess& entry : entries) {
-      EXPLICIT_ACCESS_W native{};
-      native.grfAccessPermissions = entry.accessMask;
-      native.grfAccessMode = static_cast<ACCESS_MODE>(entry.mode);
-      native.grfInheritance = entry.inheritance;
-      native.Trustee.TrusteeForm = TRUSTEE_IS_SID;
-      native.Trustee.TrusteeType = static_cast<TRUSTEE_TYPE>(entry.trusteeType);
-      native.Trustee.ptstrName = static_cast<LPWSTR>(NativeSid(entry.trustee));
-      natives.push_back(native);
-    }
-    PACL acl = nullptr;
-    if (SetEntriesInAclW(static_cast<ULONG>(natives.size()), natives.data(), nullptr, &acl) !=
-        ERROR_SUCCESS) {
-      return nullptr;
-    }
-    return AclPointer(reinterpret_cast<AccessControlList*>(acl));
-  } catch (const std::bad_alloc&) {
+  std::vector<EXPLICIT_ACCESS_W> natives;
+  for (const ExplicitAccess& entry : entries) {
+    EXPLICIT_ACCESS_W native{};
+    native.grfAccessPermissions = entry.accessMask;
+    native.grfAccessMode = static_cast<ACCESS_MODE>(entry.mode);
+    native.grfInheritance = entry.inheritance;
+    native.Trustee.TrusteeForm = TRUSTEE_IS_SID;
+    native.Trustee.TrusteeType = static_cast<TRUSTEE_TYPE>(entry.trusteeType);
+    native.Trustee.ptstrName = static_cast<LPWSTR>(NativeSid(entry.trustee));
+    natives.push_back(native);
+  }
+  PACL acl = nullptr;
+  if (SetEntriesInAclW(static_cast<ULONG>(natives.size()), natives.data(), nullptr, &acl) !=
+      ERROR_SUCCESS) {
     return nullptr;
   }
+  return AclPointer(reinterpret_cast<AccessControlList*>(acl));
 }
 
 DescriptorPointer AllocateDescriptor() {

@@ -2,13 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <mutex>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "platform/fault_injection.h"
+#include "platform/registry.h"
 #include "platform/socket.h"
+#include "platform/text_encoding.h"
 #include "support/debug_trace.h"
+#include "support/settings.h"
 #include "testing/scratch_machine.h"
 #include "testing/wait_until.h"
 
@@ -58,7 +63,10 @@ bool Runs(const Ids& ids) {
 
 class InterfaceWatchTest : public ::testing::Test {
  protected:
-  InterfaceWatchTest() { DebugTrace().SetEnabled(0); }
+  InterfaceWatchTest() {
+    DebugTrace().SetEnabled(0);
+    serviceRuns_.Set();
+  }
   ~InterfaceWatchTest() override {
     watch_.ShutDownIpv4();
     watch_.ShutDownIpv6();
@@ -68,7 +76,8 @@ class InterfaceWatchTest : public ::testing::Test {
   EventSource events_;
   CResponseList responses_;
   CItemList items_;
-  InterfaceWatch watch_{events_, responses_, items_, RunUntilStopped};
+  RunFlag serviceRuns_;
+  InterfaceWatch watch_{events_, responses_, items_, RunUntilStopped, serviceRuns_};
 };
 
 TEST_F(InterfaceWatchTest, PrimaryAddressesOtherThanLoopbackHaveAThread) {
@@ -83,14 +92,51 @@ TEST_F(InterfaceWatchTest, PrimaryAddressesOtherThanLoopbackHaveAThread) {
   EXPECT_TRUE(Runs({}));
 }
 
-TEST_F(InterfaceWatchTest, AThreadThatCannotStartIsTriedAgainWhenItsAddressReturns) {
-  platform::ArmFault(platform::Fault::kThreadStart, 1);
-  watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1")});
-  platform::DisarmFaults();
-  watch_.WatchIpv4Interfaces(Table{});
+TEST_F(InterfaceWatchTest, AThreadThatCannotStartIsTriedAgainInTheNextPass) {
+  platform::ArmFault(platform::Fault::kThreadStart, 3);
+  watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1"), Row("10.0.0.2")});
+  watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
   EXPECT_TRUE(Runs({}));
   watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1")});
-  EXPECT_TRUE(Runs({Address("10.0.0.1")}));
+  EXPECT_TRUE(Runs({Address("10.0.0.1")})) << "the other address has gone before";
+  watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
+  EXPECT_TRUE(Runs({Address("10.0.0.1"), 9}));
+  platform::DisarmFaults();
+}
+
+TEST_F(InterfaceWatchTest, ManyPendingReinitialisationsAreServedInOnePassUnlessTheServiceEnds) {
+  constexpr std::uint32_t kRequests = 20'000;
+  std::vector<std::u16string> names;
+  for (std::uint32_t i = 0; i < kRequests; ++i)
+    names.push_back(
+        platform::NarrowToWide("10.1." + std::to_string(i / 250) + '.' + std::to_string(i % 250)));
+  names.back() = u"10.0.0.1";
+  platform::RegistryKey key = platform::RegistryKey::Create(kInterfacesKey);
+  ASSERT_TRUE(key.SetDwords(names, 0));
+  const auto served = [] {
+    const auto now = platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kRead);
+    std::uint32_t ones = 0;
+    for (std::uint32_t i = 0; i < kRequests; ++i) {
+      std::array<char16_t, 100> name{};
+      std::array<std::byte, 4> data{};
+      EXPECT_EQ(now.Enumerate(i, name, data).status, platform::RegistryStatus::kOk);
+      ones += std::to_integer<std::uint32_t>(data[0]);
+    }
+    return ones;
+  };
+
+  const Table table{Row("10.0.0.1"), Row("10.0.0.2")};
+  watch_.WatchIpv4Interfaces(table);
+  serviceRuns_.Clear();
+  watch_.WatchIpv4Interfaces(table);
+  EXPECT_EQ(served(), 0u);
+  EXPECT_TRUE(Runs({Address("10.0.0.1"), Address("10.0.0.2")}));
+  serviceRuns_.Set();
+  watch_.WatchIpv4Interfaces(table);
+  EXPECT_EQ(served(), kRequests);
+  EXPECT_TRUE(Runs({Address("10.0.0.2")}));
+  watch_.WatchIpv4Interfaces(table);
+  EXPECT_TRUE(Runs({Address("10.0.0.1"), Address("10.0.0.2")}));
 }
 
 TEST_F(InterfaceWatchTest, UsableIpv6InterfacesHaveAThread) {

@@ -105,19 +105,29 @@ TEST(RegistryFile, ChangesNothingButTheValue) {
       {"[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=-\n",
        "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=dword:00000001\n"},
   };
+  const auto withDword = [](std::string_view bytes, const std::u16string& name,
+                            std::uint32_t value) {
+    return RegistryFile(std::string(bytes)).WithDwords(u"K", {&name, 1}, value);
+  };
   for (const auto& c : cases) {
-    EXPECT_EQ(RegistryFile(std::string(c.before)).WithDword(u"K", u"A", 1), c.after);
+    EXPECT_EQ(withDword(c.before, u"A", 1), c.after);
     const std::u16string before = Utf8ToWide(c.before);
-    EXPECT_EQ(RegistryFile(Utf16(before)).WithDword(u"K", u"A", 1), Utf16(Utf8ToWide(c.after)));
+    EXPECT_EQ(withDword(Utf16(before), u"A", 1), Utf16(Utf8ToWide(c.after)));
   }
   // Characters of several bytes and bytes that are no characters before the value.
-  EXPECT_EQ(
-      RegistryFile("[HKEY_LOCAL_MACHINE\\k]\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:7 ;\xFE\n")
-          .WithDword(u"k", u"\U0001F600\u00FC\uFFFD", 0xABCDEF01),
-      "[HKEY_LOCAL_MACHINE\\k]\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:abcdef01 ;\xFE\n");
-  EXPECT_EQ(RegistryFile("[HKEY_LOCAL_MACHINE\\k]\n").WithDword(u"k", u"a\"\\", 2),
+  EXPECT_EQ(withDword("[HKEY_LOCAL_MACHINE\\k]\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:7 ;\xFE\n",
+                      u"\U0001F600\u00FC\uFFFD", 0xABCDEF01),
+            "[HKEY_LOCAL_MACHINE\\k]\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:abcdef01 ;\xFE\n");
+  EXPECT_EQ(withDword("[HKEY_LOCAL_MACHINE\\k]\n", u"a\"\\", 2),
             "[HKEY_LOCAL_MACHINE\\k]\n\"a\\\"\\\\\"=dword:00000002\n");
-  EXPECT_EQ(RegistryFile("").WithDword(u"k", u"a", 2), std::nullopt);
+  EXPECT_EQ(withDword("", u"a", 2), std::nullopt);
+
+  // Several at once, in any order, new ones among them.
+  const std::u16string names[] = {u"n", u"C", u"a", u"m"};
+  EXPECT_EQ(RegistryFile("[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"x\"\n\"b\"=hex:1\n\"c\"=dword:0 ;c")
+                .WithDwords(u"K", names, 1),
+            "[HKEY_LOCAL_MACHINE\\k]\n\"n\"=dword:00000001\n\"m\"=dword:00000001\n"
+            "\"a\"=dword:00000001\n\"b\"=hex:1\n\"c\"=dword:00000001 ;c");
 }
 
 class Registry : public ::testing::Test {

@@ -1,0 +1,523 @@
+// Each thread's life, again and again: once with its first allocation failing, once
+// with its second, and so on for all of them. It may cost what was at hand at that
+// moment, but neither the thread nor what comes after.
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/interface_watch.h"
+#include "app/service_loop.h"
+#include "devices/change_event.h"
+#include "devices/static_devices.h"
+#include "devices/status_frame.h"
+#include "devices/status_query.h"
+#include "devices/testing_items.h"
+#include "discovery/multicast_receiver.h"
+#include "discovery/multicast_request.h"
+#include "exchange/command_server.h"
+#include "messages/messages.h"
+#include "platform/fault_injection.h"
+#include "platform/mailslot.h"
+#include "platform/named_object.h"
+#include "platform/posix/descriptor.h"
+#include "platform/registry.h"
+#include "support/completed.h"
+#include "support/debug_trace.h"
+#include "support/settings.h"
+#include "testing/fake_clock.h"
+#include "testing/scratch_machine.h"
+#include "testing/wait_until.h"
+
+namespace {
+
+// The thread's allocation that fails, counted from 0; none when negative.
+thread_local long failingAllocation = -1;
+std::atomic<int> failures{0};
+
+void* Allocate(std::size_t size) noexcept {
+  if (failingAllocation >= 0 && failingAllocation-- == 0) {
+    ++failures;
+    return nullptr;
+  }
+  return std::malloc(size);
+}
+
+void* AllocateOrThrow(std::size_t size) {
+  if (void* const memory = Allocate(size)) return memory;
+  throw std::bad_alloc();
+}
+
+// Inlined, it would seem to the compiler to free what another allocator gave.
+[[gnu::noinline]] void Free(void* memory) noexcept { std::free(memory); }
+
+}  // namespace
+
+void* operator new(std::size_t size) { return AllocateOrThrow(size); }
+void* operator new[](std::size_t size) { return AllocateOrThrow(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void operator delete(void* memory) noexcept { Free(memory); }
+void operator delete[](void* memory) noexcept { Free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { Free(memory); }
+
+namespace talvorn {
+namespace {
+
+using testing::WaitUntil;
+
+// Lives `life` again and again with one more allocation before the one that fails,
+// as it is told, until there was none to fail in the last `batch` of them.
+void WithEachAllocationFailing(int batch, const std::function<void(long)>& life) {
+  constexpr long kFarTooMany = 10'000;
+  for (long first = 0; first < kFarTooMany; first += batch) {
+    SCOPED_TRACE(first);
+    const int before = failures;
+    life(first);
+    failingAllocation = -1;
+    if (::testing::Test::HasFailure()) return;
+    if (failures == before) {
+      EXPECT_GT(first, 0) << "nothing failed";
+      return;
+    }
+  }
+  ADD_FAILURE() << "it never ends";
+}
+
+std::uint32_t Address(const char* text) { return platform::ParseIpv4(text); }
+
+DeviceRecord Record(std::uint32_t itemOffset) {
+  DeviceRecord record;
+  record.length = kDeviceRecordSize;
+  record.magic.Assign(kMagic);
+  record.type.Assign(kTypeRecord);
+  record.itemOffset = itemOffset;
+  record.deviceIpv4.Assign("192.168.100.200");
+  record.deviceSerial.Assign("7");
+  record.hostAlias.Assign("a name of more than thirty-two characters");
+  return record;
+}
+
+// `prefix` bytes, a record of device 7, and two items.
+std::vector<std::byte> Answer(std::size_t prefix) {
+  std::vector<std::byte> bytes(prefix + kDeviceRecordSize);
+  EncodeDeviceRecord(Record(kDeviceRecordSize),
+                     std::span(bytes).subspan(prefix).first<kDeviceRecordSize>());
+  for (const auto& item : {testing::MakeItem(80, 1, 100), testing::MakeItem(80, 2)})
+    bytes.insert(bytes.end(), item.begin(), item.end());
+  return bytes;
+}
+
+class WithoutMemory : public ::testing::Test {
+ protected:
+  WithoutMemory() { DebugTrace().SetEnabled(0); }
+
+  void WriteRegistry(const std::string& lines) const {
+    std::ofstream(machine_.registry()) << lines;
+  }
+
+  testing::ScratchMachine machine_;
+};
+
+TEST_F(WithoutMemory, TheListsLoseNothingButAnEntry) {
+  auto client =
+      platform::NamedEvent::Create(ChangeEventName(7), platform::NamedEvent::Mode::kAutoReset);
+  ASSERT_TRUE(client.valid());
+  const DeviceRecord record = Record(0);
+  const auto first = testing::MakeItem(80, 1);
+  const auto second = testing::MakeItem(80, 2);
+  WithEachAllocationFailing(1, [&](long allocation) {
+    testing::FakeClock clock;
+    CResponseList responses(clock);
+    CItemList items(clock);
+    const auto add = [&] {
+      responses.Add(&record, 0);
+      items.Add(7, *ParseItem(first));
+      items.Add(7, *ParseItem(second));
+    };
+    failingAllocation = allocation;
+    add();
+    const std::byte* snapshot = nullptr;
+    (void)responses.GetResponses(snapshot, 4);
+    (void)items.GetItems();
+    clock.Advance(11'000);
+    responses.Sweep();
+    items.Sweep();
+    failingAllocation = -1;
+    EXPECT_EQ(responses.count() + items.count(), 0u);
+    add();
+    EXPECT_EQ(responses.count() + items.count(), 3u);
+    EXPECT_EQ(responses.GetResponses(snapshot, 4), 1u);
+    EXPECT_EQ(items.GetItems().size(), 2 * (4 + first.size()));
+  });
+}
+
+TEST_F(WithoutMemory, AReceiverLosesNothingButADatagram) {
+  const std::vector<std::byte> datagram = Answer(0);
+  WithEachAllocationFailing(1, [&](long allocation) {
+    CResponseList responses;
+    CItemList items;
+    // Receives one datagram, and ends as the socket seems to be dead at the second.
+    const auto receive = [&](long failing) {
+      MulticastReceiver receiver;
+      receiver.expectedMagic = kMagic;
+      receiver.responseList = &responses;
+      receiver.itemList = &items;
+      using platform::Socket;
+      receiver.socket =
+          Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kDatagram);
+      ASSERT_TRUE(receiver.socket.Bind(platform::SocketAddress::Ipv4(Address("127.0.0.1"), 0)));
+      Socket device =
+          Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kDatagram);
+      for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(device.SendTo(datagram, receiver.socket.LocalAddress()), datagram.size());
+      }
+      platform::ArmFault(platform::Fault::kReceive, 1, 1, EBADF);
+      failingAllocation = failing;
+      EXPECT_EQ(ThreadMulticastReceive(receiver), 0u);
+      failingAllocation = -1;
+      platform::DisarmFaults();
+    };
+    receive(allocation);
+    receive(-1);
+    EXPECT_EQ(responses.count(), 1u);
+    EXPECT_EQ(items.count(), 2u);
+  });
+}
+
+TEST_F(WithoutMemory, ARequestThreadGoesOn) {
+  CResponseList responses;
+  CItemList items;
+  // At the same time, since each takes its timers' first second.
+  struct Life {
+    ThreadItem item;
+    platform::Thread thread;
+  };
+  constexpr int kLives = 48;
+  WithEachAllocationFailing(kLives, [&](long first) {
+    std::array<Life, kLives> lives;
+    long allocation = first;
+    for (Life& life : lives) {
+      life.item.id = Address("127.0.0.1");
+      life.item.mask = Address("255.0.0.0");
+      life.item.ipVersion = 4;
+      life.item.responseList = &responses;
+      life.item.itemList = &items;
+      life.item.running.Set();
+      life.item.rejoin.Set();
+      life.thread = platform::Thread::Start("request", [&item = life.item, allocation] {
+        failingAllocation = allocation;
+        return ThreadMulticastRequest(item);
+      });
+      ++allocation;
+    }
+    for (Life& life : lives) {
+      // It takes the event in its first pass, and again in a later one.
+      for (int pass = 0; pass < 2; ++pass) {
+        const platform::Waitable* const rejoin[] = {&life.item.rejoin};
+        EXPECT_TRUE(WaitUntil([&] {
+          return platform::WaitForAny(rejoin, 0) == platform::WaitStatus::kTimeout;
+        })) << first + (&life - lives.data());
+        life.item.rejoin.Set();
+      }
+    }
+    for (Life& life : lives) life.item.running.Clear();
+    for (Life& life : lives) life.thread.Join();
+  });
+}
+
+std::mutex runningMutex;
+std::multiset<std::uint32_t> running;  // the interfaces whose threads run
+
+std::uint32_t RunUntilStopped(const ThreadItem& item) {
+  {
+    const std::lock_guard lock(runningMutex);
+    running.insert(item.id);
+  }
+  const platform::Waitable* const cleared[] = {&item.running.cleared()};
+  while (item.running) (void)platform::WaitForAny(cleared, std::nullopt);
+  const std::lock_guard lock(runningMutex);
+  running.erase(running.find(item.id));
+  return 0;
+}
+
+TEST_F(WithoutMemory, TheInterfaceWatchMakesUpForItInItsNextPasses) {
+  const auto row = [](const char* address) {
+    return platform::Ipv4AddressRow{.address = Address(address),
+                                    .type = platform::kIpv4AddressPrimary};
+  };
+  const auto adapter = [](std::uint32_t index) {
+    return platform::Ipv6Adapter{.ipv6IfIndex = index,
+                                 .flags = platform::kAdapterIpv6Enabled,
+                                 .operStatus = platform::kOperStatusUp,
+                                 .ifType = platform::kIfTypeEthernet};
+  };
+  const InterfaceWatch::Ipv4Table tables[] = {{row("10.0.0.1"), row("10.0.0.2")},
+                                              {row("10.0.0.2"), row("10.0.0.3")}};
+  const InterfaceWatch::Ipv6Adapters adapters[] = {{adapter(9), adapter(12)}, {adapter(12)}};
+  const std::multiset<std::uint32_t> wanted = {Address("10.0.0.2"), Address("10.0.0.3"), 12};
+  WithEachAllocationFailing(1, [&](long allocation) {
+    WriteRegistry(
+        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Kestrow\\TAL-VORN\\Interfaces]\n\"10.0.0.2\"=dword:0\n");
+    RunFlag serviceRuns;
+    serviceRuns.Set();
+    EventSource events;
+    CResponseList responses;
+    CItemList items;
+    InterfaceWatch watch(events, responses, items, RunUntilStopped, serviceRuns);
+    const auto look = [&](int when) {
+      auto table = tables[when];
+      (void)Completed([&] { watch.WatchIpv6Interfaces(adapters[when]); });
+      (void)Completed([&] { watch.WatchIpv4Interfaces(std::move(table)); });
+    };
+    failingAllocation = allocation;
+    (void)Completed([&] {
+      OpenEventSource(events, kSourceTalvorn);
+      look(0);
+    });
+    for (int pass = 0; pass < 3; ++pass) (void)Completed([&] { look(1); });
+    const long left = std::exchange(failingAllocation, -1);
+    // A request that was put off takes a thread away once more.
+    for (int pass = 0; pass < 4; ++pass) look(1);
+    EXPECT_TRUE(WaitUntil([&] {
+      const std::lock_guard lock(runningMutex);
+      return running == wanted;
+    }));
+    const auto key = platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kRead);
+    std::array<std::byte, 4> data{};
+    EXPECT_EQ(key.Query(u"10.0.0.2", data).status, platform::RegistryStatus::kOk);
+    EXPECT_EQ(data[0], std::byte{1}) << "the request is served";
+    failingAllocation = left;
+    watch.ShutDownIpv4();
+    watch.ShutDownIpv6();
+    EXPECT_TRUE(running.empty());
+  });
+}
+
+TEST_F(WithoutMemory, TheCommandServerLosesNothingButARequest) {
+  auto replies = platform::Mailslot::Create(kDefaultReplyMailslot, 0, nullptr);
+  const platform::Event readEvent = platform::Event::Create(platform::Event::Mode::kAutoReset);
+  ASSERT_TRUE(replies.valid());
+  const auto send = [](const std::string& command) {
+    const auto request = EncodeRequest({{}, command});
+    return request && platform::WriteMailslot(kServerMailslot, *request, 0) ==
+                          platform::MailslotWrite::kWritten;
+  };
+  // Whether this text, or any when it is empty, is among the replies that wait.
+  const auto received = [&](std::string_view text) {
+    bool found = false;
+    while (const auto waiting = replies.Query()) {
+      if (!waiting->nextSize) break;
+      std::vector<std::byte> reply(*waiting->nextSize);
+      (void)replies.Read(reply, readEvent);
+      found = found || AsText(reply).find(text) != std::string_view::npos;
+    }
+    return found;
+  };
+  const DeviceRecord record = Record(0);
+  const auto item = testing::MakeItem(80, 1);
+  WithEachAllocationFailing(1, [&](long allocation) {
+    CResponseList responses;
+    CItemList items;
+    responses.Add(&record, 0);
+    items.Add(7, *ParseItem(item));
+    ExchangeContext context;
+    context.responseList = &responses;
+    context.itemList = &items;
+    context.running.Set();
+    context.thread = platform::Thread::Start("exchange", [&context, allocation] {
+      failingAllocation = allocation;
+      return ThreadExchange(context);
+    });
+    for (const char* const command :
+         {"GETVERSION", "GETINFO", "GETITEMS", "SETLOGPATH;/a/path/that/is/long/enough",
+          "GETLOGPATH", "STARTLOG", "STOPLOG", "SETLOGPATH", "nonsense that is long enough"}) {
+      ASSERT_TRUE(WaitUntil([&] { return send(command); }));
+    }
+    const std::string last = "the last of life " + std::to_string(allocation);
+    EXPECT_TRUE(WaitUntil([&] { return send(last) && received(last); }));
+    StopExchange(context);
+    (void)received("");
+  });
+}
+
+// A device of one record and two items, which answers each who connects.
+class StatusDevice {
+ public:
+  static constexpr const char* kAddress = "127.84.76.86";
+
+  StatusDevice() {
+    listener_ =
+        platform::Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kStream);
+    running_.Set();
+    listens_ = listener_.SetReuseAddress() &&
+               listener_.Bind(platform::SocketAddress::Ipv4(Address(kAddress), kStatusPort)) &&
+               listener_.Listen(100);
+    thread_ = platform::Thread::Start("device", [this] { return Serve(); });
+  }
+  ~StatusDevice() {
+    running_.Clear();
+    thread_.Join();
+  }
+  StatusDevice(const StatusDevice&) = delete;
+  StatusDevice& operator=(const StatusDevice&) = delete;
+
+  [[nodiscard]] bool listens() const { return listens_; }
+
+ private:
+  std::uint32_t Serve() {
+    std::vector<std::byte> reply = Answer(kReplyRecordAt);
+    ByteWriter writer(reply);
+    writer.U32Big(static_cast<std::uint32_t>(reply.size()));
+    writer.U32Big(kStatusReplyType);
+    const platform::Waitable* const waitables[] = {&running_.cleared(), &listener_};
+    while (running_) {
+      (void)platform::WaitForAny(waitables, std::nullopt);
+      if (platform::Socket peer = listener_.Accept(); peer.valid()) (void)peer.Send(reply);
+    }
+    return 0;
+  }
+
+  platform::Socket listener_;
+  RunFlag running_;
+  bool listens_ = false;
+  platform::Thread thread_;
+};
+
+TEST_F(WithoutMemory, AStatusQueryEnds) {
+  StatusDevice server;
+  ASSERT_TRUE(server.listens());
+  struct Life {
+    CResponseList responses;
+    CItemList items;
+    StaticDeviceContext context;
+    StaticDevice device;
+    platform::Thread thread;
+  };
+  constexpr int kLives = 32;
+  WithEachAllocationFailing(kLives, [&](long first) {
+    std::array<Life, kLives> lives;
+    long allocation = first;
+    for (Life& life : lives) {
+      life.context.responses = &life.responses;
+      life.context.items = &life.items;
+      life.device.address = Address(StatusDevice::kAddress);
+      life.device.validity = 30'000;
+      life.device.context = &life.context;
+      life.thread = platform::Thread::Start("status-query", [&device = life.device, allocation] {
+        failingAllocation = allocation;
+        return ThreadDeviceStatus(device) + ThreadDeviceStatus(device);
+      });
+      ++allocation;
+    }
+    for (Life& life : lives) {
+      life.thread.Join();
+      EXPECT_EQ(life.responses.count(), 1u);
+    }
+  });
+}
+
+TEST_F(WithoutMemory, TheStaticDeviceWorkerGoesOnToItsNextCycle) {
+  StatusDevice server;
+  ASSERT_TRUE(server.listens());
+  const std::string path = (machine_.root() / "devices.ini").string();
+  std::ofstream(path) << "[a device whose name is long]\nIpAddress=" << StatusDevice::kAddress;
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\Software\\Kestrow\\TAL-VORN\\Settings]\n"
+      "\"TAL-VORN INI-File Static Devices\"=\"" +
+      path + "\"\n\"Time Request Gap IFSTATIC\"=dword:1\n");
+  struct Life {
+    CResponseList responses;
+    CItemList items;
+    StaticDeviceContext context;
+  };
+  constexpr int kLives = 32;
+  WithEachAllocationFailing(kLives, [&](long first) {
+    std::array<Life, kLives> lives;
+    long allocation = first;
+    for (Life& life : lives) {
+      life.context.responses = &life.responses;
+      life.context.items = &life.items;
+      life.context.running.Set();
+      life.context.thread =
+          platform::Thread::Start("static-devices", [&context = life.context, allocation] {
+            failingAllocation = allocation;
+            return DeviceByHostName(context);
+          });
+      ++allocation;
+    }
+    for (Life& life : lives) EXPECT_TRUE(WaitUntil([&] { return life.responses.count() == 1; }));
+    for (Life& life : lives) life.context.running.Clear();
+    for (Life& life : lives) StopStaticDevices(life.context);
+  });
+}
+
+// Puts the calling thread, and those it starts, into a network of their own with one
+// address that a locator uses. False without the right to.
+bool EnterNetworkOfItsOwn() {
+  if (unshare(CLONE_NEWNET) != 0) return false;
+  const platform::Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq request{};
+  std::strcpy(request.ifr_name, "lo");
+  request.ifr_flags = IFF_UP | IFF_RUNNING;
+  if (ioctl(any.get(), SIOCSIFFLAGS, &request) != 0) return false;
+  std::strcpy(request.ifr_name, "lo:1");
+  const auto address = platform::SocketAddress::Ipv4(Address("10.0.0.1"), 0);
+  std::memcpy(&request.ifr_addr, address.storage.data(), sizeof(request.ifr_addr));
+  return ioctl(any.get(), SIOCSIFADDR, &request) == 0;
+}
+
+TEST_F(WithoutMemory, TheServiceGoesOnUntilItIsToldToEnd) {
+  WriteRegistry(
+      "[HKEY_LOCAL_MACHINE\\Software\\Kestrow\\TAL-VORN\\Settings]\n"
+      "\"Time Network Changes\"=dword:1\n\"IPv6 Active\"=dword:1\n");
+  struct Life {
+    RunFlag running;
+    platform::Thread thread;
+  };
+  constexpr int kLives = 32;
+  constexpr long kAllocations = 3 * kLives;  // the start and the first looks have fewer
+  std::atomic<int> endedByItself{0};
+  std::atomic<bool> permitted{true};
+  for (long first = 0; first < kAllocations && permitted; first += kLives) {
+    const int before = failures;
+    std::array<Life, kLives> lives;
+    long allocation = first;
+    for (Life& life : lives) {
+      life.running.Set();
+      life.thread = platform::Thread::Start("service", [&, &running = life.running, allocation] {
+        if (!EnterNetworkOfItsOwn()) {
+          permitted = false;
+          return 1u;
+        }
+        failingAllocation = allocation;
+        if (!Completed([&] { (void)ThreadServiceMain(running); }) || running) ++endedByItself;
+        return 0u;
+      });
+      ++allocation;
+    }
+    EXPECT_TRUE(WaitUntil([&] { return failures - before == kLives || !permitted; }));
+    for (Life& life : lives) life.running.Clear();
+    for (Life& life : lives) life.thread.Join();
+  }
+  if (!permitted) GTEST_SKIP() << "no right to make networks";
+  EXPECT_EQ(endedByItself, 0);
+}
+
+}  // namespace
+}  // namespace talvorn
