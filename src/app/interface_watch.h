@@ -41,18 +41,24 @@ class InterfaceWatch {
   void Reinitialize(std::u16string_view name);
   void StopVanishedIpv4();
   void StartNewIpv4();
-  bool StartThread(ThreadItem* item, std::uint32_t ipVersion, std::uint32_t mask);
-  void StartIpv6(std::uint32_t index);
+  // A new item, whose thread is not started yet; null without memory.
+  ThreadItem* AddItem(CThreadList& threads, std::uint32_t id, std::uint32_t ipVersion,
+                      std::uint32_t mask, std::uint32_t incarnation);
+  bool StartThread(ThreadItem& item);
+  // Starts a new interface's thread, also one that could not be started before.
+  void StartIpv6(std::uint32_t index, std::uint32_t incarnation);
   void StopIpv6(std::uint32_t index);
 
   const EventSource& events_;
   CResponseList& responses_;
   CItemList& items_;
   const RequestProcedure procedure_;
+  OwnRequests ownRequests_;
   CThreadList ipv4Threads_;
   CThreadList ipv6Threads_;
   std::optional<Ipv4Table> savedAddressTable_;
   bool firstTable_ = true;
+  bool ipv4ThreadsMissing_ = false;  // one could not be started; tried again at each look
   std::set<std::uint32_t> knownIpv6Interfaces_;
 };
 
