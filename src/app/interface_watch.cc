@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
+#include <map>
+#include <ranges>
 #include <string>
 
 #include "platform/registry.h"
@@ -35,6 +36,38 @@ bool IsUsable(const Ipv6Adapter& adapter) {
          adapter.ifType != platform::kIfTypeSoftwareLoopback;
 }
 
+// Whether two tables say the same, whatever was made anew meanwhile.
+bool SameRows(const InterfaceWatch::Ipv4Table& one, const InterfaceWatch::Ipv4Table& other) {
+  return std::ranges::equal(one, other, [](Ipv4AddressRow a, const Ipv4AddressRow& b) {
+    a.incarnation = b.incarnation;
+    return a == b;
+  });
+}
+
+std::vector<platform::HostAddress> AddressesOf(const InterfaceWatch::Ipv4Table& table) {
+  std::vector<platform::HostAddress> addresses;
+  for (const Ipv4AddressRow& row : table)
+    addresses.push_back(platform::HostAddress::Ipv4(row.address));
+  return addresses;
+}
+
+std::vector<platform::HostAddress> AddressesOf(const InterfaceWatch::Ipv6Adapters& adapters) {
+  std::vector<platform::HostAddress> addresses;
+  for (const Ipv6Adapter& adapter : adapters)
+    addresses.insert(addresses.end(), adapter.addresses.begin(), adapter.addresses.end());
+  return addresses;
+}
+
+void TellOfChange(CThreadList& threads) {
+  for (ThreadItem* item = threads.First(); item != nullptr; item = threads.Next())
+    item->networkChanged.Set();
+}
+
+void NoteIncarnation(ThreadItem& item, std::uint32_t incarnation) {
+  if (incarnation == 0 || item.incarnation.exchange(incarnation) == incarnation) return;
+  item.networkChanged.Set();
+}
+
 void EndThread(ThreadItem& item) {
   item.running.Clear();
   item.thread.Join();
@@ -61,8 +94,10 @@ InterfaceWatch::InterfaceWatch(const EventSource& events, CResponseList& respons
       running_(running) {}
 
 void InterfaceWatch::WatchIpv4Interfaces(std::optional<Ipv4Table> table) {
-  if (table && table != savedAddressTable_) {
-    if (!firstTable_) {
+  const bool changed = table && table != savedAddressTable_;
+  if (changed) {
+    ownRequests_.SetAddresses(platform::AddressFamily::kIpv4, AddressesOf(*table));
+    if (!firstTable_ && !SameRows(*table, *savedAddressTable_)) {
       constexpr std::u16string_view kChanged = u"Network interfaces have been changed!\n";
       Report(events_, EventKind::kInformation, kChanged);
       Trace(u"%s", kChanged);
@@ -73,9 +108,12 @@ void InterfaceWatch::WatchIpv4Interfaces(std::optional<Ipv4Table> table) {
   } else {
     ReinitRequests();
   }
-  if (ipv4ThreadsDiffer_) StopVanishedIpv4();
-  StartThreadsLeftBehind(ipv4Threads_);
-  if (ipv4ThreadsDiffer_) ipv4ThreadsDiffer_ = !StartNewIpv4();
+  if (!ipv4ThreadsDiffer_) return;
+  StopVanishedIpv4();
+  ipv4ThreadsDiffer_ = !StartNewIpv4();
+  if (!changed) return;
+  TellOfChange(ipv4Threads_);
+  TellOfChange(ipv6Threads_);
 }
 
 void InterfaceWatch::StopVanishedIpv4() {
@@ -103,17 +141,17 @@ bool InterfaceWatch::StartNewIpv4() {
   bool all = true;
   for (const Ipv4AddressRow& row : *savedAddressTable_) {
     if (IsLoopback(row) || !IsPrimary(row)) continue;
+    // Of an address on several interfaces the first counts, as it does to the receivers.
+    const std::uint32_t incarnation =
+        std::ranges::find(*savedAddressTable_, row.address, &Ipv4AddressRow::address)->incarnation;
     if (ThreadItem* const known = ipv4Threads_.FindItem(row.address); known != nullptr) {
-      if (known->incarnation != row.incarnation) known->rejoin.Set();
-      known->incarnation = row.incarnation;
+      NoteIncarnation(*known, incarnation);
+      if (!known->thread.valid() && !StartThread(*known)) all = false;
       continue;
     }
-    ThreadItem* const item = AddThread(ipv4Threads_, row.address, 4, row.mask);
-    if (item == nullptr) {
-      all = false;
-      continue;
-    }
-    item->incarnation = row.incarnation;
+    ThreadItem* const item = AddItem(ipv4Threads_, row.address, 4, row.mask, incarnation);
+    if (item == nullptr || !StartThread(*item)) all = false;
+    if (item == nullptr) continue;
     const auto octet = IdOctets(row.address);
     std::array<char16_t, 1'024> text{};
     FormatTextW(text, u"Network interface IPv4: %u.%u.%u.%u  located !", octet[0], octet[1],
@@ -125,29 +163,25 @@ bool InterfaceWatch::StartNewIpv4() {
   return all;
 }
 
-ThreadItem* InterfaceWatch::AddThread(CThreadList& threads, std::uint32_t id,
-                                      std::uint32_t ipVersion, std::uint32_t mask) {
+ThreadItem* InterfaceWatch::AddItem(CThreadList& threads, std::uint32_t id, std::uint32_t ipVersion,
+                                    std::uint32_t mask, std::uint32_t incarnation) {
   ThreadItem* const item = threads.AddItem(id);
   if (item == nullptr) return nullptr;
   item->mask = mask;
   item->ipVersion = ipVersion;
   item->responseList = &responses_;
   item->itemList = &items_;
-  item->running.Set();
-  StartThread(*item);
+  item->incarnation = incarnation;
+  item->ownRequests = &ownRequests_;
   return item;
 }
 
-void InterfaceWatch::StartThread(ThreadItem& item) {
+bool InterfaceWatch::StartThread(ThreadItem& item) {
+  item.running.Set();
   item.thread = platform::Thread::Start(
       "request", [&item, procedure = procedure_] { return procedure(item); });
   item.handleValue = item.thread.handleValue();
-}
-
-void InterfaceWatch::StartThreadsLeftBehind(CThreadList& threads) {
-  for (ThreadItem* item = threads.First(); item != nullptr; item = threads.Next()) {
-    if (!item->thread.valid()) StartThread(*item);
-  }
+  return item.thread.valid();
 }
 
 void InterfaceWatch::ReinitRequests() {
@@ -189,34 +223,35 @@ void InterfaceWatch::Reinitialize(std::u16string_view name) {
 }
 
 void InterfaceWatch::WatchIpv6Interfaces(const std::optional<Ipv6Adapters>& adapters) {
-  std::set<std::uint32_t> current;
+  if (adapters) ownRequests_.SetAddresses(platform::AddressFamily::kIpv6, AddressesOf(*adapters));
+  std::map<std::uint32_t, std::uint32_t> current;  // incarnations by index
   for (const Ipv6Adapter& adapter : adapters.value_or(Ipv6Adapters{})) {
     if (!IsUsable(adapter)) continue;
-    current.insert(adapter.ipv6IfIndex);
+    current.emplace(adapter.ipv6IfIndex, adapter.incarnation);
     Trace(u"Ipv6IfIndex (IPv6 interface): %u Flags:%x Stat:%u\n", adapter.ipv6IfIndex,
           adapter.flags, adapter.operStatus);
   }
-  std::vector<std::uint32_t> added;
-  std::vector<std::uint32_t> removed;
-  std::ranges::set_difference(current, knownIpv6Interfaces_, std::back_inserter(added));
-  std::ranges::set_difference(knownIpv6Interfaces_, current, std::back_inserter(removed));
-  knownIpv6Interfaces_ = std::move(current);
-  StartThreadsLeftBehind(ipv6Threads_);
-  for (const std::uint32_t index : added) {
-    if (!StartIpv6(index)) knownIpv6Interfaces_.erase(index);
+  for (const auto& [index, incarnation] : current) StartIpv6(index, incarnation);
+  for (const std::uint32_t index : knownIpv6Interfaces_) {
+    if (!current.contains(index)) StopIpv6(index);
   }
-  for (const std::uint32_t index : removed) StopIpv6(index);
+  const auto indices = std::views::keys(current);
+  knownIpv6Interfaces_ = {indices.begin(), indices.end()};
 }
 
-bool InterfaceWatch::StartIpv6(std::uint32_t index) {
-  if (ipv6Threads_.FindItem(index) != nullptr) return true;
-  const ThreadItem* const item = AddThread(ipv6Threads_, index, 6, 0);
-  if (item == nullptr) return false;
+void InterfaceWatch::StartIpv6(std::uint32_t index, std::uint32_t incarnation) {
+  if (ThreadItem* const known = ipv6Threads_.FindItem(index); known != nullptr) {
+    NoteIncarnation(*known, incarnation);
+    if (!known->thread.valid()) (void)StartThread(*known);
+    return;
+  }
+  ThreadItem* const item = AddItem(ipv6Threads_, index, 6, 0, incarnation);
+  if (item == nullptr) return;
+  (void)StartThread(*item);  // tried again at the next look
   std::array<char16_t, 50> text{};
   FormatTextW(text, u"Network interface IPv6: %u located !", index);
   Report(events_, EventKind::kInformation, text.data());
   Trace(u"Network interface IPv6: %u located [0x%08x]!", index, item->handleValue);
-  return true;
 }
 
 void InterfaceWatch::StopIpv6(std::uint32_t index) {

@@ -43,21 +43,22 @@ class InterfaceWatch {
   void ReinitRequests();
   void Reinitialize(std::u16string_view name);
   void StopVanishedIpv4();
-  // False when there was no memory for one of them.
+  // False when one of them could not be started.
   bool StartNewIpv4();
-  bool StartIpv6(std::uint32_t index);
+  // A new item, whose thread is not started yet; null without memory.
+  ThreadItem* AddItem(CThreadList& threads, std::uint32_t id, std::uint32_t ipVersion,
+                      std::uint32_t mask, std::uint32_t incarnation);
+  bool StartThread(ThreadItem& item);
+  // Starts a new interface's thread, also one that could not be started before.
+  void StartIpv6(std::uint32_t index, std::uint32_t incarnation);
   void StopIpv6(std::uint32_t index);
-  // Null without memory.
-  ThreadItem* AddThread(CThreadList& threads, std::uint32_t id, std::uint32_t ipVersion,
-                        std::uint32_t mask);
-  void StartThread(ThreadItem& item);
-  void StartThreadsLeftBehind(CThreadList& threads);
 
   const EventSource& events_;
   CResponseList& responses_;
   CItemList& items_;
   const RequestProcedure procedure_;
   const RunFlag& running_;
+  OwnRequests ownRequests_;
   CThreadList ipv4Threads_;
   CThreadList ipv6Threads_;
   std::optional<Ipv4Table> savedAddressTable_;

@@ -9,7 +9,7 @@
 #include "devices/item_record.h"
 #include "discovery/datagram.h"
 #include "discovery/multicast_socket.h"
-#include "platform/network_interfaces.h"
+#include "discovery/retry_pace.h"
 #include "platform/text_encoding.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
@@ -91,7 +91,7 @@ void HandleDatagram(MulticastReceiver& receiver, std::span<const std::byte> data
   if (!AcceptDatagram(datagram, receiver.expectedMagic)) return;
   if (receiver.responseList == nullptr) {
     // A request of our own comes in where two interfaces share a network.
-    if (platform::IsLocalAddress(source)) return;
+    if (receiver.ownRequests != nullptr && receiver.ownRequests->Sent(source)) return;
   } else {
     const std::string type = DatagramType(datagram);
     if (type == kTypeShortRecord || type == kTypeRecord) {
@@ -110,9 +110,15 @@ void ReceiveUntilStopped(MulticastReceiver& receiver, const EventSource& events)
   const platform::Waitable* const waitables[] = {&receiver.stopEvent, &receiver.rejoinEvent,
                                                  &receiver.socket};
   std::array<std::byte, kMaxDatagramSize> buffer{};
+  RetryPace rejoin;
   while (!receiver.stopRequested) {
-    if (platform::WaitForAny(waitables, std::nullopt) == platform::WaitStatus::kFailed) return;
-    if (receiver.rejoinEvent.Test()) (void)Completed([&] { receiver.socket.RejoinGroup(); });
+    if (platform::WaitForAny(waitables, rejoin.TimeLeft()) == platform::WaitStatus::kFailed) return;
+    if (receiver.rejoinEvent.Test() || rejoin.Due()) {
+      rejoin.Begin();
+      (void)Completed([&] {
+        if (receiver.socket.RejoinGroup()) rejoin.End();
+      });
+    }
     std::size_t size = 0;
     platform::SocketAddress source;
     switch (receiver.socket.ReceiveFrom(buffer, size, source)) {
@@ -133,6 +139,16 @@ void TellToStop(MulticastReceiver& receiver) {
   receiver.stopEvent.Set();
 }
 
+// The receiver's events, those made anew that could not be made before.
+bool HasEvents(MulticastReceiver& receiver) {
+  bool all = true;
+  for (platform::Event* event : {&receiver.stopEvent, &receiver.dataEvent, &receiver.rejoinEvent}) {
+    if (!event->valid()) *event = platform::Event::Create(platform::Event::Mode::kAutoReset);
+    all = all && event->valid();
+  }
+  return all;
+}
+
 }  // namespace
 
 MulticastReceiver::~MulticastReceiver() {
@@ -144,12 +160,14 @@ bool OpenReceiver(MulticastReceiver& receiver, std::uint32_t interfaceValue,
                   const char* groupText) {
   receiver.expectedMagic.clear();
   receiver.stopRequested = false;
+  if (!HasEvents(receiver)) return false;
   auto socket = OpenReceivingSocket(interfaceValue, groupText);
   if (!socket) return false;
   receiver.socket = std::move(*socket);
   receiver.expectedMagic = kMagic;
   receiver.thread =
       platform::Thread::Start("receiver", [&receiver] { return ThreadMulticastReceive(receiver); });
+  if (!receiver.thread.valid()) receiver.socket.Close();
   return receiver.thread.valid();
 }
 

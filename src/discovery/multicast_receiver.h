@@ -9,6 +9,7 @@
 
 #include "devices/item_list.h"
 #include "devices/response_list.h"
+#include "discovery/own_requests.h"
 #include "platform/event.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
@@ -34,9 +35,11 @@ struct MulticastReceiver {
   std::string expectedMagic;               // empty until the receiver is opened
   CResponseList* responseList = nullptr;
   CItemList* itemList = nullptr;
+  const OwnRequests* ownRequests = nullptr;  // those that a receiver without lists ignores
 };
 
-// Opens the socket and starts the thread. The lists are set before and stay.
+// Opens the socket and starts the thread; may be called again after it failed. The
+// lists are set before and stay.
 bool OpenReceiver(MulticastReceiver& receiver, std::uint32_t interfaceValue, const char* groupText);
 
 // Ends the thread and waits for it without limit.

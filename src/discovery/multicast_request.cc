@@ -6,6 +6,7 @@
 #include "discovery/datagram.h"
 #include "discovery/multicast_receiver.h"
 #include "discovery/multicast_socket.h"
+#include "discovery/retry_pace.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/id_octets.h"
@@ -47,31 +48,65 @@ class RequestThread {
 
  private:
   void Start() {
-    const bool canReportSent = OpenEventSource(castRequest_, kSourceCastRequest);
-    const bool canReportHeard = OpenEventSource(castReceive_, kSourceCastReceive);
+    retry_.Begin();
+    const bool sent = OpenEventSource(castRequest_, kSourceCastRequest);
+    const bool heard = OpenEventSource(castReceive_, kSourceCastReceive);
+    canReport_ = sent && heard;
     RegistryValues settings;
     (void)Completed([&] { RetrieveValues(settings); });  // or the defaults stand
     requestTimer_.period = settings.timeRequest;
     masterTimer_.period = settings.timeMaster;
-    if (canReportSent && canReportHeard) {
+    bool complete = !canReport_;
+    if (canReport_) {
       if (settings.timeMulticastRequestAllowed == 0) (void)Completed([this] { Send(); });
-      (void)Completed([this] { OpenReceivers(); });
+      (void)Completed([&] { complete = OpenReceivers(); });
     }
     requestTimer_.Start();
     masterTimer_.Start();
+    if (complete && Works(requestTimer_) && Works(masterTimer_)) retry_.End();
   }
 
-  // A receiver that cannot be opened leaves its half of the thread deaf.
-  void OpenReceivers() {
+  // Those that are not open yet. One that cannot be opened leaves its half of the thread
+  // deaf until the next try.
+  bool OpenReceivers() {
     const std::lock_guard guard(MulticastSetupLock);
-    (void)OpenReceiver(requestReceiver_, item_.id, groups_.request);
+    if (!requestReceiver_.thread.valid() && !responseReceiver_.thread.valid())
+      joined_ = item_.incarnation;
+    requestReceiver_.ownRequests = item_.ownRequests;
+    const bool requests = requestReceiver_.thread.valid() ||
+                          OpenReceiver(requestReceiver_, item_.id, groups_.request);
     responseReceiver_.responseList = item_.responseList;
     responseReceiver_.itemList = item_.itemList;
-    (void)OpenReceiver(responseReceiver_, item_.id, groups_.response);
+    const bool responses = responseReceiver_.thread.valid() ||
+                           OpenReceiver(responseReceiver_, item_.id, groups_.response);
+    return requests && responses;
+  }
+
+  static bool Works(const CIntervalTimer& timer) {
+    return timer.event.valid() && timer.thread.valid();
+  }
+
+  static void StartAnew(CIntervalTimer& timer) {
+    timer.Stop();
+    timer.Start();
+  }
+
+  // Tries again, without a word, what the system had nothing for.
+  void TryAgain() {
+    retry_.Begin();
+    const bool complete = !canReport_ || OpenReceivers();
+    if (!Works(masterTimer_)) StartAnew(masterTimer_);
+    if (!Works(requestTimer_)) {
+      StartAnew(requestTimer_);
+      requestTimer_.event.Set();
+    }
+    if (complete && Works(requestTimer_) && Works(masterTimer_)) retry_.End();
   }
 
   void Pass() {
-    if (item_.rejoin.Test()) Rejoin();
+    const bool changed = item_.networkChanged.Test();
+    if (item_.incarnation != joined_) Rejoin();
+    if (retry_.Due() || (changed && retry_.waits())) TryAgain();
     if (responseReceiver_.dataEvent.Test()) TraceResponse();
     if (requestReceiver_.dataEvent.Test()) FallSilent();
     if (firstPass_) {
@@ -91,12 +126,13 @@ class RequestThread {
   void AwaitNextPass(PassPacer& pacer) {
     // The timer that does not count now keeps its event set until it does.
     const platform::Waitable* const waitables[] = {
-        &item_.running.cleared(), &item_.rejoin, &responseReceiver_.dataEvent,
+        &item_.running.cleared(), &item_.networkChanged, &responseReceiver_.dataEvent,
         &requestReceiver_.dataEvent, master_ ? &requestTimer_.event : &masterTimer_.event};
-    pacer.AwaitNextPass(waitables, std::nullopt);
+    pacer.AwaitNextPass(waitables, retry_.TimeLeft());
   }
 
   void Rejoin() {
+    joined_ = item_.incarnation;
     requestReceiver_.rejoinEvent.Set();
     responseReceiver_.rejoinEvent.Set();
   }
@@ -122,7 +158,8 @@ class RequestThread {
 
   void Send() {
     request_.timestamp = RequestTimestamp(platform::SystemClock().LocalTime());
-    if (SendRequest(item_.id, groups_.request, EncodeDiscoveryRequest(request_)))
+    if (SendRequest(item_.id, groups_.request, EncodeDiscoveryRequest(request_),
+                    *item_.ownRequests))
       ReportRequestSent(item_.ipVersion, item_.id, castRequest_);
   }
 
@@ -144,6 +181,9 @@ class RequestThread {
   CIntervalTimer masterTimer_;
   EventSource castRequest_;
   EventSource castReceive_;
+  RetryPace retry_;  // of whatever is missing
+  bool canReport_ = false;
+  std::uint32_t joined_ = 0;  // the incarnation that the receivers joined on
   bool firstPass_ = true;
   bool master_ = false;
 };

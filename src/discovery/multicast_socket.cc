@@ -8,9 +8,11 @@
 namespace talvorn {
 namespace {
 
+using platform::AddressFamily;
 using platform::ResolveAddress;
 using platform::ResolvedAddress;
 using platform::Socket;
+using platform::SocketAddress;
 using platform::SocketType;
 
 // Ten thousand devices may answer one request within milliseconds.
@@ -25,7 +27,7 @@ std::optional<ResolvedAddress> ResolvePort(const char* host, const platform::Res
 }  // namespace
 
 bool SendRequest(std::uint32_t interfaceValue, const char* groupText,
-                 std::span<const std::byte> request) {
+                 std::span<const std::byte> request, OwnRequests& ownRequests) {
   const auto group = ResolvePort(groupText, {.numericHost = true, .type = SocketType::kDatagram});
   if (!group) return false;
   Socket socket = Socket::Create(group->family, group->type);
@@ -33,6 +35,10 @@ bool SendRequest(std::uint32_t interfaceValue, const char* groupText,
   if (!socket.SetMulticastLoopback(false) || !socket.SetMulticastHops(kMulticastHops) ||
       !socket.SetMulticastInterface(interfaceValue)) {
     return false;
+  }
+  // Its port is known before anybody can hear the request.
+  if (group->family == AddressFamily::kIpv6 && socket.Bind(SocketAddress::Ipv6({}, 0, 0))) {
+    ownRequests.NoteSending(interfaceValue, socket.LocalAddress().port());
   }
   return socket.SendTo(request, group->address) == request.size();
 }

@@ -8,14 +8,15 @@
 #include <optional>
 #include <span>
 
+#include "discovery/own_requests.h"
 #include "platform/socket.h"
 
 namespace talvorn {
 
-// Sends one datagram to `groupText`, port 4817, on a socket of its own. True only if
-// all of it was sent.
+// Sends one datagram to `groupText`, port 4817, on a socket of its own, and tells
+// `ownRequests` first. True only if all of it was sent.
 bool SendRequest(std::uint32_t interfaceValue, const char* groupText,
-                 std::span<const std::byte> request);
+                 std::span<const std::byte> request, OwnRequests& ownRequests);
 
 // A socket that receives `groupText` on one interface; none on failure.
 std::optional<platform::Socket> OpenReceivingSocket(std::uint32_t interfaceValue,

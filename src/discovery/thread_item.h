@@ -2,10 +2,12 @@
 // time the thread's start parameter.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "devices/item_list.h"
 #include "devices/response_list.h"
+#include "discovery/own_requests.h"
 #include "platform/event.h"
 #include "platform/thread.h"
 #include "support/run_flag.h"
@@ -24,9 +26,11 @@ struct ThreadItem {
 
   std::uint32_t handleValue = 0;  // of `thread`, as traces show it even after its end
 
-  // Set when the address was made anew, so that the receivers join their groups again.
-  platform::Event rejoin = platform::Event::Create(platform::Event::Mode::kAutoReset);
-  std::uint32_t incarnation = 0;  // of the address the receivers joined on
+  // Set when the machine's addresses have changed: what could not be opened is tried
+  // again, and where the incarnation is another, the receivers join their groups again.
+  platform::Event networkChanged = platform::Event::Create(platform::Event::Mode::kAutoReset);
+  std::atomic<std::uint32_t> incarnation{0};  // of the address or the interface
+  OwnRequests* ownRequests = nullptr;
 };
 
 }  // namespace talvorn

@@ -17,6 +17,8 @@ enum class Fault {
   kDescriptorMake,
   kDigest,
   kRegistryOpen,
+  kAdapterQuery,  // on Windows; the error is the one armed with it
+  kGroupJoin,
   kCount,
 };
 

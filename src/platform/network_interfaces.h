@@ -22,7 +22,7 @@ struct Ipv4AddressRow {
   std::uint32_t reassemblySize = 0;  // of the largest datagram; 0 on Linux
   std::uint16_t type = 0;            // kIpv4AddressPrimary and other flags
   // Changes when the address or its interface was made anew: group memberships of the
-  // old one are gone then. Windows tells only of an address that has another interface.
+  // old one are gone then. 0 where the system does not tell.
   std::uint32_t incarnation = 0;
 
   bool operator==(const Ipv4AddressRow&) const = default;
@@ -41,6 +41,8 @@ struct Ipv6Adapter {
   std::uint32_t flags = 0;
   std::uint32_t operStatus = 0;
   std::uint32_t ifType = 0;
+  std::uint32_t incarnation = 0;         // as that of an IPv4 address
+  std::vector<HostAddress> addresses{};  // unicast, also those that cannot be used yet
 };
 
 // Addresses of interfaces that are up, sorted by address. None on failure.
@@ -48,9 +50,6 @@ struct Ipv6Adapter {
 
 // All adapters; IPv6 counts as enabled once an address can be used. None on failure.
 [[nodiscard]] std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters();
-
-// True when the address, whatever its port and scope, is one of this machine's own.
-[[nodiscard]] bool IsLocalAddress(const SocketAddress& address);
 
 // Name of an interface to its index and back, for command-line tools; 0 and empty
 // when there is none.

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -21,6 +22,19 @@ void StopSocketLibrary();
 enum class AddressFamily { kUnspecified, kIpv4, kIpv6 };
 enum class SocketType { kAny, kDatagram, kStream };
 
+// An address without its port. An IPv4 address stands as the IPv6 address that it maps
+// to (RFC 4291, ::ffff:192.168.1.10).
+struct HostAddress {
+  std::array<std::uint8_t, 16> bytes{};
+  std::uint32_t scope = 0;  // interface index of a link-local address; 0 for any other
+
+  // `address` in network byte order.
+  [[nodiscard]] static HostAddress Ipv4(std::uint32_t address);
+  [[nodiscard]] static HostAddress Ipv6(const std::array<std::uint8_t, 16>& address,
+                                        std::uint32_t interfaceIndex);
+  auto operator<=>(const HostAddress&) const = default;
+};
+
 // A native socket address: family, port, address, scope.
 struct SocketAddress {
   std::array<std::byte, 128> storage{};
@@ -34,6 +48,7 @@ struct SocketAddress {
   // In network byte order; 0 for another family.
   [[nodiscard]] std::uint32_t ipv4() const;
   [[nodiscard]] std::uint16_t port() const;
+  [[nodiscard]] HostAddress host() const;  // all zero for another family
 };
 
 struct ResolveHints {

@@ -131,6 +131,35 @@ std::uint16_t SocketAddress::port() const {
   return 0;
 }
 
+HostAddress HostAddress::Ipv4(std::uint32_t address) {
+  HostAddress host;
+  host.bytes[10] = host.bytes[11] = 0xFF;
+  std::memcpy(host.bytes.data() + 12, &address, sizeof(address));
+  return host;
+}
+
+HostAddress HostAddress::Ipv6(const std::array<std::uint8_t, 16>& address,
+                              std::uint32_t interfaceIndex) {
+  const bool linkLocal = address[0] == 0xFE && (address[1] & 0xC0) == 0x80;
+  return {address, linkLocal ? interfaceIndex : 0};
+}
+
+HostAddress SocketAddress::host() const {
+  switch (family()) {
+    case AddressFamily::kIpv4:
+      return HostAddress::Ipv4(ipv4());
+    case AddressFamily::kIpv6: {
+      const auto native = As<sockaddr_in6>(*this);
+      std::array<std::uint8_t, 16> bytes{};
+      std::memcpy(bytes.data(), &native.sin6_addr, bytes.size());
+      return HostAddress::Ipv6(bytes, native.sin6_scope_id);
+    }
+    case AddressFamily::kUnspecified:
+      break;
+  }
+  return {};
+}
+
 std::optional<ResolvedAddress> ResolveAddress(const char* host, const char* service,
                                               const ResolveHints& hints) {
   addrinfo wanted{};

@@ -1,6 +1,7 @@
 """Networks that come and go while the locator runs."""
 
 import signal
+import socket
 
 import wire
 from harness import (INTERFACES_KEY, Registry, TestCase, needs_ipv6, stays_true,
@@ -92,6 +93,48 @@ class InterfaceWatch(TestCase):
             wait_until(lambda: len(locator.devices()) == 3, "the devices")
             if not seen:
                 self.assertNotIn(switched_down("192.168.10.1"), self.reports(locator))
+
+    @needs_ipv6
+    def test_ipv6_that_comes_back_between_two_looks_is_heard(self):
+        if self.target.NAME != "linux":
+            self.skipTest("Wine does not tell when an address was made")
+        locator = self.started()
+        locator.wait_listening(self.here.index("net0"))
+        device = self.station(self.there, "dev0", "fd00:10::20")
+        locator.signal(signal.SIGSTOP)
+        self.here.ip("link", "set", "net0", "mtu", "1000")
+        self.here.ip("link", "set", "net0", "mtu", "1500")
+        self.here.add_address("net0", "fe80::1/64")
+        self.here.add_address("net0", "fd00:10::1/64")
+        locator.signal(signal.SIGCONT)
+
+        def heard():
+            device.send(wire.record(66))
+            return "66" in locator.devices()
+        wait_until(heard, "a device by IPv6")
+        self.assertEqual(self.reports(locator)[self._reported:], [])
+
+    def test_a_port_that_another_program_leaves_is_heard(self):
+        with self.here:
+            holders = [socket.socket(family, socket.SOCK_DGRAM)
+                       for family in (socket.AF_INET, socket.AF_INET6)]
+        for holder in holders:
+            self.addCleanup(holder.close)
+            if holder.family == socket.AF_INET6:
+                holder.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
+            holder.bind(("", wire.PORT))
+        locator = self.started()
+        device = self.station(self.there, "dev0", "192.168.10.20")
+        locator.wait_listening("192.168.10.1")
+        device.send(wire.record(66))
+        self.assertTrue(stays_true(lambda: not locator.devices(), 0.5))
+        for holder in holders:
+            holder.close()
+
+        def heard():
+            device.send(wire.record(66))
+            return "66" in locator.devices()
+        wait_until(heard, "a device")
 
     @needs_ipv6
     def test_ipv6_interfaces_come_and_go(self):

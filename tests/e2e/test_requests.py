@@ -5,7 +5,7 @@ import struct
 import time
 
 import wire
-from harness import TestCase, local_seconds, stays_true, wait_until
+from harness import TestCase, local_seconds, needs_ipv6, stays_true, wait_until
 
 
 class Requests(TestCase):
@@ -142,6 +142,18 @@ class Silence(TestCase):
             if 6 in self.families:
                 self.asks(6, "fe80::12")
         self.assertEqual(locator.event_log.texts("CAST RECEIVE"), [])
+
+    @needs_ipv6
+    def test_another_locator_may_have_an_own_address_on_another_link(self):
+        switch = self.network.switch()
+        self.here.connect(switch, "net1", "fe80::5/64")
+        far = self.host_on(switch, "far0", "fe80::1/64")  # as net0 has it here
+        locator = self.start_listening(self.here)
+        index = self.here.index("net1")
+        locator.wait_listening(index)
+        self.station(far, "far0", "fe80::1").send_request()
+        locator.event_log.wait_for(f"{self.HEARD}{index}.0.0.0")
+        self.assertEqual(len(locator.event_log.texts("CAST RECEIVE")), 1)
 
     def test_of_two_locators_one_asks_and_both_know_the_devices(self):
         far = self.host_on(self.switch, "net0", "192.168.10.2/24", "fe80::2/64", "fd00:10::2/64",

@@ -13,11 +13,14 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <map>
 #include <new>
 #include <set>
 #include <span>
 #include <tuple>
+#include <utility>
 
+#include "platform/incarnation.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/wait.h"
 
@@ -265,13 +268,23 @@ std::uint32_t MaskOf(std::uint8_t prefixLength) {
   return htonl(~std::uint32_t{0} << (32 - std::min<std::uint8_t>(prefixLength, 32)));
 }
 
-// Differs, but for a chance of 1 in 2^32, once the interface or the address was
-// made anew; the moment alone would miss both within a hundredth of a second.
-std::uint32_t IncarnationOf(const Address& address) {
-  std::uint64_t hash = std::uint64_t{address.index} << 32 | address.created;
-  hash = (hash ^ hash >> 33) * 0xFF51AFD7ED558CCDu;
-  hash = (hash ^ hash >> 33) * 0xC4CEB9FE1A85EC53u;
-  return static_cast<std::uint32_t>(hash ^ hash >> 33);
+// Of the IPv6 addresses that one interface has. IPv6 that was taken from an interface
+// and given back leaves none that is as old as the oldest one was.
+struct Ipv6State {
+  bool usable = false;
+  std::uint32_t created = ~std::uint32_t{0};  // the oldest
+  std::vector<HostAddress> addresses;
+};
+
+std::map<std::uint32_t, Ipv6State> ByInterface(const std::vector<Address>& addresses) {
+  std::map<std::uint32_t, Ipv6State> interfaces;
+  for (const Address& address : addresses) {
+    Ipv6State& state = interfaces[address.index];
+    state.usable = state.usable || address.usable();
+    state.created = std::min(state.created, address.created);
+    state.addresses.push_back(HostAddress::Ipv6(address.local, address.index));
+  }
+  return interfaces;
 }
 
 }  // namespace
@@ -299,7 +312,7 @@ std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable() {
                       .mask = MaskOf(address.prefixLength),
                       .broadcastAddress = address.broadcast,
                       .type = primary ? kIpv4AddressPrimary : std::uint16_t{0},
-                      .incarnation = IncarnationOf(address)});
+                      .incarnation = Incarnation(address.index, address.created)});
     }
     std::sort(rows.begin(), rows.end(), [](const Ipv4AddressRow& a, const Ipv4AddressRow& b) {
       return std::tuple(ntohl(a.address), a.interfaceIndex, a.mask) <
@@ -317,39 +330,22 @@ std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters() {
     const auto addresses = links ? QueryAddresses(AF_INET6) : std::nullopt;
     if (!addresses) return std::nullopt;
 
-    std::set<std::uint32_t> enabled;
-    for (const Address& address : *addresses) {
-      if (address.usable()) enabled.insert(address.index);
-    }
+    auto interfaces = ByInterface(*addresses);
     std::vector<Ipv6Adapter> adapters;
     for (const Link& link : *links) {
-      adapters.push_back({.ipv6IfIndex = link.index,
-                          .flags = (enabled.contains(link.index) ? kAdapterIpv6Enabled : 0) |
-                                   (link.multicast() ? 0 : kAdapterNoMulticast),
-                          .operStatus = link.up() ? kOperStatusUp : kOperStatusDown,
-                          .ifType = link.loopback() ? kIfTypeSoftwareLoopback : kIfTypeEthernet});
+      Ipv6State& state = interfaces[link.index];
+      adapters.push_back(
+          {.ipv6IfIndex = link.index,
+           .flags = (state.usable ? kAdapterIpv6Enabled : 0) |
+                    (link.multicast() ? 0 : kAdapterNoMulticast),
+           .operStatus = link.up() ? kOperStatusUp : kOperStatusDown,
+           .ifType = link.loopback() ? kIfTypeSoftwareLoopback : kIfTypeEthernet,
+           .incarnation = state.addresses.empty() ? 0 : Incarnation(link.index, state.created),
+           .addresses = std::move(state.addresses)});
     }
     return adapters;
   } catch (const std::bad_alloc&) {
     return std::nullopt;
-  }
-}
-
-bool IsLocalAddress(const SocketAddress& address) {
-  sockaddr_in6 native{};
-  std::memcpy(&native, address.storage.data(), std::min<std::size_t>(address.size, sizeof(native)));
-  try {
-    if (address.family() == AddressFamily::kIpv4) {
-      const auto own = QueryAddresses(AF_INET);
-      return own && std::ranges::any_of(
-                        *own, [&](const Address& a) { return a.ipv4() == address.ipv4(); });
-    }
-    const auto own = QueryAddresses(AF_INET6);
-    return own && std::ranges::any_of(*own, [&](const Address& a) {
-             return std::memcmp(a.local.data(), &native.sin6_addr, a.local.size()) == 0;
-           });
-  } catch (const std::bad_alloc&) {
-    return false;
   }
 }
 

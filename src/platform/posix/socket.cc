@@ -78,6 +78,7 @@ ReceiveStatus StatusOfReceiveError(int error) {
 
 // Without the port nothing is ever heard, and nothing else says so.
 void ReportBindFailure(int fd, const SocketAddress& local, int error) {
+  if (local.port() == 0) return;
   int type = 0;
   socklen_t size = sizeof(type);
   if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) != 0 || type != SOCK_DGRAM) return;
@@ -169,6 +170,7 @@ bool Socket::Bind(const SocketAddress& local) {
 }
 
 bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
+  if (FaultHits(Fault::kGroupJoin)) return false;
   if (group.family() != family_ || family_ == AddressFamily::kUnspecified) return false;
   std::uint32_t index = interfaceValue;
   if (family_ == AddressFamily::kIpv6) {

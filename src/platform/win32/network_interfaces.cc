@@ -4,10 +4,17 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <limits>
+#include <map>
+#include <memory>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "platform/fault_injection.h"
+#include "platform/incarnation.h"
 #include "platform/text_encoding.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/windows_api.h"
@@ -18,25 +25,28 @@ namespace {
 // A list of adapters may have grown between the question for its size and the next.
 constexpr int kQueryAttempts = 4;
 
-// The size first, the content next; whatever happens between makes it fail.
+// The size first, the content next.
 std::optional<std::vector<std::byte>> QueryAdapters(ULONG family, ULONG flags) {
-  ULONG size = 0;
-  (void)GetAdaptersAddresses(family, flags, nullptr, nullptr, &size);
-  std::vector<std::byte> buffer(size);
-  auto* const first = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
-  if (size == 0 || GetAdaptersAddresses(family, flags, nullptr, first, &size) != NO_ERROR) {
-    return std::nullopt;
+  for (int attempt = 0; attempt < kQueryAttempts; ++attempt) {
+    ULONG size = 0;
+    (void)GetAdaptersAddresses(family, flags, nullptr, nullptr, &size);
+    if (size == 0) break;
+    std::vector<std::byte> buffer(size);
+    auto* const first = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
+    int error = 0;
+    if (!FaultHits(Fault::kAdapterQuery, &error)) {
+      error = static_cast<int>(GetAdaptersAddresses(family, flags, nullptr, first, &size));
+    }
+    if (error == NO_ERROR) return buffer;
+    if (error != ERROR_BUFFER_OVERFLOW) break;
   }
-  return buffer;
+  return std::nullopt;
 }
 
 // Calls `each` for every adapter with what `flags` do not skip; nothing on failure.
 template <typename Each>
 void ForEachAdapter(ULONG flags, Each&& each) {
-  std::optional<std::vector<std::byte>> adapters;
-  for (int attempt = 0; attempt < kQueryAttempts && !adapters; ++attempt) {
-    adapters = QueryAdapters(AF_UNSPEC, flags);
-  }
+  const auto adapters = QueryAdapters(AF_UNSPEC, flags);
   if (!adapters) return;
   for (const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(adapters->data());
        adapter != nullptr; adapter = adapter->Next) {
@@ -63,17 +73,54 @@ const T* SocketAddressAs(const IP_ADAPTER_UNICAST_ADDRESS& address, int family) 
              : nullptr;
 }
 
-bool HasIpv6Address(const in6_addr& wanted) {
-  bool found = false;
-  ForEachAdapter(kUnicastOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
-    for (const auto* address = adapter.FirstUnicastAddress; address != nullptr;
-         address = address->Next) {
-      const auto* const native = SocketAddressAs<sockaddr_in6>(*address, AF_INET6);
-      found = found ||
-              (native != nullptr && std::memcmp(&native->sin6_addr, &wanted, sizeof(wanted)) == 0);
-    }
-  });
-  return found;
+std::array<std::uint8_t, 16> BytesOf(const in6_addr& address) {
+  std::array<std::uint8_t, 16> bytes{};
+  std::memcpy(bytes.data(), &address, bytes.size());
+  return bytes;
+}
+
+using UnicastTable = std::unique_ptr<MIB_UNICASTIPADDRESS_TABLE, decltype(&FreeMibTable)>;
+
+// All addresses of a family; none when the system does not tell.
+UnicastTable QueryUnicastTable(ADDRESS_FAMILY family) {
+  MIB_UNICASTIPADDRESS_TABLE* table = nullptr;
+  if (GetUnicastIpAddressTable(family, &table) != NO_ERROR) table = nullptr;
+  return {table, &FreeMibTable};
+}
+
+std::span<const MIB_UNICASTIPADDRESS_ROW> RowsOf(const UnicastTable& table) {
+  if (table == nullptr) return {};
+  return {table->Table, table->NumEntries};
+}
+
+// Of the IPv6 addresses that one interface has. IPv6 that was taken from an interface
+// and given back leaves none that is as old as the oldest one was.
+struct Ipv6State {
+  LONGLONG created = (std::numeric_limits<LONGLONG>::max)();  // the oldest
+  std::vector<HostAddress> addresses;
+};
+
+std::map<NET_IFINDEX, Ipv6State> QueryIpv6States() {
+  std::map<NET_IFINDEX, Ipv6State> interfaces;
+  const UnicastTable table = QueryUnicastTable(AF_INET6);
+  for (const MIB_UNICASTIPADDRESS_ROW& row : RowsOf(table)) {
+    Ipv6State& state = interfaces[row.InterfaceIndex];
+    state.created = std::min(state.created, row.CreationTimeStamp.QuadPart);
+    state.addresses.push_back(
+        HostAddress::Ipv6(BytesOf(row.Address.Ipv6.sin6_addr), row.InterfaceIndex));
+  }
+  return interfaces;
+}
+
+// The incarnation of each IPv4 address on each interface.
+std::map<std::pair<std::uint32_t, NET_IFINDEX>, std::uint32_t> QueryIpv4Incarnations() {
+  std::map<std::pair<std::uint32_t, NET_IFINDEX>, std::uint32_t> incarnations;
+  const UnicastTable table = QueryUnicastTable(AF_INET);
+  for (const MIB_UNICASTIPADDRESS_ROW& row : RowsOf(table)) {
+    incarnations[{row.Address.Ipv4.sin_addr.s_addr, row.InterfaceIndex}] =
+        Incarnation(row.InterfaceIndex, static_cast<std::uint64_t>(row.CreationTimeStamp.QuadPart));
+  }
+  return incarnations;
 }
 
 }  // namespace
@@ -88,16 +135,19 @@ std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable() {
 
     const std::size_t room =
         (buffer.size() - offsetof(MIB_IPADDRTABLE, table)) / sizeof(MIB_IPADDRROW);
+    const auto incarnations = QueryIpv4Incarnations();
     std::vector<Ipv4AddressRow> rows;
     for (std::size_t i = 0; i < std::min<std::size_t>(table->dwNumEntries, room); ++i) {
       const MIB_IPADDRROW& row = table->table[i];
+      const auto incarnation = incarnations.find({row.dwAddr, row.dwIndex});
       rows.push_back({.address = row.dwAddr,
                       .interfaceIndex = row.dwIndex,
                       .mask = row.dwMask,
                       .broadcastAddress = row.dwBCastAddr,
                       .reassemblySize = row.dwReasmSize,
                       .type = row.wType,
-                      .incarnation = row.dwIndex});
+                      .incarnation = incarnation == incarnations.end() ? Incarnation(row.dwIndex, 0)
+                                                                       : incarnation->second});
     }
     return rows;
   } catch (const std::bad_alloc&) {
@@ -112,42 +162,26 @@ std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters() {
   try {
     const auto buffer = QueryAdapters(AF_INET6, kFlags);
     if (!buffer) return std::nullopt;
+    auto interfaces = QueryIpv6States();
     std::vector<Ipv6Adapter> adapters;
     for (const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(buffer->data());
          adapter != nullptr; adapter = adapter->Next) {
-      adapters.push_back({.ipv6IfIndex = adapter->Ipv6IfIndex,
-                          .flags = adapter->Flags,
-                          .operStatus = static_cast<std::uint32_t>(adapter->OperStatus),
-                          .ifType = adapter->IfType});
+      Ipv6State& state = interfaces[adapter->Ipv6IfIndex];
+      adapters.push_back(
+          {.ipv6IfIndex = adapter->Ipv6IfIndex,
+           .flags = adapter->Flags,
+           .operStatus = static_cast<std::uint32_t>(adapter->OperStatus),
+           .ifType = adapter->IfType,
+           .incarnation =
+               state.addresses.empty()
+                   ? 0
+                   : Incarnation(adapter->Ipv6IfIndex, static_cast<std::uint64_t>(state.created)),
+           .addresses = std::move(state.addresses)});
     }
     return adapters;
   } catch (const std::bad_alloc&) {
     return std::nullopt;
   }
-}
-
-bool IsLocalAddress(const SocketAddress& address) {
-  try {
-    switch (address.family()) {
-      case AddressFamily::kIpv4: {
-        const auto rows = QueryIpv4AddressTable();
-        return rows && std::ranges::any_of(*rows, [&](const Ipv4AddressRow& row) {
-                 return row.address == address.ipv4();
-               });
-      }
-      case AddressFamily::kIpv6: {
-        sockaddr_in6 native{};
-        std::memcpy(&native, address.storage.data(),
-                    std::min<std::size_t>(address.size, sizeof(native)));
-        return HasIpv6Address(native.sin6_addr);
-      }
-      case AddressFamily::kUnspecified:
-        break;
-    }
-  } catch (const std::bad_alloc&) {
-    // Not known to be.
-  }
-  return false;
 }
 
 // By the name that Windows shows ("Ethernet 2"), or by its number.
@@ -185,9 +219,7 @@ InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
         if (ipv6 == nullptr) continue;
         if (address->DadState == IpDadStateTentative) result.ipv6Pending = true;
         if (address->DadState < IpDadStateDeprecated) continue;
-        std::array<std::uint8_t, 16> bytes{};
-        std::memcpy(bytes.data(), &ipv6->sin6_addr, bytes.size());
-        result.ipv6.push_back(bytes);
+        result.ipv6.push_back(BytesOf(ipv6->sin6_addr));
       }
     });
   } catch (const std::bad_alloc&) {

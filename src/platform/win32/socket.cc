@@ -246,6 +246,7 @@ bool Socket::Bind(const SocketAddress& local) {
 }
 
 bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
+  if (FaultHits(Fault::kGroupJoin)) return false;
   if (group.family() != family_) return false;
   switch (group.size) {
     case sizeof(sockaddr_in):

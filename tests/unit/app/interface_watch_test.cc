@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <map>
 #include <mutex>
 #include <set>
 #include <string>
@@ -42,13 +43,26 @@ Ipv6Adapter Adapter(std::uint32_t index) {
 std::mutex runningMutex;
 Ids running;  // the interfaces whose threads run
 
+// What each thread was told of its address or interface last.
+std::map<std::uint32_t, std::uint32_t> incarnations;
+Ids ownAtStart;  // the IPv4 addresses that were known as own when their threads started
+
 std::uint32_t RunUntilStopped(const ThreadItem& item) {
   {
     const std::lock_guard lock(runningMutex);
     running.insert(item.id);
+    if (item.ownRequests->Sent(platform::SocketAddress::Ipv4(item.id, 1)))
+      ownAtStart.insert(item.id);
   }
-  const platform::Waitable* const cleared[] = {&item.running.cleared()};
-  while (item.running) (void)platform::WaitForAny(cleared, std::nullopt);
+  const platform::Waitable* const woken[] = {&item.running.cleared(), &item.networkChanged};
+  while (item.running) {
+    {
+      const std::lock_guard lock(runningMutex);
+      incarnations[item.id] = item.incarnation;
+    }
+    (void)platform::WaitForAny(woken, std::nullopt);
+    (void)item.networkChanged.Test();
+  }
   const std::lock_guard lock(runningMutex);
   running.erase(running.find(item.id));
   return 0;
@@ -58,6 +72,13 @@ bool Runs(const Ids& ids) {
   return testing::WaitUntil([&] {
     const std::lock_guard lock(runningMutex);
     return running == ids;
+  });
+}
+
+bool IsTold(std::uint32_t id, std::uint32_t incarnation) {
+  return testing::WaitUntil([=] {
+    const std::lock_guard lock(runningMutex);
+    return incarnations[id] == incarnation;
   });
 }
 
@@ -92,16 +113,50 @@ TEST_F(InterfaceWatchTest, PrimaryAddressesOtherThanLoopbackHaveAThread) {
   EXPECT_TRUE(Runs({}));
 }
 
-TEST_F(InterfaceWatchTest, AThreadThatCannotStartIsTriedAgainInTheNextPass) {
-  platform::ArmFault(platform::Fault::kThreadStart, 3);
-  watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1"), Row("10.0.0.2")});
-  watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
-  EXPECT_TRUE(Runs({}));
-  watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1")});
-  EXPECT_TRUE(Runs({Address("10.0.0.1")})) << "the other address has gone before";
-  watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
-  EXPECT_TRUE(Runs({Address("10.0.0.1"), 9}));
+TEST_F(InterfaceWatchTest, AThreadThatCannotStartIsTriedAgainAtTheNextLook) {
+  const Table table{Row("10.0.0.1"), Row("10.0.0.2")};
+  platform::ArmFault(platform::Fault::kThreadStart, 4);
+  watch_.WatchIpv4Interfaces(table);
+  watch_.WatchIpv4Interfaces(std::nullopt);  // both fail once more
   platform::DisarmFaults();
+  EXPECT_TRUE(Runs({}));
+  watch_.WatchIpv4Interfaces(table);
+  EXPECT_TRUE(Runs({Address("10.0.0.1"), Address("10.0.0.2")}));
+
+  platform::ArmFault(platform::Fault::kThreadStart, 1);
+  watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
+  platform::DisarmFaults();
+  watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
+  EXPECT_TRUE(Runs({9, Address("10.0.0.1"), Address("10.0.0.2")}));
+}
+
+TEST_F(InterfaceWatchTest, ThreadsAreToldWhenTheirInterfaceWasMadeAnew) {
+  Ipv4AddressRow first = Row("10.0.0.1");
+  first.incarnation = 7;
+  Ipv4AddressRow elsewhere = first;  // the same address on another interface
+  elsewhere.interfaceIndex = 1;
+  elsewhere.incarnation = 8;
+  watch_.WatchIpv4Interfaces(Table{first, elsewhere});
+  EXPECT_TRUE(IsTold(first.address, 7));
+  ++first.incarnation;
+  ++first.incarnation;
+  watch_.WatchIpv4Interfaces(Table{first, elsewhere});
+  EXPECT_TRUE(IsTold(first.address, 9)) << "the receivers join on the first of them";
+
+  Ipv6Adapter adapter = Adapter(12);
+  for (const std::uint32_t incarnation : {3, 4, 0}) {
+    adapter.incarnation = incarnation;
+    watch_.WatchIpv6Interfaces(Adapters{adapter});
+    EXPECT_TRUE(IsTold(12, incarnation == 0 ? 4 : incarnation)) << "0 says nothing";
+  }
+}
+
+TEST_F(InterfaceWatchTest, AnAddressIsKnownAsOwnBeforeItsThreadStarts) {
+  ownAtStart.clear();
+  watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1")});
+  watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1"), Row("10.0.0.2")});
+  EXPECT_TRUE(Runs({Address("10.0.0.1"), Address("10.0.0.2")}));
+  EXPECT_EQ(ownAtStart, Ids({Address("10.0.0.1"), Address("10.0.0.2")}));
 }
 
 TEST_F(InterfaceWatchTest, ManyPendingReinitialisationsAreServedInOnePassUnlessTheServiceEnds) {

@@ -219,7 +219,7 @@ TEST_F(WithoutMemory, ARequestThreadGoesOn) {
       life.item.responseList = &responses;
       life.item.itemList = &items;
       life.item.running.Set();
-      life.item.rejoin.Set();
+      life.item.networkChanged.Set();
       life.thread = platform::Thread::Start("request", [&item = life.item, allocation] {
         failingAllocation = allocation;
         return ThreadMulticastRequest(item);
@@ -229,11 +229,11 @@ TEST_F(WithoutMemory, ARequestThreadGoesOn) {
     for (Life& life : lives) {
       // It takes the event in its first pass, and again in a later one.
       for (int pass = 0; pass < 2; ++pass) {
-        const platform::Waitable* const rejoin[] = {&life.item.rejoin};
+        const platform::Waitable* const changed[] = {&life.item.networkChanged};
         EXPECT_TRUE(WaitUntil([&] {
-          return platform::WaitForAny(rejoin, 0) == platform::WaitStatus::kTimeout;
+          return platform::WaitForAny(changed, 0) == platform::WaitStatus::kTimeout;
         })) << first + (&life - lives.data());
-        life.item.rejoin.Set();
+        life.item.networkChanged.Set();
       }
     }
     for (Life& life : lives) life.item.running.Clear();

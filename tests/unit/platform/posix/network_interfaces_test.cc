@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <string>
@@ -27,12 +28,21 @@ TEST(NetworkInterfaces, ATableOfSeveralMessagesIsWholeAndSorted) {
   ASSERT_TRUE(ip != nullptr && fputs(commands.c_str(), ip) >= 0);
   ASSERT_EQ(pclose(ip), 0);
   const auto rows = QueryIpv4AddressTable().value();
+  const auto adapters = QueryIpv6Adapters().value();
+  // IPv6 goes and comes back.
+  ASSERT_EQ(system("ip link set lo mtu 1000 && ip link set lo mtu 65536"), 0);
+  const auto later = QueryIpv6Adapters().value();
   ASSERT_EQ(setns(before.get(), CLONE_NEWNET), 0);
 
   EXPECT_EQ(rows.size(), kAddresses + 2);
   EXPECT_EQ(Ipv4Text(rows.front().address), "9.0.0.1");
   EXPECT_EQ(Ipv4Text(rows.back().address), "127.0.0.1");
   EXPECT_EQ(std::ranges::count(rows, kIpv4AddressPrimary, &Ipv4AddressRow::type), 3);
+  const auto loopback =
+      HostAddress::Ipv6({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, adapters[0].ipv6IfIndex);
+  ASSERT_FALSE(adapters[0].addresses.empty());
+  EXPECT_EQ(adapters[0].addresses[0], loopback);
+  EXPECT_NE(adapters[0].incarnation, later[0].incarnation);
 }
 
 }  // namespace
