@@ -21,7 +21,7 @@ constexpr std::size_t kShortestPath = 8;
 constexpr std::uint32_t kTickMs = 10;
 constexpr std::uint32_t kShortestCycleTicks = 10;
 constexpr std::uint32_t kQueryGapMs = 30;
-constexpr std::size_t kFirstNamesSize = 64;
+constexpr std::size_t kNamesStep = 64;
 constexpr std::size_t kAddressTextSize = 100;
 
 // Whether the configured file can be worked with; says in the trace why not.
@@ -38,10 +38,10 @@ bool FileIsUsable(std::u16string_view path) {
 
 // The file's section names in its order.
 std::vector<std::u16string> SectionNames(std::u16string_view path) {
-  std::vector<char16_t> buffer(kFirstNamesSize);
+  std::vector<char16_t> buffer(kNamesStep);
   std::uint32_t length = platform::ProfileSectionNames(buffer, path);
   while (length + 2 >= buffer.size()) {
-    buffer.resize(2 * buffer.size());
+    buffer.resize(buffer.size() + kNamesStep);
     length = platform::ProfileSectionNames(buffer, path);
   }
   std::vector<std::u16string> names;
@@ -56,11 +56,13 @@ std::vector<std::u16string> SectionNames(std::u16string_view path) {
 }
 
 // The address that a section gives for its device, in network byte order; 0 when it
-// gives none. A text that is no address gives 255.255.255.255, where nobody is.
+// gives none. A text that is no address, or that the narrow code page has no room for,
+// gives 255.255.255.255, where nobody is.
 std::uint32_t ConfiguredAddress(std::u16string_view section, std::u16string_view path) {
   std::array<char16_t, kAddressTextSize> text{};
   if (platform::ProfileString(section, u"IpAddress", text, path) == 0) return 0;
-  return platform::ParseIpv4(platform::WideToNarrow(text.data()).c_str());
+  const std::string narrow = platform::WideToNarrow({text.data(), text.size()});
+  return platform::ParseIpv4(narrow.size() <= kAddressTextSize ? narrow.c_str() : "");
 }
 
 class Worker {
@@ -79,13 +81,14 @@ class Worker {
   }
 
  private:
-  // Ends when the queries of all listed devices have ended.
+  // Ends when the queries of all listed devices have ended, also when the worker is
+  // stopped meanwhile.
   void Cycle() {
     const std::vector<std::u16string> names = SectionNames(path_);
     const auto devices = std::make_unique<StaticDevice[]>(names.size());
-    for (std::size_t i = 0; i < names.size() && context_.running; ++i) {
+    for (std::size_t i = 0; i < names.size(); ++i) {
       StartQuery(devices[i], names[i]);
-      Pause(kQueryGapMs);
+      platform::SleepMs(kQueryGapMs);
     }
   }
 

@@ -44,8 +44,8 @@ std::array<std::byte, kStatusRequestSize> EncodeStatusRequest(std::string_view s
 
 FrameReceiver::Frame FrameReceiver::ReceiveFrame() {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (attempt > 0) clock_.Sleep(kAttemptPauseMs);
     if (auto frame = Attempt()) return std::move(*frame);
-    clock_.Sleep(kAttemptPauseMs);
   }
   carryOver_.clear();
   return {};

@@ -23,8 +23,9 @@ constexpr int kSendAttempts = 3;
 constexpr std::uint32_t kSendPauseMs = 10;
 constexpr std::uint32_t kRestMs = 100;
 // A device that sends on and on, or byte by byte, does not hold up the others' cycle
-// for longer than this.
-constexpr std::uint64_t kReceiveLimitMs = 5'000;
+// and the end of the process for longer than this.
+constexpr std::uint64_t kReceiveLimitMs = 60'000;
+constexpr std::uint32_t kResolveLimitMs = 20'000;
 constexpr std::size_t kSidCapacity = 64;
 
 // The TCP connection to a device, with the socket library started while it stands.
@@ -95,7 +96,8 @@ std::string MakeSid() {
 std::optional<std::uint32_t> AddressOf(const StaticDevice& device) {
   if (device.address != 0) return device.address;
   const std::string service = std::to_string(kStatusPort);
-  const auto resolved = platform::ResolveStreamHost(device.host.data(), service.c_str());
+  const auto resolved =
+      platform::ResolveStreamHost(device.host.data(), service.c_str(), kResolveLimitMs);
   if (!resolved) return std::nullopt;
   return resolved->ipv4();
 }
@@ -107,11 +109,10 @@ void SendRequest(DeviceConnection& connection, std::string_view sid) {
   }
 }
 
-// Some devices do not know at which address they are reached; the third character of
-// their status tells.
+// Some devices do not know at which address they are reached; the third byte of their
+// status tells, also behind the end of its text.
 void CorrectAddresses(DeviceRecord& record, std::uint32_t address) {
-  const std::string_view status = record.deviceStatus.view();
-  if (status.size() < 3 || status[2] != '8') return;
+  if (record.deviceStatus.field()[2] != std::byte{'8'}) return;
   record.deviceIpv4.Assign(platform::Ipv4Text(address));
   record.deviceIpv6.Assign("");
 }

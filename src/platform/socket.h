@@ -66,9 +66,11 @@ struct ResolvedAddress {
 // means the wildcard address (with `passive`).
 [[nodiscard]] std::optional<ResolvedAddress> ResolveAddress(const char* host, const char* service,
                                                             const ResolveHints& hints);
-// First IPv4 stream address of a host name given in UTF-16.
+// First IPv4 stream address of a host name given in UTF-16; none when the system's
+// resolver finds nothing, or takes longer than `limitMs`.
 [[nodiscard]] std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host,
-                                                             const char* service);
+                                                             const char* service,
+                                                             std::uint32_t limitMs);
 
 // Numeric host text, link-local IPv6 addresses with their scope; empty when it
 // would need more than `capacity` bytes with its terminator.

@@ -62,7 +62,8 @@ class Dynamic(TestCase):
     @full_set
     def test_anything_else_is_permanent(self):
         here = self.network.host("alone")
-        for arguments in ((), ("/dynamic ",), ("/dynamic", "x"), ("-dynamic",), ("",)):
+        for arguments in ((), ("/dynamic ",), ("/dynamic", "x"), ("-dynamic",), ("",),
+                          ("", "/dynamic")):
             with self.subTest(arguments=arguments):
                 locator = self.start_locator(here, *arguments)
                 self.assertEqual(locator.trace[0], "PERMANENT")

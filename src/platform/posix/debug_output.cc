@@ -8,12 +8,12 @@
 #include <unistd.h>
 
 #include "platform/posix/descriptor.h"
+#include "platform/posix/standard_error.h"
 #include "platform/posix/utf8.h"
 #include "platform/posix/wait.h"
 #include "platform/text_encoding.h"
 
 namespace talvorn::platform {
-namespace {
 
 // One write without waiting. A pipe or terminal is written through a description
 // of its own: the flag that keeps a write from blocking belongs to the
@@ -38,8 +38,6 @@ void WriteIfRoom(std::string_view text) {
   const ssize_t written = write(own.valid() ? own.get() : STDERR_FILENO, text.data(), text.size());
   (void)written;
 }
-
-}  // namespace
 
 void DebugOutputW(std::u16string_view text) { WriteIfRoom(WideToUtf8(text)); }
 

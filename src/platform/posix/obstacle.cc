@@ -1,13 +1,14 @@
 #include "platform/posix/obstacle.h"
 
 #include <errno.h>
-#include <unistd.h>
 
 #include <functional>
 #include <mutex>
 #include <new>
 #include <set>
 #include <string>
+
+#include "platform/posix/standard_error.h"
 
 namespace talvorn::platform {
 
@@ -19,8 +20,7 @@ void ReportObstacle(std::string_view sentence) {
     if (!reported.emplace(sentence).second) return;
     std::string line(program_invocation_short_name);
     line.append(": ").append(sentence).push_back('\n');
-    // Best effort: there is nobody left to tell when standard error is gone.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+    WriteIfRoom(line);
   } catch (const std::bad_alloc&) {
     // Without memory the sentence is lost; the failure itself is still returned.
   }

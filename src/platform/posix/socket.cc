@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/address_owner.h"
+#include "platform/bounded_resolution.h"
 #include "platform/fault_injection.h"
 #include "platform/posix/obstacle.h"
 #include "platform/posix/wait.h"
@@ -103,15 +104,16 @@ void ReportBindFailure(int fd, const SocketAddress& local, int error) {
 bool StartSocketLibrary() { return true; }
 void StopSocketLibrary() {}
 
-std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host, const char* service) {
-  try {
+std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host, const char* service,
+                                               std::uint32_t limitMs) {
+  const auto resolve = [name = WideToUtf8(host),
+                        port = std::string(service)]() -> std::optional<SocketAddress> {
     const ResolveHints hints{.family = AddressFamily::kIpv4, .type = SocketType::kStream};
-    const auto result = ResolveAddress(WideToUtf8(host).c_str(), service, hints);
+    const auto result = ResolveAddress(name.c_str(), port.c_str(), hints);
     if (!result) return std::nullopt;
     return result->address;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
+  };
+  return ResolveWithin(limitMs, resolve);
 }
 
 Socket Socket::Create(AddressFamily family, SocketType type) {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/address_owner.h"
+#include "platform/bounded_resolution.h"
 #include "platform/fault_injection.h"
 #include "platform/socket_common.h"
 #include "platform/win32/handle.h"
@@ -174,24 +175,22 @@ bool StartSocketLibrary() {
 
 void StopSocketLibrary() { WSACleanup(); }
 
-std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host, const char* service) {
-  try {
+std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host, const char* service,
+                                               std::uint32_t limitMs) {
+  const auto resolve = [name = std::u16string(host),
+                        port = std::u16string(service, service + std::strlen(service))]()
+      -> std::optional<SocketAddress> {
     ADDRINFOW wanted{};
     wanted.ai_family = AF_INET;
     wanted.ai_socktype = SOCK_STREAM;
     wanted.ai_protocol = IPPROTO_TCP;
-    const std::u16string wideHost(host);
-    const std::u16string wideService(service, service + std::strlen(service));
     ADDRINFOW* list = nullptr;
-    if (GetAddrInfoW(ToNative(wideHost), ToNative(wideService), &wanted, &list) != 0) {
-      return std::nullopt;
-    }
+    if (GetAddrInfoW(ToNative(name), ToNative(port), &wanted, &list) != 0) return std::nullopt;
     const std::unique_ptr<ADDRINFOW, decltype(&FreeAddrInfoW)> owner(list, &FreeAddrInfoW);
     if (list == nullptr || list->ai_addr == nullptr) return std::nullopt;
     return FromNative(list->ai_addr, list->ai_addrlen);
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
+  };
+  return ResolveWithin(limitMs, resolve);
 }
 
 Socket Socket::Create(AddressFamily family, SocketType type) {

@@ -47,12 +47,14 @@ int GiveUp(std::string_view obstacle) {
   return 1;
 }
 
-// The arguments as one text, as a process on Windows gets them.
+// The arguments as one text, as a process on Windows gets them; one that is empty
+// stands there as its quotes.
 std::string JoinArguments(int count, char** arguments) {
   std::string line;
   for (int i = 1; i < count; ++i) {
     if (i > 1) line += ' ';
-    line += arguments[i];
+    const std::string_view argument = arguments[i];
+    line += argument.empty() ? "\"\"" : argument;
   }
   return line.substr(std::min(line.find_first_not_of(" \t"), line.size()));
 }

@@ -1,11 +1,15 @@
 // What concerns the process as a whole; each case in a child process.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <string>
+
 #include "platform/console.h"
 #include "platform/entry.h"
+#include "platform/posix/obstacle.h"
 #include "platform/posix/process_start.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
@@ -54,6 +58,22 @@ TEST(PrepareProcess, KeepsTheStandardDescriptorsTakenAndRaisesTheLimit) {
               if (WriteOutput("x") || WriteError("x")) return 3;
               getrlimit(RLIMIT_NOFILE, &limit);
               return limit.rlim_cur == limit.rlim_max ? 0 : 4;
+            }),
+            0);
+}
+
+TEST(ReportObstacle, NeitherWaitsForAFullPipeNorMakesItNonBlockingForOthers) {
+  EXPECT_EQ(ResultInChild([] {
+              int ends[2];
+              if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) < 0) return 1;
+              fcntl(ends[1], F_SETFL, O_NONBLOCK);
+              const std::string block(4'096, 'x');
+              while (write(ends[1], block.data(), block.size()) > 0) {
+              }
+              fcntl(ends[1], F_SETFL, 0);
+              alarm(30);  // ends a write that waits
+              ReportObstacle("nobody reads this.");
+              return (fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK) == 0 ? 0 : 2;
             }),
             0);
 }
