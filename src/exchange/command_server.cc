@@ -27,6 +27,8 @@ namespace {
 
 constexpr std::uint32_t kReadTimeoutMs = 100;
 constexpr std::uint32_t kTickMs = 10;
+// How often a mailslot that could not be made is tried again.
+constexpr std::uint32_t kRetryMs = 2'000;
 constexpr std::size_t kTextCapacity = 1'024;
 // Far above what any request needs; a larger message is lost unread.
 constexpr std::size_t kLargestMessage = 64 * 1'024;
@@ -71,6 +73,10 @@ class CommandServer {
 
   void Run() {
     if (!Start()) context_.running.Clear();
+    while (context_.running && !mailslot_.valid()) {
+      Pause(kRetryMs);
+      if (context_.running) (void)CreateMailslot();
+    }
     while (context_.running) Pass();
   }
 
@@ -80,16 +86,22 @@ class CommandServer {
     logPath_ = ReadLogPath().data();
     if (logPath_.empty()) logPath_ = TemporaryLogPath();
 
+    const bool secured = CreateMailslot().has_value();
+    if (secured) OpenLogModeEvent();
+    return secured;
+  }
+
+  // Whether the mailslot is there, which another program may have for now. None when the
+  // security that it is to have cannot be had.
+  std::optional<bool> CreateMailslot() {
     platform::SecurityAttributes security;
-    if (!CreateSecurityAttributes(context_, security)) {
-      FreeSecurityAttributes(context_);
-      return false;
-    }
-    readEvent_ = platform::Event::Create(platform::Event::Mode::kAutoReset);
-    if (readEvent_.valid())
+    const bool secured = CreateSecurityAttributes(context_, security);
+    if (secured && !readEvent_.valid())
+      readEvent_ = platform::Event::Create(platform::Event::Mode::kAutoReset);
+    if (secured && readEvent_.valid())
       mailslot_ = platform::Mailslot::Create(kServerMailslot, kReadTimeoutMs, &security);
     FreeSecurityAttributes(context_);
-    OpenLogModeEvent();
+    if (!secured) return std::nullopt;
     return mailslot_.valid();
   }
 
@@ -113,7 +125,7 @@ class CommandServer {
   void Pass() {
     const auto waiting = mailslot_.Query();
     if (!waiting) {
-      Pause();
+      Pause(kTickMs);
     } else if (!waiting->nextSize) {
       (void)mailslot_.WaitForMessage(context_.running.cleared(), std::nullopt);
     } else {
@@ -125,9 +137,9 @@ class CommandServer {
     }
   }
 
-  void Pause() {
+  void Pause(std::uint32_t milliseconds) {
     const platform::Waitable* const cleared[] = {&context_.running.cleared()};
-    (void)platform::WaitForAny(cleared, kTickMs);
+    (void)platform::WaitForAny(cleared, milliseconds);
   }
 
   void Serve(std::size_t messageSize) {
