@@ -10,7 +10,7 @@ import sys
 import threading
 
 import wire
-from harness import TestCase, native, only_on, wait_until
+from harness import Program, TestCase, native, only_on, wait_until
 from linux_target import memory_file
 
 
@@ -280,8 +280,8 @@ class IllBehavedClients(TestCase):
             if accounts.read().split()[2] == "1":
                 self.skipTest("there is only one account here")
         os.chmod(self.directory, 0o755)
-        liar = self.start(self.locator.host, (sys.executable, "-c", _LIAR,
-                                              self.locator.mailslot("")), user=65534)
+        liar = self.start(self.locator.host, Program("liar", [sys.executable, "-c", _LIAR,
+                                                       self.locator.mailslot("")]), user=65534)
         for _ in range(20):
             tool = self.tool(self.locator, "version")
             self.assertEqual(tool.wait(), 0, tool.err)

@@ -119,7 +119,7 @@ Descriptor OpenFile(int directory, const std::string& name) {
 // A file with a second link may be anything that is precious elsewhere.
 bool IsPlainFile(int fd) {
   struct stat status {};
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1;
 }
 
 std::uint64_t Mix(std::uint64_t x) {
