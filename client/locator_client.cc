@@ -111,22 +111,24 @@ ClientStatus LocatorClient::Tell(std::string_view command) {
   return sent == ClientStatus::kOk ? GetVersion().status : sent;
 }
 
-bool LocatorClient::PrepareMailslot() {
+bool LocatorClient::PrepareMailslot(std::uint64_t deadlineMs) {
   for (int attempt = 0; !mailslot_.valid() && attempt < kNameAttempts; ++attempt) {
     mailslotName_ = NewMailslotName();
     mailslot_ = platform::Mailslot::Create(mailslotName_, 0, nullptr);
   }
+  // Anybody may write to it.
+  if (!mailslot_.AcceptOnlyFromOwnerOf(kServerMailslot)) return false;
   // Strays, such as the locator's answer to a request so short that it names no
   // mailslot: that goes to the one who asked last.
-  for (int stray = 0; mailslot_.valid() && stray < kMaxStrays; ++stray) {
+  for (int stray = 0; stray < kMaxStrays && MsUntil(deadlineMs) > 0 && !Interrupted(); ++stray) {
     if (TakeMessage().empty()) break;
   }
-  return mailslot_.valid();
+  return true;
 }
 
 ClientStatus LocatorClient::Send(std::string_view command, std::uint64_t deadlineMs) {
   if (!platform::MailslotExists(kServerMailslot)) return ClientStatus::kNoLocator;
-  if (!PrepareMailslot()) return ClientStatus::kNoMailslot;
+  if (!PrepareMailslot(deadlineMs)) return ClientStatus::kNoMailslot;
   const auto request =
       EncodeRequest({.replyMailslot = mailslotName_, .command = std::string(command)});
   if (!request || command.find('\0') != std::string_view::npos) return ClientStatus::kBadRequest;

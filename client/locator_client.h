@@ -1,5 +1,6 @@
 // Asks the locator on this machine. An object is used by one thread; any number of
-// objects and programs may ask at the same time.
+// objects and programs may ask at the same time. On Linux only what the locator's account
+// has written counts as an answer; that others write is said once on standard error.
 //
 //   #include <cstdio>
 //   #include <string>
@@ -81,7 +82,7 @@ class LocatorClient {
   [[nodiscard]] ClientStatus Tell(std::string_view command);
   [[nodiscard]] Answer<std::string> AskText(std::string_view command, ReplyType type);
 
-  [[nodiscard]] bool PrepareMailslot();
+  [[nodiscard]] bool PrepareMailslot(std::uint64_t deadlineMs);
   [[nodiscard]] ClientStatus Send(std::string_view command, std::uint64_t deadlineMs);
   [[nodiscard]] ClientStatus AwaitReply(ReplyType type, const Accept& accept,
                                         std::uint64_t deadlineMs);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <ranges>
 #include <string>
 
 #include "platform/registry.h"
@@ -231,12 +230,15 @@ void InterfaceWatch::WatchIpv6Interfaces(const std::optional<Ipv6Adapters>& adap
     Trace(u"Ipv6IfIndex (IPv6 interface): %u Flags:%x Stat:%u\n", adapter.ipv6IfIndex,
           adapter.flags, adapter.operStatus);
   }
-  for (const auto& [index, incarnation] : current) StartIpv6(index, incarnation);
-  for (const std::uint32_t index : knownIpv6Interfaces_) {
-    if (!current.contains(index)) StopIpv6(index);
+  for (const auto& [index, incarnation] : current) {
+    knownIpv6Interfaces_.insert(index);
+    StartIpv6(index, incarnation);
   }
-  const auto indices = std::views::keys(current);
-  knownIpv6Interfaces_ = {indices.begin(), indices.end()};
+  std::erase_if(knownIpv6Interfaces_, [&](std::uint32_t index) {
+    const bool gone = !current.contains(index);
+    if (gone) StopIpv6(index);
+    return gone;
+  });
 }
 
 void InterfaceWatch::StartIpv6(std::uint32_t index, std::uint32_t incarnation) {

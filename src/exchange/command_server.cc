@@ -28,6 +28,8 @@ namespace {
 
 constexpr std::uint32_t kReadTimeoutMs = 100;
 constexpr std::uint32_t kTickMs = 10;
+// How often a mailslot that could not be made is tried again.
+constexpr std::uint32_t kRetryMs = 2'000;
 constexpr std::size_t kTextCapacity = 1'024;
 // Far above what any request needs; a larger message is lost unread.
 constexpr std::size_t kLargestMessage = 64 * 1'024;
@@ -74,6 +76,10 @@ class CommandServer {
     CompleteWhile(context_.running, [this] {
       if (!Start()) context_.running.Clear();
     });
+    while (context_.running && !mailslot_.valid()) {
+      Pause(kRetryMs);
+      if (context_.running) (void)Completed([this] { (void)CreateMailslot(); });
+    }
     while (context_.running) Pass();
   }
 
@@ -83,16 +89,22 @@ class CommandServer {
     logPath_ = ReadLogPath().data();
     if (logPath_.empty()) logPath_ = TemporaryLogPath();
 
+    const bool secured = CreateMailslot().has_value();
+    if (secured) (void)Completed([this] { OpenLogModeEvent(); });
+    return secured;
+  }
+
+  // Whether the mailslot is there, which another program may have for now. None when the
+  // security that it is to have cannot be had.
+  std::optional<bool> CreateMailslot() {
     platform::SecurityAttributes security;
-    if (!CreateSecurityAttributes(context_, security)) {
-      FreeSecurityAttributes(context_);
-      return false;
-    }
-    readEvent_ = platform::Event::Create(platform::Event::Mode::kAutoReset);
-    if (readEvent_.valid())
+    const bool secured = CreateSecurityAttributes(context_, security);
+    if (secured && !readEvent_.valid())
+      readEvent_ = platform::Event::Create(platform::Event::Mode::kAutoReset);
+    if (secured && readEvent_.valid())
       mailslot_ = platform::Mailslot::Create(kServerMailslot, kReadTimeoutMs, &security);
     FreeSecurityAttributes(context_);
-    (void)Completed([this] { OpenLogModeEvent(); });
+    if (!secured) return std::nullopt;
     return mailslot_.valid();
   }
 
@@ -116,17 +128,17 @@ class CommandServer {
   void Pass() {
     const auto waiting = mailslot_.Query();
     if (!waiting) {
-      Pause();
+      Pause(kTickMs);
     } else if (!waiting->nextSize) {
       (void)mailslot_.WaitForMessage(context_.running.cleared(), std::nullopt);
     } else if (!Completed([&] { Serve(*waiting->nextSize); })) {
-      Pause();  // the message may still be there, the memory not
+      Pause(kTickMs);  // the message may still be there, the memory not
     }
   }
 
-  void Pause() {
+  void Pause(std::uint32_t milliseconds) {
     const platform::Waitable* const cleared[] = {&context_.running.cleared()};
-    (void)platform::WaitForAny(cleared, kTickMs);
+    (void)platform::WaitForAny(cleared, milliseconds);
   }
 
   void Serve(std::size_t messageSize) {

@@ -32,6 +32,10 @@ class Mailslot {
 
   [[nodiscard]] bool valid() const { return state_ != nullptr; }
 
+  // From now on takes only what the account has written that owns the mailslot `name`,
+  // where the system attests who writes (Linux). False when there is none such.
+  [[nodiscard]] bool AcceptOnlyFromOwnerOf(std::u16string_view name);
+
   struct Waiting {
     std::optional<std::size_t> nextSize;  // bytes; none when no message waits
     std::uint32_t count = 0;              // messages known to wait, at least
@@ -66,8 +70,9 @@ enum class MailslotWrite { kWritten, kAbsent, kFull, kFailed };
 // True while some process has a mailslot of this name.
 [[nodiscard]] bool MailslotExists(std::u16string_view name);
 
-// True for `\\.\mailslot\` (any case) followed by a plain name: not empty, no
-// path separators, no control characters, neither "." nor "..", on this machine.
+// True for `\\.\mailslot\` (any case), on this machine, followed by a name or a path of
+// names with backslashes between them, none of them empty, "." or "..": no slashes and
+// no control characters.
 [[nodiscard]] bool IsMailslotName(std::u16string_view name);
 
 }  // namespace talvorn::platform

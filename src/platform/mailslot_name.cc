@@ -16,19 +16,28 @@ char16_t Small(char16_t unit) {
   return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
 }
 
+// Parts between backslashes, none of which leads nowhere or elsewhere.
+bool IsPath(std::u16string_view text) {
+  for (;;) {
+    const std::size_t end = std::min(text.find(u'\\'), text.size());
+    const std::u16string_view part = text.substr(0, end);
+    if (part.empty() || part == u"." || part == u"..") return false;
+    if (end == text.size()) return true;
+    text.remove_prefix(end + 1);
+  }
+}
+
 }  // namespace
 
 bool IsMailslotName(std::u16string_view name) {
   const std::u16string_view prefix = name.substr(0, kMailslotPrefix.size());
   const std::u16string_view plain = name.substr(prefix.size());
-  if (plain.empty() || !std::ranges::equal(prefix, kMailslotPrefix, {}, Small, Small)) return false;
-  const bool anyUnfit = std::ranges::any_of(plain, [](char16_t unit) {
-    return unit < u' ' || unit == 0x7F || unit == u'/' || unit == u'\\';
-  });
+  if (!std::ranges::equal(prefix, kMailslotPrefix, {}, Small, Small)) return false;
+  const bool anyUnfit = std::ranges::any_of(
+      plain, [](char16_t unit) { return unit < u' ' || unit == 0x7F || unit == u'/'; });
   // A file can have the name; a text that is no UTF-16 would share it with others.
   const std::string utf8 = WideToUtf8(plain);
-  return !anyUnfit && plain != u"." && plain != u".." && utf8.size() <= kLongestName &&
-         Utf8ToWide(utf8) == plain;
+  return !anyUnfit && IsPath(plain) && utf8.size() <= kLongestName && Utf8ToWide(utf8) == plain;
 }
 
 }  // namespace talvorn::platform

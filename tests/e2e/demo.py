@@ -161,7 +161,7 @@ def _run(binaries, directory, on_host):
             signal.signal(number, _stop)
         here = _NoNamespace() if on_host else _virtual(demo)
         demo.start(here, "talvorn-locator")
-        demo.wait_for_file(os.path.join(runtime, "mailslot", "talvorn_out"))
+        demo.wait_for_file(os.path.join(runtime, "talvorn_out"))
         return demo.show(here, "devices", "--watch")
     except Stopped:
         return 0

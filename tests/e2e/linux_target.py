@@ -163,7 +163,8 @@ class Locator(harness.Locator):
         return False
 
     def mailslot(self, name):
-        return os.path.join(self.runtime_directory, "mailslot", name)
+        folder = () if name == "talvorn_out" else ("mailslot",)
+        return os.path.join(self.runtime_directory, *folder, name)
 
     def object(self, name):
         return os.path.join(self.runtime_directory, "objects", name.removeprefix("Global\\"))
@@ -190,8 +191,7 @@ class Locator(harness.Locator):
 
     def left_by_clients(self):
         """The files of clients, of the living and of those that were killed."""
-        return ([self.mailslot(name) for name in os.listdir(self.mailslot(""))
-                 if name != "talvorn_out"]
+        return ([self.mailslot(name) for name in os.listdir(self.mailslot(""))]
                 + [self.object(name) for name in os.listdir(self.object(""))
                    if "IN-USE" in name or "DRAVIK_CHANGES" in name])
 

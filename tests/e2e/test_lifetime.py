@@ -93,6 +93,7 @@ class Obstacles(TestCase):
     def test_a_runtime_directory_of_any_length(self):
         deep = os.path.join(self.directory, *["deep" * 10] * 5)
         os.makedirs(deep)
+        os.chmod(deep, 0o755)
         locator = self.start_locator(self.network.host("alone"), runtime_directory=deep)
         self.assertEqual(self.tool(locator, "version").wait(), 0)
 
@@ -106,14 +107,24 @@ class Obstacles(TestCase):
     def test_a_squatter_on_the_mailslot(self):
         """Something else that bears its name: not removed, and told."""
         runtime = os.path.join(self.directory, "runtime")
-        os.makedirs(os.path.join(runtime, "mailslot", "talvorn_out"))
+        taken = os.path.join(runtime, "talvorn_out")
+        os.makedirs(taken)
+        os.chmod(runtime, 0o755)
         locator = self.start_locator(self.network.host("alone"), runtime_directory=runtime,
                                      ready=False, settings={"DebugView": 0})
         locator.event_log.wait_for("Service loop entry")
         wait_until(lambda: locator.err, "the sentence")
         self.assertIn("talvorn_out", locator.err)
         self.assertEqual(len(locator.err.splitlines()), 1)
+        os.rmdir(taken)
+        wait_until(locator.takes_messages, "the mailslot, which is tried again")
         locator.stop()
+
+    def test_a_runtime_directory_that_all_may_write_to(self):
+        directory = os.path.join(self.directory, "open")
+        os.mkdir(directory)
+        os.chmod(directory, 0o1777)
+        self.assert_refused(directory, "Other accounts may write to it")
 
     def test_no_journal(self):
         here, there = self.simple_network()

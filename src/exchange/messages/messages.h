@@ -17,10 +17,12 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/mailslot_name.h"
+
 namespace talvorn {
 
-inline constexpr std::u16string_view kMailslotPrefix = u"\\\\.\\mailslot\\";
-inline constexpr std::u16string_view kServerMailslot = u"\\\\.\\mailslot\\talvorn_out";
+inline constexpr std::u16string_view kMailslotPrefix = platform::kMailslotPrefix;
+inline constexpr std::u16string_view kServerMailslot = platform::kLocatorMailslot;
 inline constexpr std::u16string_view kDefaultReplyMailslot = u"\\\\.\\mailslot\\talvorn_in";
 
 inline constexpr std::string_view kVersionText = "1.0.0.0";

@@ -5,27 +5,29 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <new>
 #include <string>
-#include <vector>
+#include <system_error>
 
 #include "platform/clock.h"
 #include "platform/fault_injection.h"
 #include "platform/mailslot_name.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/memory_file.h"
+#include "platform/posix/message_queue.h"
 #include "platform/posix/obstacle.h"
 #include "platform/posix/runtime_directory.h"
 #include "platform/posix/security_mode.h"
 #include "platform/posix/unix_address.h"
+#include "platform/posix/unread_files.h"
 #include "platform/posix/wait.h"
 #include "platform/text_encoding.h"
 #include "platform/thread.h"
@@ -35,15 +37,8 @@ namespace {
 
 // A larger message travels as an empty datagram with a memory file.
 constexpr std::size_t kLargestDatagram = 128 << 10;
-// A memory file costs its sender next to nothing, but us its size; what is larger
-// than this is no message.
-constexpr std::size_t kLargestMessage = 256 << 20;
-
-// Damaged messages passed over before Query gives its caller a turn.
-constexpr int kDamagedPerQuery = 64;
-
-// As many descriptors as one message can carry.
-constexpr std::size_t kMostDescriptors = 253;
+// Messages passed over before Query gives its caller a turn.
+constexpr int kDroppedPerQuery = 64;
 
 constexpr int kLockAttempts = 500;
 constexpr std::uint32_t kLockPauseMs = 2;
@@ -54,6 +49,12 @@ std::string FileNameOf(std::u16string_view name) {
   std::transform(file.begin(), file.end(), file.begin(),
                  [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
   return file;
+}
+
+// The locator's mailslot stands where only its own account can make one.
+RuntimeFolder FolderOf(const std::string& file) {
+  static const std::string locators = FileNameOf(kLocatorMailslot);
+  return file == locators ? RuntimeFolder::kLocator : RuntimeFolder::kMailslot;
 }
 
 Descriptor MakeSocket() {
@@ -109,13 +110,21 @@ struct NewSocket {
   std::string name;
 };
 
-NewSocket BindNewSocket(int directory, mode_t mode) {
+// A name that nobody can have taken before.
+std::string UnlikelyName() {
+  std::uint64_t number = 0;
+  return getrandom(&number, sizeof(number), GRND_NONBLOCK) == sizeof(number)
+             ? ".new-" + std::to_string(number)
+             : ".new-" + std::to_string(getpid()) + '-' + std::to_string(MonotonicMs());
+}
+
+// None, and the reason in errno, when the system refuses.
+NewSocket BindNewSocket(int directory, mode_t mode, MessageQueue::Files files) {
   constexpr int kAttempts = 16;
-  static std::atomic<unsigned int> counter{0};
-  NewSocket made{MakeSocket(), {}};
+  NewSocket made{MessageQueue::MakeSocket(files), {}};
   if (!made.socket.valid()) return {};
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    made.name = ".new-" + std::to_string(getpid()) + '-' + std::to_string(++counter);
+    made.name = UnlikelyName();
     const UnixAddress address("/proc/self/fd/" + std::to_string(directory) + '/' + made.name);
     if (bind(made.socket.get(), address.get(), address.size()) == 0) {
       if (chmod(address.path(), mode) == 0) return made;
@@ -142,61 +151,6 @@ int GiveName(int directory, const std::string& from, const std::string& to) {
     if (errno != EEXIST) return errno;
   }
   return EADDRINUSE;
-}
-
-// One message of the queue, taken out of it.
-struct Message {
-  std::vector<std::byte> bytes;
-  Descriptor memory;  // holds the message instead, where there is one
-  std::size_t size = 0;
-};
-
-// Takes the descriptors of a received message: keeps the only one, closes several.
-Descriptor TakeDescriptors(msghdr& header) {
-  Descriptor only;
-  std::size_t count = 0;
-  for (cmsghdr* control = CMSG_FIRSTHDR(&header); control != nullptr;
-       control = CMSG_NXTHDR(&header, control)) {
-    if (control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_RIGHTS) continue;
-    const std::size_t bytes = control->cmsg_len - CMSG_LEN(0);
-    for (std::size_t offset = 0; offset + sizeof(int) <= bytes; offset += sizeof(int)) {
-      int fd = -1;
-      std::memcpy(&fd, CMSG_DATA(control) + offset, sizeof(fd));
-      only = Descriptor(fd);
-      ++count;
-    }
-  }
-  if (count != 1) only.Close();
-  return only;
-}
-
-enum class Taken { kMessage, kDamaged, kNothing, kFailed };
-
-Taken TakeMessage(int socket, Message& message) {
-  std::byte none{};
-  const ssize_t waiting = recv(socket, &none, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
-  if (waiting < 0) return errno == EBADF || errno == ENOTSOCK ? Taken::kFailed : Taken::kNothing;
-
-  message.bytes.resize(static_cast<std::size_t>(waiting));
-  alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(kMostDescriptors * sizeof(int))> control;
-  iovec data{message.bytes.data(), message.bytes.size()};
-  msghdr header{};
-  header.msg_iov = &data;
-  header.msg_iovlen = 1;
-  header.msg_control = control.data();
-  header.msg_controllen = control.size();
-  const ssize_t received = recvmsg(socket, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-  if (received < 0) return Taken::kNothing;
-  const bool carries = header.msg_controllen > 0;
-  message.memory = TakeDescriptors(header);
-  message.size = static_cast<std::size_t>(received);
-  if ((header.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) return Taken::kDamaged;
-  if (!carries) return Taken::kMessage;
-
-  const auto size = message.memory.valid() ? SealedSize(message.memory.get()) : std::nullopt;
-  if (received != 0 || !size || *size > kLargestMessage) return Taken::kDamaged;
-  message.size = *size;
-  return Taken::kMessage;
 }
 
 enum class Sent { kDone, kNoRoom, kTooLarge, kAbsent, kFailed };
@@ -240,17 +194,25 @@ Sent SendDescriptor(int socket, int fd) {
   return SentOf(sendmsg(socket, &header, MSG_DONTWAIT | MSG_NOSIGNAL));
 }
 
-// Writes `message` to a connected socket.
-MailslotWrite Deliver(int socket, std::span<const std::byte> message, std::uint32_t limitMs) {
+// Writes `message` to the mailslot `receiver`, to which `socket` is connected.
+MailslotWrite Deliver(const MailslotFile& receiver, Descriptor socket,
+                      std::span<const std::byte> message, std::uint32_t limitMs) {
   const std::uint64_t deadline = limitMs > 0 ? MonotonicMs() + limitMs : 0;
   bool direct = message.size() <= kLargestDatagram;
-  Descriptor memory;
+  UnreadFiles& unread = UnreadFiles::Own();
+  std::shared_ptr<const Descriptor> memory;
   for (bool waited = false;; waited = true) {
-    Sent sent = direct ? SendBytes(socket, message) : Sent::kTooLarge;
+    Sent sent = direct ? SendBytes(socket.get(), message) : Sent::kTooLarge;
     if (sent == Sent::kTooLarge) {
       direct = false;
-      if (!memory.valid() && message.size() <= kLargestMessage) memory = MakeMemoryFile(message);
-      sent = memory.valid() ? SendDescriptor(socket, memory.get()) : Sent::kFailed;
+      if (message.size() > kLargestMessage) return MailslotWrite::kFailed;
+      if (!unread.HasRoomFor(receiver)) {
+        sent = Sent::kNoRoom;
+      } else {
+        if (!memory) memory = unread.FileWith(message);
+        sent = memory ? SendDescriptor(socket.get(), memory->get()) : Sent::kFailed;
+        if (sent == Sent::kDone) unread.Add(receiver, std::move(socket));
+      }
     }
     if (sent == Sent::kDone) return MailslotWrite::kWritten;
     if (sent == Sent::kAbsent) return MailslotWrite::kAbsent;
@@ -260,7 +222,40 @@ MailslotWrite Deliver(int socket, std::span<const std::byte> message, std::uint3
     if (now >= deadline) return MailslotWrite::kFull;
     // Others wait for the same room and may be faster.
     if (waited) SleepMs(1);
-    (void)WaitForDescriptor(socket, POLLOUT, static_cast<std::uint32_t>(deadline - now));
+    (void)WaitForDescriptor(socket.get(), POLLOUT, static_cast<std::uint32_t>(deadline - now));
+  }
+}
+
+void RemoveStaleMailslotsIn(RuntimeFolder folder) {
+  const Descriptor directory = OpenRuntimeFolder(folder, false);
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(
+      directory.valid() ? opendir(UnixAddress::OfDescriptor(directory.get()).path()) : nullptr,
+      closedir);
+  if (entries == nullptr) return;
+  const FolderLock lock(directory.get());
+  while (const dirent* const entry = readdir(entries.get())) {
+    const std::string name = entry->d_name;
+    if (StateOfName(directory.get(), name) == NameState::kStale) {
+      (void)unlinkat(directory.get(), name.c_str(), 0);
+    }
+  }
+}
+
+// Says why the mailslot could not be made, where somebody has to do something about it.
+void TellWhyNotMade(RuntimeFolder folder, const std::string& file, int error) {
+  const std::string path = RuntimeFolderPath(folder) + '/' + file;
+  const std::string beginning = "cannot create the mailslot " + file + ": ";
+  if (error == EEXIST || error == EPERM) {
+    // A leftover that only others may remove.
+    ReportObstacle(beginning + path + " is in the way. Remove it as root, and start again.");
+  } else if (folder == RuntimeFolder::kMailslot) {
+    // The client says so itself, or takes another name.
+  } else if (error == EADDRINUSE) {
+    ReportObstacle(beginning + "another process has " + path +
+                   ". Clients are served here once it has ended.");
+  } else {
+    ReportObstacle(beginning + std::generic_category().message(error) + " (" + path +
+                   "). It is tried again every few seconds.");
   }
 }
 
@@ -277,11 +272,11 @@ class DescriptorWaitable final : public Waitable {
 }  // namespace
 
 struct Mailslot::State {
-  State(Descriptor folder, Descriptor socketFile, Descriptor reader, std::string fileName,
-        std::uint32_t timeout)
+  State(Descriptor folder, Descriptor socketFile, Descriptor reader, MessageQueue::Files files,
+        std::string fileName, std::uint32_t timeout)
       : directory(std::move(folder)),
         file(std::move(socketFile)),
-        socket(std::move(reader)),
+        queue(std::move(reader), files),
         name(std::move(fileName)),
         readTimeoutMs(timeout) {}
   ~State() {
@@ -296,17 +291,17 @@ struct Mailslot::State {
   // the socket fails.
   bool TakeNext() {
     if (pending) return true;
-    for (int damaged = 0; damaged < kDamagedPerQuery; ++damaged) {
+    for (int dropped = 0; dropped < kDroppedPerQuery; ++dropped) {
       Message message;
-      switch (TakeMessage(socket.get(), message)) {
-        case Taken::kMessage:
+      switch (queue.Take(message)) {
+        case MessageQueue::Taken::kMessage:
           pending = std::move(message);
           return true;
-        case Taken::kDamaged:
+        case MessageQueue::Taken::kDropped:
           break;
-        case Taken::kNothing:
+        case MessageQueue::Taken::kNothing:
           return true;
-        case Taken::kFailed:
+        case MessageQueue::Taken::kFailed:
           return false;
       }
     }
@@ -315,7 +310,7 @@ struct Mailslot::State {
 
   Descriptor directory;
   Descriptor file;  // of the socket, to know it again
-  Descriptor socket;
+  MessageQueue queue;
   std::string name;
   std::uint32_t readTimeoutMs;
   std::optional<Message> pending;
@@ -331,31 +326,48 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
   Mailslot mailslot;
   if (FaultHits(Fault::kMailslotCreate) || !IsMailslotName(name)) return mailslot;
   const std::string file = FileNameOf(name);
-  Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kMailslot, true);
-  if (!directory.valid()) return mailslot;
-  NewSocket made = BindNewSocket(directory.get(), FileModeFor(security));
-  if (!made.socket.valid()) return mailslot;
-  Descriptor own = OpenPath(directory.get(), made.name);
-  int error = EADDRINUSE;
-  if (own.valid()) {
-    const FolderLock lock(directory.get());
-    error = GiveName(directory.get(), made.name, file);
-  }
-  if (error != 0) {
-    (void)unlinkat(directory.get(), made.name.c_str(), 0);
-    // A living process that has the name is no obstacle; a leftover that only
-    // others may remove is one.
-    if (error != EADDRINUSE) {
-      ReportObstacle("cannot create the mailslot " + file + ": " +
-                     RuntimeFolderPath(RuntimeFolder::kMailslot) + '/' + file +
-                     " is in the way. Remove it as root, and start again.");
+  const RuntimeFolder folder = FolderOf(file);
+  const MessageQueue::Files files = folder == RuntimeFolder::kLocator
+                                        ? MessageQueue::Files::kRefused
+                                        : MessageQueue::Files::kTaken;
+  Descriptor directory = OpenRuntimeFolder(folder, true);
+  NewSocket made = directory.valid() ? BindNewSocket(directory.get(), FileModeFor(security), files)
+                                     : NewSocket{};
+  int error = errno;
+  if (made.socket.valid()) {
+    Descriptor own = OpenPath(directory.get(), made.name);
+    error = errno;
+    if (own.valid()) {
+      const FolderLock lock(directory.get());
+      error = GiveName(directory.get(), made.name, file);
     }
-    return mailslot;
+    if (own.valid() && error == 0) {
+      // Without memory for this the file stays behind, as one that can be replaced.
+      mailslot.state_ = std::make_unique<State>(std::move(directory), std::move(own),
+                                                std::move(made.socket), files, file, readTimeoutMs);
+      return mailslot;
+    }
+    (void)unlinkat(directory.get(), made.name.c_str(), 0);
   }
-  // Without memory for this the file stays behind, as one that can be replaced.
-  mailslot.state_ = std::make_unique<State>(std::move(directory), std::move(own),
-                                            std::move(made.socket), file, readTimeoutMs);
+  TellWhyNotMade(folder, file, error);
   return mailslot;
+}
+
+bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
+  if (state_ == nullptr || !IsMailslotName(name)) return false;
+  try {
+    const std::string file = FileNameOf(name);
+    const Descriptor directory = OpenRuntimeFolder(FolderOf(file), false);
+    struct stat status {};
+    if (!directory.valid() ||
+        fstatat(directory.get(), file.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      return false;
+    }
+    state_->queue.AcceptOnlyFrom(status.st_uid);
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 std::optional<Mailslot::Waiting> Mailslot::Query() {
@@ -372,7 +384,7 @@ std::optional<Mailslot::Waiting> Mailslot::Query() {
 std::optional<std::size_t> Mailslot::Read(std::span<std::byte> buffer, const Event& /*readEvent*/) {
   auto waiting = Query();
   if (waiting && !waiting->nextSize && state_->readTimeoutMs > 0) {
-    (void)WaitForDescriptor(state_->socket.get(), POLLIN, state_->readTimeoutMs);
+    (void)WaitForDescriptor(state_->queue.descriptor(), POLLIN, state_->readTimeoutMs);
     waiting = Query();
   }
   if (!waiting || !waiting->nextSize) return std::nullopt;
@@ -391,10 +403,10 @@ std::optional<std::size_t> Mailslot::Read(std::span<std::byte> buffer, const Eve
 WaitStatus Mailslot::WaitForMessage(const Waitable& wake, WaitLimit limit) {
   if (state_ == nullptr) return WaitStatus::kFailed;
   if (state_->pending) return WaitStatus::kSignalled;
-  const DescriptorWaitable queue(state_->socket.get());
+  const DescriptorWaitable queue(state_->queue.descriptor());
   const std::array<const Waitable*, 2> either = {&queue, &wake};
   const WaitStatus status = WaitForAny(either, limit);
-  return status == WaitStatus::kSignalled ? WaitForDescriptor(state_->socket.get(), POLLIN, 0)
+  return status == WaitStatus::kSignalled ? WaitForDescriptor(state_->queue.descriptor(), POLLIN, 0)
                                           : status;
 }
 
@@ -402,9 +414,9 @@ MailslotWrite WriteMailslot(std::u16string_view name, std::span<const std::byte>
                             std::uint32_t limitMs) {
   if (!IsMailslotName(name)) return MailslotWrite::kFailed;
   try {
-    const Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kMailslot, false);
-    if (!directory.valid()) return MailslotWrite::kAbsent;
     const std::string fileName = FileNameOf(name);
+    const Descriptor directory = OpenRuntimeFolder(FolderOf(fileName), false);
+    if (!directory.valid()) return MailslotWrite::kAbsent;
     const Descriptor file = OpenPath(directory.get(), fileName);
     if (!file.valid()) return errno == ENOENT ? MailslotWrite::kAbsent : MailslotWrite::kFailed;
     // A second link could lead the message to a socket elsewhere in the system.
@@ -412,10 +424,13 @@ MailslotWrite WriteMailslot(std::u16string_view name, std::span<const std::byte>
     if (fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode) || status.st_nlink > 1) {
       return MailslotWrite::kFailed;
     }
-    const Descriptor socket = MakeSocket();
+    Descriptor socket = MakeSocket();
     if (!socket.valid()) return MailslotWrite::kFailed;
     const int error = ConnectTo(socket, file);
-    if (error == 0) return Deliver(socket.get(), message, limitMs);
+    if (error == 0) {
+      return Deliver({status.st_dev, status.st_ino, status.st_uid}, std::move(socket), message,
+                     limitMs);
+    }
     return error == ECONNREFUSED ? MailslotWrite::kAbsent : MailslotWrite::kFailed;
   } catch (const std::bad_alloc&) {
     return MailslotWrite::kFailed;
@@ -425,8 +440,9 @@ MailslotWrite WriteMailslot(std::u16string_view name, std::span<const std::byte>
 bool MailslotExists(std::u16string_view name) {
   if (!IsMailslotName(name)) return false;
   try {
-    const Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kMailslot, false);
-    return directory.valid() && StateOfName(directory.get(), FileNameOf(name)) == NameState::kTaken;
+    const std::string file = FileNameOf(name);
+    const Descriptor directory = OpenRuntimeFolder(FolderOf(file), false);
+    return directory.valid() && StateOfName(directory.get(), file) == NameState::kTaken;
   } catch (const std::bad_alloc&) {
     return false;
   }
@@ -434,18 +450,8 @@ bool MailslotExists(std::u16string_view name) {
 
 void RemoveStaleMailslots() {
   try {
-    const Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kMailslot, false);
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(
-        directory.valid() ? opendir(UnixAddress::OfDescriptor(directory.get()).path()) : nullptr,
-        closedir);
-    if (entries == nullptr) return;
-    const FolderLock lock(directory.get());
-    while (const dirent* const entry = readdir(entries.get())) {
-      const std::string name = entry->d_name;
-      if (StateOfName(directory.get(), name) == NameState::kStale) {
-        (void)unlinkat(directory.get(), name.c_str(), 0);
-      }
-    }
+    RemoveStaleMailslotsIn(RuntimeFolder::kMailslot);
+    RemoveStaleMailslotsIn(RuntimeFolder::kLocator);
   } catch (const std::bad_alloc&) {
     // They harm nobody.
   }

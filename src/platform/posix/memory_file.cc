@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #ifndef MFD_NOEXEC_SEAL
 #define MFD_NOEXEC_SEAL 0x0008U
 #endif
@@ -38,6 +40,16 @@ std::optional<std::size_t> SealedSize(int fd) {
   const int seals = fcntl(fd, F_GET_SEALS);
   if (seals < 0 || (seals & kSeals) != kSeals || fstat(fd, &status) != 0) return std::nullopt;
   return static_cast<std::size_t>(status.st_size);
+}
+
+bool HoldsContent(int fd, std::span<const std::byte> content) {
+  if (SealedSize(fd) != content.size()) return false;
+  if (content.empty()) return true;
+  void* const mapped = mmap(nullptr, content.size(), PROT_READ, MAP_PRIVATE, fd, 0);
+  if (mapped == MAP_FAILED) return false;
+  const bool same = std::memcmp(mapped, content.data(), content.size()) == 0;
+  (void)munmap(mapped, content.size());
+  return same;
 }
 
 bool ReadMemoryFile(int fd, std::span<std::byte> buffer) {

@@ -10,11 +10,18 @@
 
 namespace talvorn::platform {
 
+// What is larger is no message: a memory file costs its sender next to nothing, but its
+// reader the size.
+inline constexpr std::size_t kLargestMessage = 256 << 20;
+
 // None when the system has no room for it.
 [[nodiscard]] Descriptor MakeMemoryFile(std::span<const std::byte> content);
 
 // The size of a sealed memory file; none for any other kind of descriptor.
 [[nodiscard]] std::optional<std::size_t> SealedSize(int fd);
+
+// True when the file is as long as `content` and holds the same.
+[[nodiscard]] bool HoldsContent(int fd, std::span<const std::byte> content);
 
 // Reads the first `buffer.size()` bytes.
 [[nodiscard]] bool ReadMemoryFile(int fd, std::span<std::byte> buffer);

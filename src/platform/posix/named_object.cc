@@ -8,6 +8,7 @@
 #include <array>
 #include <mutex>
 #include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -15,8 +16,11 @@
 #include "platform/fault_injection.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/object_file.h"
+#include "platform/posix/obstacle.h"
+#include "platform/posix/runtime_directory.h"
 #include "platform/posix/unix_address.h"
 #include "platform/posix/wait.h"
+#include "platform/text_encoding.h"
 #include "platform/thread.h"
 
 namespace talvorn::platform {
@@ -111,6 +115,13 @@ bool IsEvent(const ObjectFile& file) {
 
 bool IsMutex(const ObjectFile& file) { return file.valid() && file.kind() == ObjectKind::kMutex; }
 
+void TellOfObstacle(std::u16string_view name) {
+  ReportObstacle("cannot hold " + WideToUtf8(name) + ": something is in its way in " +
+                 RuntimeFolderPath(RuntimeFolder::kObjects) +
+                 ", or another program locks its file, or nothing can be made there. Remove what "
+                 "is in the way as root, and start again.");
+}
+
 // `open` gives a file; a state on it when it is of the right kind.
 template <typename State, typename Open>
 std::unique_ptr<State> StateOn(bool (*isRightKind)(const ObjectFile&), Open open) {
@@ -135,12 +146,17 @@ NamedMutex NamedMutex::Create(std::u16string_view name) {
   NamedMutex mutex;
   mutex.state_ =
       StateOn<State>(IsMutex, [name] { return ObjectFile::Create(name, ObjectKind::kMutex); });
+  if (!mutex.valid()) TellOfObstacle(name);
   return mutex;
 }
 
 NamedMutex NamedMutex::Open(std::u16string_view name) {
   NamedMutex mutex;
   mutex.state_ = StateOn<State>(IsMutex, [name] { return ObjectFile::Open(name); });
+  // Whoever has taken the name keeps others from holding the mutex; their need of it must
+  // not look gone for that.
+  if (!mutex.valid() && ObjectFile::IsClaimed(name))
+    mutex.state_ = std::make_unique<State>(ObjectFile());
   return mutex;
 }
 
@@ -155,6 +171,7 @@ NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode) {
       mode == Mode::kAutoReset ? ObjectKind::kAutoResetEvent : ObjectKind::kManualResetEvent;
   NamedEvent event;
   event.state_ = StateOn<State>(IsEvent, [=] { return ObjectFile::Create(name, kind); });
+  if (!event.valid()) TellOfObstacle(name);
   return event;
 }
 

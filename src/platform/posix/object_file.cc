@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstddef>
 
+#include "platform/clock.h"
 #include "platform/posix/object_names.h"
 #include "platform/posix/runtime_directory.h"
 #include "platform/posix/wide_text.h"
@@ -24,10 +25,15 @@ constexpr mode_t kMode = 0666;
 constexpr std::size_t kLongestFileName = 255;
 constexpr off_t kExistenceByte = 0;
 
-// Attempts, most of them 1 ms apart, to make an object while others make, remove or
-// lock its file.
+// Attempts to make an object while others make, remove or lock its file.
 constexpr int kMakeAttempts = 200;
 constexpr int kOpenAttempts = 8;
+
+// A lock that keeps others out is held for a moment by those who make an object or leave
+// it. Whoever keeps one longer is waited for once, and for a while after that hardly.
+constexpr std::uint64_t kPatienceMs = 50;
+constexpr std::uint64_t kLittlePatienceMs = 2;
+constexpr std::uint64_t kImpatientForMs = 60'000;
 
 static_assert(sizeof(ObjectRecord) == 32 && offsetof(ObjectRecord, state) == 8 &&
               offsetof(ObjectRecord, signal) == 16 && offsetof(ObjectRecord, consumed) == 24);
@@ -63,6 +69,28 @@ std::string FileNameOf(std::u16string_view name) {
   return file.size() <= kLongestFileName ? file : std::string();
 }
 
+// How long one attempt to make an object waits for locks.
+class LockPatience {
+ public:
+  // False when it is exhausted.
+  bool Wait() {
+    const std::uint64_t now = MonotonicMs();
+    if (until_ == 0) until_ = now + (now < impatientUntil_ ? kLittlePatienceMs : kPatienceMs);
+    if (now >= until_) {
+      impatientUntil_ = now + kImpatientForMs;
+      return false;
+    }
+    SleepMs(1);
+    return true;
+  }
+  // Somebody has let go.
+  static void Regain() { impatientUntil_ = 0; }
+
+ private:
+  static inline std::atomic<std::uint64_t> impatientUntil_{0};
+  std::uint64_t until_ = 0;
+};
+
 // The locks belong to the open file, not to the process, so that a process can hold
 // an object several times.
 bool SetLock(int fd, short type, off_t byte) {
@@ -81,6 +109,17 @@ bool IsHeld(int fd) {
   lock.l_start = kExistenceByte;
   lock.l_len = 1;
   return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+Descriptor OpenFile(int directory, const std::string& name) {
+  return Descriptor(
+      openat(directory, name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+// A file with a second link may be anything that is precious elsewhere.
+bool IsPlainFile(int fd) {
+  struct stat status {};
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1;
 }
 
 std::uint64_t Mix(std::uint64_t x) {
@@ -141,18 +180,22 @@ ObjectFile ObjectFile::Create(std::u16string_view name, ObjectKind kind) {
   ObjectFile object({}, FileNameOf(name));
   if (object.name_.empty()) return object;
   object.directory_ = OpenRuntimeFolder(RuntimeFolder::kObjects, true);
+  LockPatience patience;
   for (int attempt = 0; attempt < kMakeAttempts; ++attempt) {
     Descriptor stale;
     switch (object.TryHold(stale)) {
       case Hold::kHeld:
+        LockPatience::Regain();
+        return object;
       case Hold::kBarred:
         return object;
       case Hold::kAbsent:
       case Hold::kStale:
-        if (object.TryMake(std::move(stale), kind)) return object;
-        break;
+        if (!object.TryMake(std::move(stale), kind)) break;
+        LockPatience::Regain();
+        return object;
       case Hold::kLocked:
-        SleepMs(1);
+        if (!patience.Wait()) return object;
         break;
       case Hold::kMoved:
         break;
@@ -161,15 +204,18 @@ ObjectFile ObjectFile::Create(std::u16string_view name, ObjectKind kind) {
   return object;
 }
 
+bool ObjectFile::IsClaimed(std::u16string_view name) {
+  const std::string fileName = FileNameOf(name);
+  if (fileName.empty() || !MayBeObject(fileName)) return false;
+  const Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kObjects, false);
+  const Descriptor file = OpenFile(directory.get(), fileName);
+  return file.valid() && IsPlainFile(file.get()) && IsHeld(file.get());
+}
+
 ObjectFile::Hold ObjectFile::TryHold(Descriptor& stale) {
-  Descriptor file(openat(directory_.get(), name_.c_str(),
-                         O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  Descriptor file = OpenFile(directory_.get(), name_);
   if (!file.valid()) return errno == ENOENT ? Hold::kAbsent : Hold::kBarred;
-  struct stat status {};
-  // A file with a second link may be anything that is precious elsewhere.
-  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink > 1) {
-    return Hold::kBarred;
-  }
+  if (!IsPlainFile(file.get())) return Hold::kBarred;
   if (!IsHeld(file.get())) {
     stale = std::move(file);
     return Hold::kStale;

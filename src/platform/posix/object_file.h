@@ -45,9 +45,11 @@ class ObjectFile {
   ObjectFile& operator=(ObjectFile&& other) = delete;
 
   // Holds the object `name` if some process holds it, or makes it with `kind`.
-  // Neither blocks. None on failure.
   [[nodiscard]] static ObjectFile Open(std::u16string_view name);
   [[nodiscard]] static ObjectFile Create(std::u16string_view name, ObjectKind kind);
+
+  // True while somebody has a lock on a file of this name, of whatever kind and content.
+  [[nodiscard]] static bool IsClaimed(std::u16string_view name);
 
   [[nodiscard]] bool valid() const { return file_.valid(); }
   [[nodiscard]] int descriptor() const { return file_.get(); }

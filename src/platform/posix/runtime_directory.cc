@@ -36,6 +36,11 @@ Descriptor OpenOrMake(int parent, const char* path, mode_t mode, int flags) {
 
 std::string ReasonOf(int error) { return std::generic_category().message(error); }
 
+std::string WritingFaultOf(const Descriptor& directory) {
+  if (faccessat(directory.get(), ".", W_OK | X_OK, AT_EACCESS) == 0) return {};
+  return ReasonOf(errno);
+}
+
 // Why the directory cannot be trusted; empty when it can.
 std::string DistrustOf(const Descriptor& directory) {
   struct stat status {};
@@ -44,12 +49,20 @@ std::string DistrustOf(const Descriptor& directory) {
   return "It belongs to another account";
 }
 
+// Why the runtime directory itself cannot be used; empty when it can.
+std::string DirectoryFaultOf(const Descriptor& directory) {
+  if (std::string reason = DistrustOf(directory); !reason.empty()) return reason;
+  struct stat status {};
+  if (fstat(directory.get(), &status) != 0) return ReasonOf(errno);
+  if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "Other accounts may write to it";
+  return WritingFaultOf(directory);
+}
+
 // Why the folder cannot be used; empty when it can.
 std::string FaultOf(const Descriptor& folder) {
   if (std::string reason = DistrustOf(folder); !reason.empty()) return reason;
   (void)fchmod(folder.get(), kFolderMode);  // works if it is ours
-  if (faccessat(folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0) return {};
-  return ReasonOf(errno);
+  return WritingFaultOf(folder);
 }
 
 std::string Sentence(const std::string& path, const std::string& reason) {
@@ -69,15 +82,16 @@ const char* RuntimeDirectory() {
 
 std::string RuntimeFolderPath(RuntimeFolder folder) {
   std::string path = RuntimeDirectory();
-  return (path += '/') += FolderName(folder);
+  return folder == RuntimeFolder::kLocator ? path : (path += '/') += FolderName(folder);
 }
 
 Descriptor OpenRuntimeFolder(RuntimeFolder folder, bool create) {
   const std::string path = RuntimeFolderPath(folder);
-  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  Descriptor directory(open(path.c_str(), kFlags));
+  const int noLink = folder == RuntimeFolder::kLocator ? 0 : O_NOFOLLOW;
+  Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | noLink));
   if (directory.valid() || !create || errno != ENOENT) return directory;
-  (void)OpenOrMake(AT_FDCWD, RuntimeDirectory(), kDirectoryMode, 0);
+  Descriptor runtime = OpenOrMake(AT_FDCWD, RuntimeDirectory(), kDirectoryMode, 0);
+  if (folder == RuntimeFolder::kLocator) return runtime;
   return OpenOrMake(AT_FDCWD, path.c_str(), kFolderMode, O_NOFOLLOW);
 }
 
@@ -89,7 +103,7 @@ bool PrepareRuntimeDirectory(std::string& obstacle) {
     return false;
   }
   const Descriptor directory = OpenOrMake(AT_FDCWD, path.c_str(), kDirectoryMode, 0);
-  if (const std::string reason = DistrustOf(directory); !reason.empty()) {
+  if (const std::string reason = DirectoryFaultOf(directory); !reason.empty()) {
     obstacle = Sentence(path, reason);
     return false;
   }

@@ -1,6 +1,6 @@
-// Where programs on this machine meet: the runtime directory with its two folders,
-// in which everybody may put things and remove their own. Whatever stands in them
-// may have been put there by somebody hostile.
+// Where programs on this machine meet: the runtime directory, in which only the locator
+// puts its mailslot, with two folders, in which everybody may put things and remove
+// their own. Whatever stands in those may have been put there by somebody hostile.
 #pragma once
 
 #include <string>
@@ -9,7 +9,8 @@
 
 namespace talvorn::platform {
 
-enum class RuntimeFolder { kMailslot, kObjects };
+// kLocator is the runtime directory itself.
+enum class RuntimeFolder { kLocator, kMailslot, kObjects };
 
 // $TALVORN_RUNTIME_DIR, or /run/talvorn. Valid until the environment changes.
 [[nodiscard]] const char* RuntimeDirectory();
@@ -23,8 +24,8 @@ enum class RuntimeFolder { kMailslot, kObjects };
 // `obstacle` a sentence that says what is in the way and what to do.
 [[nodiscard]] bool PrepareRuntimeDirectory(std::string& obstacle);
 
-// Removes the sockets that killed programs have left in the folder of the mailslots,
-// as far as this account may. Defined with the mailslots.
+// Removes the sockets that killed programs have left, as far as this account may. Defined with the
+// mailslots.
 void RemoveStaleMailslots();
 
 // True when `name` in `directory` is still the file that `fd` stands for.

@@ -133,6 +133,11 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
   return mailslot;
 }
 
+// Windows does not tell who writes.
+bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
+  return valid() && MailslotExists(name);
+}
+
 std::optional<Mailslot::Waiting> Mailslot::Query() {
   if (state_ == nullptr) return std::nullopt;
   if (state_->pending) return Waiting{state_->pending->size(), 1};

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "platform/text_encoding.h"
 #include "testing/scratch_machine.h"
 
 namespace talvorn::platform {
@@ -42,6 +43,21 @@ TEST_F(MailslotTest, WaitingEndsWithAMessageTheWakeOrTheLimit) {
   EXPECT_EQ(mailslot.Query()->nextSize, 1u);
   EXPECT_EQ(mailslot.WaitForMessage(wake, kGenerousMs), WaitStatus::kSignalled)
       << "also when it has been looked at";
+}
+
+TEST_F(MailslotTest, ANameMayHaveAPathThatLeadsNowhereElse) {
+  const std::u16string prefix = u"\\\\.\\MailSlot\\";
+  for (const char16_t* const good : {u"a", u"a\\b", u"A b\\..c\\d.", u"...", u"a\\...\\b"}) {
+    const std::u16string name = prefix + good;
+    EXPECT_TRUE(IsMailslotName(name)) << WideToUtf8(name);
+    Mailslot mailslot = Mailslot::Create(name, 0, nullptr);
+    EXPECT_EQ(WriteMailslot(name, {}, 0), MailslotWrite::kWritten) << WideToUtf8(name);
+    EXPECT_TRUE(mailslot.Query()->nextSize.has_value()) << WideToUtf8(name);
+  }
+  for (const char16_t* const bad : {u"", u".", u"..", u"\\a", u"a\\", u"a\\\\b", u"a\\.\\b",
+                                    u"..\\a", u"a\\..\\b", u"a\\..", u"a/b", u"a\nb"}) {
+    EXPECT_FALSE(IsMailslotName(prefix + bad)) << WideToUtf8(bad);
+  }
 }
 
 }  // namespace

@@ -146,9 +146,13 @@ TEST_F(WithoutMemory, TheListsLoseNothingButAnEntry) {
     CResponseList responses(clock);
     CItemList items(clock);
     const auto add = [&] {
-      responses.Add(&record, 0);
-      items.Add(7, *ParseItem(first));
-      items.Add(7, *ParseItem(second));
+      (void)Completed([&] { responses.Add(&record, 0); });
+      (void)Completed([&] { items.Add(7, *ParseItem(first)); });
+      (void)Completed([&] { items.Add(7, *ParseItem(second)); });
+    };
+    const auto sweep = [&] {
+      (void)Completed([&] { responses.Sweep(); });
+      (void)Completed([&] { items.Sweep(); });
     };
     failingAllocation = allocation;
     add();
@@ -156,9 +160,9 @@ TEST_F(WithoutMemory, TheListsLoseNothingButAnEntry) {
     (void)responses.GetResponses(snapshot, 4);
     (void)items.GetItems();
     clock.Advance(11'000);
-    responses.Sweep();
-    items.Sweep();
+    sweep();
     failingAllocation = -1;
+    sweep();
     EXPECT_EQ(responses.count() + items.count(), 0u);
     add();
     EXPECT_EQ(responses.count() + items.count(), 3u);

@@ -1,6 +1,7 @@
 // Mailslots as files that others can get at, and messages made by somebody hostile.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -8,16 +9,23 @@
 
 #include <array>
 #include <atomic>
+#include <cstring>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/mailslot.h"
+#include "platform/mailslot_name.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/runtime_directory.h"
 #include "platform/posix/unix_address.h"
+#include "platform/posix/unread_files.h"
+#include "platform/text_encoding.h"
 #include "testing/child_process.h"
 #include "testing/scratch_machine.h"
 #include "testing/things_in_the_way.h"
+#include "testing/wait_until.h"
 
 namespace talvorn::platform {
 namespace {
@@ -25,9 +33,11 @@ namespace {
 using testing::ChildProcess;
 
 constexpr std::u16string_view kName = u"\\\\.\\mailslot\\Talvorn_Test";
+constexpr uid_t kNobody = 65534;
 
 class MailslotFiles : public ::testing::Test {
  protected:
+  MailslotFiles() { chmod(machine_.root().c_str(), 0755); }
   [[nodiscard]] std::filesystem::path File() const {
     return machine_.root() / "run/mailslot/talvorn_test";
   }
@@ -69,33 +79,154 @@ TEST_F(MailslotFiles, WhatIsNoSocketIsNeitherReplacedNorWrittenTo) {
   }
 }
 
+std::u16string NumberedName(std::size_t number) {
+  return std::u16string(kName) + u'_' + Utf8ToWide(std::to_string(number));
+}
+
+// Sends one datagram with descriptors to the mailslot's file; false when it is refused.
+bool SendFiles(const std::filesystem::path& path, const std::vector<int>& files) {
+  const Descriptor file(open(path.c_str(), O_PATH));
+  const UnixAddress address = UnixAddress::OfDescriptor(file.get());
+  const Descriptor sender(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0));
+  if (connect(sender.get(), address.get(), address.size()) != 0) return false;
+  alignas(cmsghdr) std::array<std::byte, 1'024> control{};
+  msghdr header{};
+  header.msg_control = control.data();
+  header.msg_controllen = CMSG_SPACE(files.size() * sizeof(int));
+  cmsghdr* const rights = CMSG_FIRSTHDR(&header);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(files.size() * sizeof(int));
+  std::memcpy(CMSG_DATA(rights), files.data(), files.size() * sizeof(int));
+  return sendmsg(sender.get(), &header, 0) == 0;
+}
+
+// A memory file of `size` zeros.
+Descriptor SealedFile(off_t size, int seals) {
+  Descriptor file(memfd_create("x", MFD_ALLOW_SEALING));
+  EXPECT_EQ(ftruncate(file.get(), size), 0);
+  EXPECT_EQ(fcntl(file.get(), F_ADD_SEALS, seals), 0);
+  return file;
+}
+constexpr int kAllSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+
 // Whoever could still cut a message short while it is read would end the reader.
 TEST_F(MailslotFiles, AMemoryFileThatMayStillChangeIsNoMessage) {
   Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
-  const Descriptor file(open(File().c_str(), O_PATH));
-  const UnixAddress address = UnixAddress::OfDescriptor(file.get());
-  const Descriptor sender(socket(AF_UNIX, SOCK_DGRAM, 0));
-  ASSERT_EQ(connect(sender.get(), address.get(), address.size()), 0);
-  const int all = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
   for (const int missing : {F_SEAL_SHRINK, F_SEAL_WRITE, 0}) {
-    const Descriptor memory(memfd_create("x", MFD_ALLOW_SEALING));
-    ASSERT_EQ(ftruncate(memory.get(), 3), 0);
-    ASSERT_EQ(fcntl(memory.get(), F_ADD_SEALS, all & ~missing), 0);
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
-    msghdr header{};
-    header.msg_control = control.data();
-    header.msg_controllen = control.size();
-    cmsghdr* const rights = CMSG_FIRSTHDR(&header);
-    rights->cmsg_level = SOL_SOCKET;
-    rights->cmsg_type = SCM_RIGHTS;
-    rights->cmsg_len = CMSG_LEN(sizeof(int));
-    *reinterpret_cast<int*>(CMSG_DATA(rights)) = memory.get();
-    ASSERT_EQ(sendmsg(sender.get(), &header, 0), 0);
-
+    ASSERT_TRUE(SendFiles(File(), {SealedFile(3, kAllSeals & ~missing).get()}));
     std::byte buffer[3];
     EXPECT_EQ(mailslot.Query()->nextSize.has_value(), missing == 0) << missing;
     EXPECT_EQ(mailslot.Read(buffer, {}).has_value(), missing == 0) << missing;
   }
+}
+
+// A socket that takes a minute to close: it lingers over bytes that nobody reads.
+struct LingeringSocket {
+  LingeringSocket() {
+    Descriptor listener(socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address{};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    EXPECT_EQ(bind(listener.get(), generic, size), 0);
+    EXPECT_EQ(listen(listener.get(), 1), 0);
+    EXPECT_EQ(getsockname(listener.get(), generic, &size), 0);
+    near = Descriptor(socket(AF_INET, SOCK_STREAM, 0));
+    EXPECT_EQ(connect(near.get(), generic, size), 0);
+    far = Descriptor(accept(listener.get(), nullptr, nullptr));
+    const linger minute{1, 60};
+    EXPECT_EQ(setsockopt(near.get(), SOL_SOCKET, SO_LINGER, &minute, sizeof(minute)), 0);
+    const std::vector<char> bytes(1 << 16);
+    while (send(near.get(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+    }
+  }
+  Descriptor near;
+  Descriptor far;
+};
+
+TEST_F(MailslotFiles, ALingeringSocketThatComesAlongHoldsNobodyUp) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  constexpr std::uint64_t kPatienceMs = 20'000;
+  std::vector<LingeringSocket> sockets(20);
+  Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
+  ASSERT_TRUE(mailslot.AcceptOnlyFromOwnerOf(kName));
+  const auto sendAll = [&] {
+    std::vector<int> files;
+    for (const LingeringSocket& one : sockets) files.push_back(one.near.get());
+    return testing::ResultInChild([&] {
+      if (setresuid(kNobody, kNobody, kNobody) != 0) return 2;
+      return SendFiles(File(), files) && SendFiles(File(), files) ? 0 : 1;
+    });
+  };
+  ASSERT_EQ(sendAll(), 0);
+  for (LingeringSocket& one : sockets) one.near.Close();  // returns, as the queue holds them
+  ASSERT_EQ(WriteMailslot(kName, std::array<std::byte, 3>{}, 0), MailslotWrite::kWritten);
+
+  const std::uint64_t start = MonotonicMs();
+  std::byte buffer[3];
+  EXPECT_TRUE(testing::WaitUntil([&] { return mailslot.Read(buffer, {}) == 3u; }));
+  EXPECT_LT(MonotonicMs() - start, kPatienceMs);
+
+  sockets = std::vector<LingeringSocket>(20);
+  ASSERT_EQ(sendAll(), 0);
+  for (LingeringSocket& one : sockets) one.near.Close();
+  mailslot = {};
+  EXPECT_LT(MonotonicMs() - start, 2 * kPatienceMs) << "closing";
+}
+
+TEST_F(MailslotFiles, OnlyTheAccountThatIsListenedToIsHeard) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
+  ASSERT_TRUE(mailslot.AcceptOnlyFromOwnerOf(kName));
+  const std::array<std::byte, 3> message{};
+  const int written = testing::ResultInChild([&] {
+    if (setresuid(kNobody, kNobody, kNobody) != 0) return 2;
+    const Descriptor huge = SealedFile(256 << 20, kAllSeals);
+    return WriteMailslot(kName, std::array<std::byte, 7>{}, 0) == MailslotWrite::kWritten &&
+                   SendFiles(File(), {huge.get()})
+               ? 0
+               : 1;
+  });
+  ASSERT_EQ(written, 0);
+  ASSERT_EQ(WriteMailslot(kName, message, 0), MailslotWrite::kWritten);
+  EXPECT_TRUE(testing::WaitUntil([&] { return mailslot.Query()->nextSize.has_value(); }));
+  EXPECT_EQ(mailslot.Query()->nextSize, message.size());
+}
+
+TEST_F(MailslotFiles, TheLocatorsOwnStandsBesideTheFolderThatAllMayWriteTo) {
+  const Mailslot locators = Mailslot::Create(kLocatorMailslot, 0, nullptr);
+  EXPECT_TRUE(std::filesystem::is_socket(machine_.root() / "run/talvorn_out"));
+  EXPECT_TRUE(MailslotExists(kLocatorMailslot));
+  EXPECT_TRUE(std::filesystem::is_empty(machine_.root() / "run/mailslot"));
+  const Descriptor null(open("/dev/null", O_RDONLY));
+  Mailslot other = Mailslot::Create(kName, 0, nullptr);
+  ASSERT_TRUE(SendFiles(File(), {null.get()})) << "a file may come to another one";
+  EXPECT_FALSE(other.Query()->nextSize.has_value());
+}
+
+// Each large message occupies memory of the writer until it is read.
+TEST_F(MailslotFiles, UnreadLargeMessagesAreBoundedInNumber) {
+  const std::vector<std::byte> large(200'000);
+  const std::vector<std::byte> small(10);
+  std::vector<Mailslot> deaf;
+  std::size_t written = 0;
+  for (std::size_t i = 0; i < 2 * UnreadFiles::kMostOfAccount; ++i) {
+    const std::u16string name = NumberedName(i);
+    deaf.push_back(Mailslot::Create(name, 0, nullptr));
+    written += WriteMailslot(name, large, 0) == MailslotWrite::kWritten ? 1u : 0u;
+    EXPECT_EQ(WriteMailslot(name, large, 0), MailslotWrite::kFull) << "one waits already";
+    EXPECT_EQ(WriteMailslot(name, small, 0), MailslotWrite::kWritten);
+  }
+  EXPECT_EQ(written, UnreadFiles::kMostOfAccount);
+  // Who has read gets the next.
+  std::vector<std::byte> buffer(large.size());
+  ASSERT_EQ(deaf.front().Read(buffer, {}), large.size());
+  EXPECT_EQ(WriteMailslot(NumberedName(0), large, 0), MailslotWrite::kWritten);
+  deaf.clear();
+  const Mailslot again = Mailslot::Create(kName, 0, nullptr);
+  EXPECT_EQ(WriteMailslot(kName, large, 0), MailslotWrite::kWritten) << "gone with the readers";
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/named_object.h"
 #include "platform/posix/descriptor.h"
 #include "testing/child_process.h"
@@ -125,6 +126,33 @@ TEST_F(ObjectFiles, ALockedOrDamagedFileHoldsNobodyUp) {
   ASSERT_TRUE(SetLock(hostile.get(), F_WRLCK, 1));
   EXPECT_TRUE(event.Set());
   EXPECT_EQ(TestEvent(event), Status::kEvent);
+}
+
+// A client that cannot hold the mutex for somebody's lock still counts as one.
+TEST_F(ObjectFiles, AMutexWhoseFileSomebodyLocksExists) {
+  EXPECT_FALSE(NamedMutex::Open(kName).valid());
+  for (const short lock : {short{F_RDLCK}, short{F_WRLCK}}) {
+    std::ofstream(File(), std::ios::trunc) << "anything";
+    {
+      const Descriptor hostile(open(File().c_str(), O_RDWR));
+      ASSERT_TRUE(SetLock(hostile.get(), lock));
+      EXPECT_FALSE(NamedMutex::Create(kName).valid());
+      EXPECT_TRUE(NamedMutex::Open(kName).valid());
+    }
+    EXPECT_FALSE(NamedMutex::Open(kName).valid()) << "let go";
+  }
+}
+
+TEST_F(ObjectFiles, WhoeverKeepsALockIsNotWaitedForAgainAndAgain) {
+  std::ofstream(File()) << "";
+  const Descriptor hostile(open(File().c_str(), O_RDWR));
+  ASSERT_TRUE(SetLock(hostile.get(), F_WRLCK));
+  EXPECT_FALSE(NamedMutex::Create(kName).valid());
+  const std::uint64_t start = MonotonicMs();
+  for (int i = 0; i < 100; ++i) EXPECT_FALSE(NamedMutex::Create(kName).valid());
+  EXPECT_LT(MonotonicMs() - start, 4'000u) << "2 ms each";
+  ASSERT_TRUE(SetLock(hostile.get(), F_UNLCK));
+  EXPECT_TRUE(NamedMutex::Create(kName).valid()) << "until they let go";
 }
 
 TEST_F(ObjectFiles, ManyThatComeAndGoLeaveNothingBehind) {

@@ -50,11 +50,19 @@ TEST_F(RuntimeDirectoryTest, FollowsNoLinkAndTrustsNoOtherAccount) {
   std::filesystem::remove(directory_ / "objects");
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   ASSERT_EQ(Obstacle(), "");
-  EXPECT_TRUE(NobodyFinds("")) << "what root has made serves others";
+  EXPECT_TRUE(NobodyFinds("made: Permission denied. ")) << "only root may be its locator";
+  ASSERT_EQ(chown(directory_.c_str(), kNobody, kNobody), 0);
+  EXPECT_TRUE(NobodyFinds("")) << "the folders that root has made serve others";
   ASSERT_EQ(chmod((directory_ / "objects").c_str(), 0755), 0);
   EXPECT_TRUE(NobodyFinds("objects: Permission denied. "));
+  EXPECT_NE(Obstacle(), "") << "not even as root";
+  ASSERT_EQ(chown(directory_.c_str(), 0, 0), 0);
+  for (const mode_t mode : {0775, 0757, 01777}) {
+    ASSERT_EQ(chmod(directory_.c_str(), mode), 0);
+    EXPECT_NE(Obstacle().find("made: Other accounts may write to it. "), std::string::npos);
+  }
+  ASSERT_EQ(chmod(directory_.c_str(), 0755), 0);
   ASSERT_EQ(chown((directory_ / "mailslot").c_str(), 1234, 1234), 0);
-  EXPECT_TRUE(NobodyFinds("mailslot: It belongs to another account. "));
   EXPECT_NE(Obstacle(), "") << "not even as root";
 }
 

@@ -1,0 +1,55 @@
+// The memory files that this process has sent and that nobody has received yet. Each
+// of them occupies memory of ours until then, for as long as its receiver likes: their
+// number is bounded. Any thread may call this.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <vector>
+
+#include "platform/posix/descriptor.h"
+
+namespace talvorn::platform {
+
+// The socket file of a mailslot.
+struct MailslotFile {
+  dev_t device = 0;
+  ino_t inode = 0;
+  uid_t account = 0;
+};
+
+class UnreadFiles {
+ public:
+  static constexpr std::size_t kMostOfAccount = 32;
+  static constexpr std::size_t kMost = 128;
+
+  // That of this process.
+  [[nodiscard]] static UnreadFiles& Own();
+
+  // False when a file waits in this mailslot already, or as many as may be wait for
+  // its account or for all.
+  [[nodiscard]] bool HasRoomFor(const MailslotFile& receiver);
+  // A file with this message: the last one again if it has the same. Null when the
+  // system has no room for it.
+  [[nodiscard]] std::shared_ptr<const Descriptor> FileWith(std::span<const std::byte> message);
+  // A file has gone to `receiver` by way of `socket`.
+  void Add(const MailslotFile& receiver, Descriptor socket);
+
+ private:
+  struct Unread {
+    MailslotFile receiver;
+    Descriptor socket;
+  };
+
+  void ForgetReceived();
+
+  std::mutex mutex_;
+  std::vector<Unread> unread_;
+  std::shared_ptr<const Descriptor> last_;  // while some are unread
+};
+
+}  // namespace talvorn::platform
