@@ -4,6 +4,8 @@
 
 namespace talvorn {
 
-ClientPresence::ClientPresence() : mutex_(platform::NamedMutex::Create(kClientMutex)) {}
+// The locator may run as another user.
+ClientPresence::ClientPresence()
+    : mutex_(platform::NamedMutex::Create(kClientMutex, platform::ObjectAccess::kEveryone)) {}
 
 }  // namespace talvorn

@@ -7,10 +7,12 @@
 
 namespace talvorn {
 
-// Manual-reset, so that a pulse releases every client that waits on the same event.
+// Manual-reset, so that a pulse releases every client that waits on the same event. The
+// locator that pulses it may run as another user.
 ItemWatch::ItemWatch(std::uint32_t serial)
     : event_(platform::NamedEvent::Create(ChangeEventName(serial),
-                                          platform::NamedEvent::Mode::kManualReset)) {}
+                                          platform::NamedEvent::Mode::kManualReset,
+                                          platform::ObjectAccess::kEveryone)) {}
 
 ItemWatch::Outcome ItemWatch::Wait(std::uint32_t rereadMs, const platform::Waitable* interrupt) {
   using Status = platform::NamedEvent::WaitResult::Status;

@@ -129,7 +129,7 @@ StatusServer::~StatusServer() { Stop(); }
 bool StatusServer::Open(std::uint16_t port) {
   listener_ =
       platform::Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kStream);
-  return listener_.valid() && listener_.SetReuseAddress() &&
+  return listener_.valid() && listener_.ClaimAddress() &&
          listener_.Bind(platform::SocketAddress::Ipv4(0, port)) && listener_.Listen(kBacklog);
 }
 

@@ -1,4 +1,5 @@
 // talvorn-sim: simulated devices on a network interface.
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -39,7 +40,9 @@ void LogLine(std::uint64_t startMs, const std::string& line) {
 }
 
 std::optional<HexLines> ReadHexFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  // UTF-8, as the arguments are.
+  std::ifstream file(std::filesystem::path(std::u8string(path.begin(), path.end())),
+                     std::ios::binary);
   std::ostringstream text;
   if (!file || !(text << file.rdbuf())) return std::nullopt;
   return ParseHexLines(text.str());

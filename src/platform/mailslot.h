@@ -25,8 +25,8 @@ class Mailslot {
 
   // A new mailslot without limit on the message size. None when the name is no
   // mailslot name, is taken by a living process, or the system refuses. A null
-  // `security` means the default: on Linux writable by everyone all the same,
-  // since the locator that answers may run as another user.
+  // `security` means that everyone may write, since the locator that answers may
+  // run as another user.
   [[nodiscard]] static Mailslot Create(std::u16string_view name, std::uint32_t readTimeoutMs,
                                        const SecurityAttributes* security);
 

@@ -11,6 +11,10 @@
 
 namespace talvorn::platform {
 
+// Which accounts may use an object that is made: those that the system lets on its own,
+// or everyone. On Linux everyone may use every object.
+enum class ObjectAccess { kDefault, kEveryone };
+
 // A mutex of which only the existence counts; nobody ever owns it.
 class NamedMutex {
  public:
@@ -20,7 +24,8 @@ class NamedMutex {
   NamedMutex& operator=(NamedMutex&& other) noexcept;
 
   // Creates the mutex, or opens the existing one. None on failure.
-  [[nodiscard]] static NamedMutex Create(std::u16string_view name);
+  [[nodiscard]] static NamedMutex Create(std::u16string_view name,
+                                         ObjectAccess access = ObjectAccess::kDefault);
   // None when no process holds a mutex of this name.
   [[nodiscard]] static NamedMutex Open(std::u16string_view name);
 
@@ -41,9 +46,10 @@ class NamedEvent {
   NamedEvent(NamedEvent&& other) noexcept;
   NamedEvent& operator=(NamedEvent&& other) noexcept;
 
-  // Creates the event, not set and writable by everyone on Linux, or opens the
-  // existing one, whose mode then counts. None on failure.
-  [[nodiscard]] static NamedEvent Create(std::u16string_view name, Mode mode);
+  // Creates the event, not set, or opens the existing one, whose mode then counts.
+  // None on failure.
+  [[nodiscard]] static NamedEvent Create(std::u16string_view name, Mode mode,
+                                         ObjectAccess access = ObjectAccess::kDefault);
   // None when no process holds an event of this name.
   [[nodiscard]] static NamedEvent Open(std::u16string_view name);
 

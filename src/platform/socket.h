@@ -105,7 +105,11 @@ class Socket final : public Waitable {
   // `interfaceValue`: an IPv4 address in network byte order, or an IPv6 interface
   // index, as the socket's family demands.
   [[nodiscard]] bool SetMulticastInterface(std::uint32_t interfaceValue);
+  // Datagrams: several sockets may be bound to one port.
   [[nodiscard]] bool SetReuseAddress();
+  // Streams: nobody else listens on the port, but connections of a listener before this
+  // one that have not faded away yet are no obstacle.
+  [[nodiscard]] bool ClaimAddress();
   // Asks for this many bytes of receive buffer, past the system's limit where
   // privileged. Best effort.
   void EnlargeReceiveBuffer(std::uint32_t bytes);

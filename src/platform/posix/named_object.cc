@@ -142,7 +142,7 @@ NamedMutex::NamedMutex(NamedMutex&& other) noexcept = default;
 NamedMutex& NamedMutex::operator=(NamedMutex&& other) noexcept = default;
 void NamedMutex::Close() { state_.reset(); }
 
-NamedMutex NamedMutex::Create(std::u16string_view name) {
+NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess /*access*/) {
   NamedMutex mutex;
   mutex.state_ =
       StateOn<State>(IsMutex, [name] { return ObjectFile::Create(name, ObjectKind::kMutex); });
@@ -166,7 +166,7 @@ NamedEvent::NamedEvent(NamedEvent&& other) noexcept = default;
 NamedEvent& NamedEvent::operator=(NamedEvent&& other) noexcept = default;
 void NamedEvent::Close() { state_.reset(); }
 
-NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode) {
+NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode, ObjectAccess /*access*/) {
   const ObjectKind kind =
       mode == Mode::kAutoReset ? ObjectKind::kAutoResetEvent : ObjectKind::kManualResetEvent;
   NamedEvent event;

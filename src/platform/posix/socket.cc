@@ -164,6 +164,9 @@ void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {
   }
 }
 
+// A listener has its port for itself with this option too.
+bool Socket::ClaimAddress() { return SetReuseAddress(); }
+
 bool Socket::Bind(const SocketAddress& local) {
   if (bind(Native(handle_), Native(local), local.size) == 0) return true;
   const int error = errno;

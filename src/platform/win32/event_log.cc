@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/fault_injection.h"
+#include "platform/win32/event_text.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/wide_text.h"
 
@@ -89,8 +90,8 @@ void EventLog::Report(EventKind kind, std::uint16_t category, std::uint32_t even
                       const UserIdentity* user, std::u16string_view text) const {
   if (state_ == nullptr) return;
   try {
-    const std::u16string terminated(text);
-    const wchar_t* strings[] = {ToNative(terminated)};
+    const std::u16string shown = EventText(text);
+    const wchar_t* strings[] = {ToNative(shown)};
     const PSID sid = user != nullptr && !user->bytes.empty()
                          ? const_cast<std::byte*>(user->bytes.data())  // only read
                          : nullptr;

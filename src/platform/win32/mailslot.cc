@@ -18,6 +18,7 @@
 #include "platform/fault_injection.h"
 #include "platform/thread.h"
 #include "platform/win32/dword_size.h"
+#include "platform/win32/everyone_access.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/security_native.h"
 #include "platform/win32/wait.h"
@@ -30,9 +31,8 @@ namespace {
 constexpr std::uint32_t kFirstLookMs = 1;
 constexpr std::uint32_t kLookMs = 10;
 
-// A mailslot has one writer at a time. So long, at least, the next one waits for it to
-// close; it opens, writes and closes in one go.
-constexpr std::uint32_t kOtherWriterMs = 20;
+// So long, at least, a write that the system has begun may take.
+constexpr std::uint32_t kPendingWriteMs = 20;
 
 // The size that Wine reports for every message from there on. Such a message is read
 // into a large buffer before anybody is told of it.
@@ -55,7 +55,7 @@ bool CancelAndFinish(HANDLE file, OVERLAPPED& operation) {
   return GetOverlappedResult(file, &operation, &transferred, TRUE) != FALSE;
 }
 
-// One write of the whole message, which may take until the limit.
+// One write of the whole message. One that does not end at once may take until the limit.
 MailslotWrite Deliver(HANDLE file, std::span<const std::byte> message, std::uint32_t limitMs) {
   const KernelHandle done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   if (!done.valid()) return MailslotWrite::kFailed;
@@ -64,7 +64,8 @@ MailslotWrite Deliver(HANDLE file, std::span<const std::byte> message, std::uint
   if (WriteFile(file, message.data(), static_cast<DWORD>(message.size()), nullptr, &operation) ==
       FALSE) {
     if (GetLastError() != ERROR_IO_PENDING) return MailslotWrite::kFailed;
-    if (WaitForHandles(std::array{done.get()}, limitMs) != WaitStatus::kSignalled) {
+    if (WaitForHandles(std::array{done.get()}, std::max(limitMs, kPendingWriteMs)) !=
+        WaitStatus::kSignalled) {
       return CancelAndFinish(file, operation) ? MailslotWrite::kWritten : MailslotWrite::kFull;
     }
   }
@@ -119,6 +120,7 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
                           const SecurityAttributes* security) {
   Mailslot mailslot;
   if (FaultHits(Fault::kMailslotCreate) || !IsMailslotName(name)) return mailslot;
+  EveryoneAccess everyone(FILE_GENERIC_WRITE);
   SECURITY_ATTRIBUTES native{};
   if (security != nullptr) {
     native.nLength = security->length;
@@ -127,8 +129,9 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
   }
   auto state = std::make_unique<State>();
   state->ownReadEvent = KernelHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  state->handle = FileHandle(CreateMailslotW(ToNative(std::u16string(name)), 0, readTimeoutMs,
-                                             security != nullptr ? &native : nullptr));
+  state->handle =
+      FileHandle(CreateMailslotW(ToNative(std::u16string(name)), 0, readTimeoutMs,
+                                 security != nullptr ? &native : everyone.attributes()));
   if (state->handle.valid() && state->ownReadEvent.valid()) mailslot.state_ = std::move(state);
   return mailslot;
 }
@@ -225,7 +228,8 @@ MailslotWrite WriteMailslot(std::u16string_view name, std::span<const std::byte>
         return MailslotWrite::kAbsent;
       }
       if (error != ERROR_SHARING_VIOLATION) return MailslotWrite::kFailed;
-      if (passed() >= std::max(limitMs, kOtherWriterMs)) return MailslotWrite::kFull;
+      // A mailslot has one writer at a time.
+      if (passed() >= limitMs) return MailslotWrite::kFull;
       SleepMs(1);
     }
   } catch (const std::bad_alloc&) {

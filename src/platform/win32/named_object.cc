@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/fault_injection.h"
+#include "platform/win32/everyone_access.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/wait.h"
 #include "platform/win32/wide_text.h"
@@ -43,9 +44,15 @@ NamedMutex::NamedMutex(NamedMutex&& other) noexcept = default;
 NamedMutex& NamedMutex::operator=(NamedMutex&& other) noexcept = default;
 void NamedMutex::Close() { state_.reset(); }
 
-NamedMutex NamedMutex::Create(std::u16string_view name) {
+NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess access) {
   NamedMutex mutex;
-  mutex.state_ = StateOn<State>(name, [](const wchar_t* native) {
+  mutex.state_ = StateOn<State>(name, [access](const wchar_t* native) {
+    if (access == ObjectAccess::kEveryone) {
+      EveryoneAccess everyone(kAllMutexAccess);
+      const HANDLE made = CreateMutexW(everyone.attributes(), FALSE, native);
+      // What another account made for itself exists as long as it is open here.
+      return made != nullptr ? made : OpenMutexW(SYNCHRONIZE, FALSE, native);
+    }
     const HANDLE made = CreateMutexW(nullptr, FALSE, native);
     // One that others made may refuse what creation asks for, and be there all the same.
     return made != nullptr ? made : OpenMutexW(kAllMutexAccess, FALSE, native);
@@ -70,10 +77,17 @@ NamedEvent::NamedEvent(NamedEvent&& other) noexcept = default;
 NamedEvent& NamedEvent::operator=(NamedEvent&& other) noexcept = default;
 void NamedEvent::Close() { state_.reset(); }
 
-NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode) {
+NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode, ObjectAccess access) {
   NamedEvent event;
-  event.state_ = StateOn<State>(name, [mode](const wchar_t* native) {
-    return CreateEventW(nullptr, mode == Mode::kManualReset, FALSE, native);
+  event.state_ = StateOn<State>(name, [mode, access](const wchar_t* native) {
+    const bool manual = mode == Mode::kManualReset;
+    if (access == ObjectAccess::kEveryone) {
+      EveryoneAccess everyone(kAllEventAccess);
+      const HANDLE made = CreateEventW(everyone.attributes(), manual, FALSE, native);
+      // What another account made for itself can be waited for all the same.
+      return made != nullptr ? made : OpenEventW(SYNCHRONIZE, FALSE, native);
+    }
+    return CreateEventW(nullptr, manual, FALSE, native);
   });
   return event;
 }

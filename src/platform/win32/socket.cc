@@ -240,6 +240,8 @@ void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {
   (void)SetOption(handle_, SOL_SOCKET, SO_RCVBUF, value);
 }
 
+bool Socket::ClaimAddress() { return SetOption(handle_, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, int{1}); }
+
 bool Socket::Bind(const SocketAddress& local) {
   return bind(Native(handle_), Native(local), SizeOf(local)) == 0;
 }

@@ -25,5 +25,17 @@ TEST(Socket, ThatCouldNotBeMadeFailsWithoutHarm) {
   EXPECT_EQ(none.ReceiveFrom(buffer, size, source), ReceiveStatus::kFailed);
 }
 
+TEST(Socket, AListenerHasItsPortForItself) {
+  const auto listen = [](std::uint16_t port) {
+    Socket socket = Socket::Create(AddressFamily::kIpv4, SocketType::kStream);
+    const bool listens =
+        socket.ClaimAddress() && socket.Bind(SocketAddress::Ipv4(0, port)) && socket.Listen(1);
+    return listens ? std::move(socket) : Socket();
+  };
+  const Socket first = listen(0);
+  ASSERT_TRUE(first.valid());
+  EXPECT_FALSE(listen(first.LocalAddress().port()).valid());
+}
+
 }  // namespace
 }  // namespace talvorn::platform

@@ -1,14 +1,23 @@
 // The locator's main on Windows: a process without window and console.
 #include <cwchar>
+#include <exception>
 #include <new>
 
 #include "platform/entry.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/windows_api.h"
 
+namespace {
+
+constexpr UINT kGivenUp = 3;  // as the runtime library's abort
+
+}  // namespace
+
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR commandLine, int) {
-  // No dialogue asks for the disk that a path in the settings lies on.
-  SetErrorMode(SEM_FAILCRITICALERRORS);
+  // Nobody sees a dialogue of a process without window: not for the disk that a path in
+  // the settings lies on, not at a failure, nor when the runtime library gives up.
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+  std::set_terminate([] { TerminateProcess(GetCurrentProcess(), kGivenUp); });
   try {
     return talvorn::LocatorMain(
         talvorn::platform::FromNative(commandLine, std::wcslen(commandLine)));

@@ -1,0 +1,21 @@
+// A text as it is handed to the event log.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace talvorn::platform {
+
+// The event viewer puts other texts in the place of "%1" and "%%1": a blank behind the
+// percent sign keeps it from that.
+[[nodiscard]] inline std::u16string EventText(std::u16string_view text) {
+  std::u16string shown;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    shown.push_back(text[i]);
+    const char16_t next = i + 1 < text.size() ? text[i + 1] : u'\0';
+    if (text[i] == u'%' && (next == u'%' || (next >= u'0' && next <= u'9'))) shown.push_back(u' ');
+  }
+  return shown;
+}
+
+}  // namespace talvorn::platform
