@@ -123,12 +123,12 @@ class Process:
     """A program in a host's namespace, its output kept in files. One that the system could
     not start is started again."""
 
-    _STARTS = 3
+    STARTS = 3
 
     def __init__(self, host, program, *arguments, directory, environment=(), stdout=None,
                  stderr=None, user=None):
         self.name = program.name
-        self._refusal = program.refusal
+        self._refusal = program.refusal  # none once it is to end
         self._starts = 0
         command = list(program.command)
         if user is not None:  # who may not enter the folder of the programs
@@ -153,7 +153,7 @@ class Process:
 
     def _was_refused(self):
         """Of one that has ended: whether it was not started, and is now started again."""
-        if not self._refusal or self._starts == self._STARTS or self._refusal not in self.out:
+        if not self._refusal or self._starts == self.STARTS or self._refusal not in self.out:
             return False
         print(f"{self.name} is started again:", self.out.strip())
         self._start()
@@ -181,6 +181,7 @@ class Process:
         try:
             status = self._popen.wait(limit)
         except subprocess.TimeoutExpired:
+            self._refusal = ""
             self._popen.kill()
             self._popen.wait()
             raise AssertionError(f"{self.name} did not end within {limit:.0f} s") from None
@@ -192,11 +193,13 @@ class Process:
         return status
 
     def kill(self):
+        self._refusal = ""
         self._popen.kill()
         self.wait()
 
     def discard(self):
         """Ends it if it still runs, whatever it makes of that."""
+        self._refusal = ""
         if not self.ended:
             self._popen.terminate()
         self.wait()
@@ -288,7 +291,7 @@ class Locator(Process):
                                           and self.takes_messages()),
                    "the locator to serve")
         if self.ended:
-            raise AssertionError(f"the locator ended with {self.wait()}:\n{self.err}")
+            raise AssertionError(f"the locator ended with {self.wait()}:\n{self.err}{self.out}")
         return self
 
     def wait_listening(self, *interfaces):

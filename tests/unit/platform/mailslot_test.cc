@@ -47,7 +47,7 @@ TEST_F(MailslotTest, WaitingEndsWithAMessageTheWakeOrTheLimit) {
 
 TEST_F(MailslotTest, ANameMayHaveAPathThatLeadsNowhereElse) {
   const std::u16string prefix = u"\\\\.\\MailSlot\\";
-  for (const char16_t* const good : {u"a", u"a\\b", u"A b\\..c\\d.", u"...", u"a\\...\\b"}) {
+  for (const char16_t* const good : {u"a", u"a\\b", u"A b\\..c\\d.e"}) {
     const std::u16string name = prefix + good;
     EXPECT_TRUE(IsMailslotName(name)) << WideToUtf8(name);
     Mailslot mailslot = Mailslot::Create(name, 0, nullptr);
