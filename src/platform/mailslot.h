@@ -26,7 +26,7 @@ class Mailslot {
   // A new mailslot without limit on the message size. None when the name is no
   // mailslot name, is taken by a living process, or the system refuses. A null
   // `security` means that everyone may write, since the locator that answers may
-  // run as another user.
+  // run as another user; on Linux only its own account where that is the locator's.
   [[nodiscard]] static Mailslot Create(std::u16string_view name, std::uint32_t readTimeoutMs,
                                        const SecurityAttributes* security);
 

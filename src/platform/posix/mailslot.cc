@@ -259,6 +259,26 @@ void TellWhyNotMade(RuntimeFolder folder, const std::string& file, int error) {
   }
 }
 
+// The account whose mailslot has this name; none when there is none.
+std::optional<uid_t> OwnerOf(std::u16string_view name) {
+  const std::string file = FileNameOf(name);
+  const Descriptor directory = OpenRuntimeFolder(FolderOf(file), false);
+  struct stat status {};
+  if (!directory.valid() ||
+      fstatat(directory.get(), file.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return std::nullopt;
+  }
+  return status.st_uid;
+}
+
+// Without a wish everybody may write, since the locator that answers may be another's.
+// Where it is our own, nobody else can fill the mailslot.
+mode_t ModeFor(const SecurityAttributes* security) {
+  constexpr mode_t kOwnAccount = 0600;
+  if (security == nullptr && OwnerOf(kLocatorMailslot) == geteuid()) return kOwnAccount;
+  return FileModeFor(security);
+}
+
 // A descriptor as something to wait on.
 class DescriptorWaitable final : public Waitable {
  public:
@@ -331,8 +351,8 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
                                         ? MessageQueue::Files::kRefused
                                         : MessageQueue::Files::kTaken;
   Descriptor directory = OpenRuntimeFolder(folder, true);
-  NewSocket made = directory.valid() ? BindNewSocket(directory.get(), FileModeFor(security), files)
-                                     : NewSocket{};
+  NewSocket made =
+      directory.valid() ? BindNewSocket(directory.get(), ModeFor(security), files) : NewSocket{};
   int error = errno;
   if (made.socket.valid()) {
     Descriptor own = OpenPath(directory.get(), made.name);
@@ -355,19 +375,9 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
 
 bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
   if (state_ == nullptr || !IsMailslotName(name)) return false;
-  try {
-    const std::string file = FileNameOf(name);
-    const Descriptor directory = OpenRuntimeFolder(FolderOf(file), false);
-    struct stat status {};
-    if (!directory.valid() ||
-        fstatat(directory.get(), file.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      return false;
-    }
-    state_->queue.AcceptOnlyFrom(status.st_uid);
-    return true;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+  const auto owner = OwnerOf(name);
+  if (owner) state_->queue.AcceptOnlyFrom(*owner);
+  return owner.has_value();
 }
 
 std::optional<Mailslot::Waiting> Mailslot::Query() {

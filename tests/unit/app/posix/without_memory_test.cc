@@ -205,6 +205,7 @@ TEST_F(WithoutMemory, AReceiverLosesNothingButADatagram) {
 }
 
 TEST_F(WithoutMemory, ARequestThreadGoesOn) {
+  OwnRequests ownRequests;
   CResponseList responses;
   CItemList items;
   // At the same time, since each takes its timers' first second.
@@ -222,6 +223,7 @@ TEST_F(WithoutMemory, ARequestThreadGoesOn) {
       life.item.ipVersion = 4;
       life.item.responseList = &responses;
       life.item.itemList = &items;
+      life.item.ownRequests = &ownRequests;
       life.item.running.Set();
       life.item.networkChanged.Set();
       life.thread = platform::Thread::Start("request", [&item = life.item, allocation] {
