@@ -34,6 +34,10 @@ class RequestThread {
   explicit RequestThread(const ThreadItem& item)
       : item_(item), groups_(item.ipVersion == 6 ? kGroupsIpv6 : kGroupsIpv4) {
     if (item.ipVersion == 4) request_.interfaceCidr = InterfaceCidr(item.id, item.mask);
+    // Once, since a receiver reads them while the other one is still to be opened.
+    requestReceiver_.ownRequests = item.ownRequests;
+    responseReceiver_.responseList = item.responseList;
+    responseReceiver_.itemList = item.itemList;
   }
 
   void Run() {
@@ -72,11 +76,8 @@ class RequestThread {
     const std::lock_guard guard(MulticastSetupLock);
     if (!requestReceiver_.thread.valid() && !responseReceiver_.thread.valid())
       joined_ = item_.incarnation;
-    requestReceiver_.ownRequests = item_.ownRequests;
     const bool requests = requestReceiver_.thread.valid() ||
                           OpenReceiver(requestReceiver_, item_.id, groups_.request);
-    responseReceiver_.responseList = item_.responseList;
-    responseReceiver_.itemList = item_.itemList;
     const bool responses = responseReceiver_.thread.valid() ||
                            OpenReceiver(responseReceiver_, item_.id, groups_.response);
     return requests && responses;

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <pthread.h>
 #include <sys/socket.h>
-#include <time.h>
 
 #include <array>
 #include <atomic>
@@ -12,6 +11,7 @@
 
 #include "platform/posix/memory_file.h"
 #include "platform/posix/obstacle.h"
+#include "platform/thread.h"
 
 #ifndef SO_PASSRIGHTS
 #define SO_PASSRIGHTS 83  // since Linux 6.16
@@ -21,8 +21,7 @@ namespace talvorn::platform {
 namespace {
 
 // So long the system may take to close what came along with a dropped message.
-constexpr long kDisposalNs = 5'000'000;
-constexpr long kSecondNs = 1'000'000'000;
+constexpr int kDisposalMs = 5;
 
 // Room for the sender's account, then, for who wants it, for one descriptor.
 constexpr std::size_t kAccountRoom = CMSG_SPACE(sizeof(ucred));
@@ -81,14 +80,10 @@ void* DropNext(void* socket) {
 bool DropWithDescriptors(int socket) {
   pthread_t thread{};
   if (pthread_create(&thread, nullptr, DropNext, &socket) != 0) return false;
-  timespec limit{};
-  clock_gettime(CLOCK_MONOTONIC, &limit);
-  limit.tv_nsec += kDisposalNs;
-  if (limit.tv_nsec >= kSecondNs) {
-    limit.tv_nsec -= kSecondNs;
-    ++limit.tv_sec;
+  for (int passed = 0; passed < kDisposalMs; ++passed) {
+    if (pthread_tryjoin_np(thread, nullptr) == 0) return true;
+    SleepMs(1);
   }
-  if (pthread_clockjoin_np(thread, nullptr, CLOCK_MONOTONIC, &limit) == 0) return true;
   (void)pthread_cancel(thread);
   (void)pthread_join(thread, nullptr);
   return true;
