@@ -14,8 +14,7 @@ namespace talvorn {
 
 CItemList::~CItemList() {
   Stop();
-  FreeChain(head_);
-  FreeChain(removed_);
+  while (head_ != nullptr) head_ = NodePointer(head_)->next;
 }
 
 std::size_t CItemList::IdentityHash::Hash(const Identity& identity) const {
@@ -53,10 +52,6 @@ void CItemList::FreeNode::operator()(ItemNode* node) const {
   ::operator delete(node);
 }
 
-void CItemList::FreeChain(ItemNode* node) {
-  while (node != nullptr) node = NodePointer(node)->next;
-}
-
 bool CItemList::Start(std::uint32_t validityMs) {
   validity_ = validityMs * platform::kFileTimePerMs;
   running_.Set();
@@ -87,11 +82,11 @@ void CItemList::Add(std::uint32_t serial, const ItemView& item) {
     return;
   }
 
-  NodePointer node = MakeNode(serial, item);
-  const std::size_t size = node->entrySize();
+  const std::size_t size = sizeof(serial) + item.size();
   if (!total_.HasRoomFor(size, kMost)) return;
   Usage& ofDevice = usage_[serial];
   if (!ofDevice.HasRoomFor(size, kMostOfDevice)) return;
+  NodePointer node = MakeNode(serial, item);
   node->expiry = expiry;
   node->digest = hash.digest;
   node->next = head_;
@@ -109,20 +104,22 @@ void CItemList::Sweep() {
   const FileTime now = clock_.LocalTime();
   const TimeOfDay time = ToTimeOfDay(now);
   Trace(u"CItemList::ThreadTimeout()   Time: %02u:%02u:%02u", time.hour, time.minute, time.second);
-  ItemNode** link = &head_;
-  while (UnlinkExpired(now, link)) {
-    SignalRemoved();
-    clock_.Sleep(kSweepPauseMs);
+  bool changed = false;
+  for (ItemNode** link = &head_; link != nullptr;) {
+    ItemNode* const removed = UnlinkExpired(now, link);
+    changed = changed || removed != nullptr;
+    SignalAndFree(removed);
+    if (link != nullptr) clock_.Sleep(kSweepPauseMs);
   }
-  SignalRemoved();
-  if (changed_) SignalChange(kWholeList);
-  changed_ = false;
+  if (changed) SignalChange(kWholeList);
   freed_.GiveBack();
 }
 
-bool CItemList::UnlinkExpired(FileTime now, ItemNode**& link) {
+CItemList::ItemNode* CItemList::UnlinkExpired(FileTime now, ItemNode**& link) {
   const std::lock_guard guard(lock);
   const bool traced = DebugTrace().isEnabled();
+  ItemNode* removed = nullptr;
+  ItemNode** lastRemoved = &removed;
   for (std::size_t i = 0; i < kSweepPiece && *link != nullptr; ++i) {
     ItemNode* const node = *link;
     if (traced) {
@@ -135,14 +132,14 @@ bool CItemList::UnlinkExpired(FileTime now, ItemNode**& link) {
       Forget(*node);
       *link = node->next;
       node->next = nullptr;
-      *lastRemoved_ = node;
-      lastRemoved_ = &node->next;
-      changed_ = true;
+      *lastRemoved = node;
+      lastRemoved = &node->next;
     } else {
       link = &node->next;
     }
   }
-  return *link != nullptr;
+  if (*link == nullptr) link = nullptr;
+  return removed;
 }
 
 void CItemList::Forget(ItemNode& node) {
@@ -154,14 +151,13 @@ void CItemList::Forget(ItemNode& node) {
   count_.store(total_.items, std::memory_order_relaxed);
 }
 
-void CItemList::SignalRemoved() {
-  while (removed_ != nullptr) {
-    SignalChange(removed_->serial);
-    const NodePointer signalled(removed_);
-    removed_ = signalled->next;
+void CItemList::SignalAndFree(ItemNode* removed) {
+  while (removed != nullptr) {
+    const NodePointer node(removed);
+    removed = node->next;
+    SignalChange(node->serial);
     freed_.Count();
   }
-  lastRemoved_ = &removed_;
 }
 
 std::span<const std::byte> CItemList::GetItems() {

@@ -63,8 +63,7 @@ class CItemList {
   void DropSnapshot() { snapshot_.reset(); }
 
   // Drops the items whose time is over. Takes the lock, and lets go of it from time to
-  // time; signals without it. What could not be signalled for want of memory is left to
-  // the next sweep.
+  // time; signals without it.
   void Sweep();
 
   // Number of items; may be read without the lock.
@@ -117,14 +116,13 @@ class CItemList {
   };
   using NodePointer = std::unique_ptr<ItemNode, FreeNode>;
   static NodePointer MakeNode(std::uint32_t serial, const ItemView& item);
-  static void FreeChain(ItemNode* node);
 
   // Looks at a piece of the list from `link` on, which moves, and takes the expired
-  // nodes over into the removed ones. True while nodes are left; nobody else takes any
-  // out, so `link` stays good without the lock.
-  bool UnlinkExpired(FileTime now, ItemNode**& link);
+  // nodes out, which it returns in list order. `link` becomes null at the list's end;
+  // nobody else takes nodes out, so until then it stays good without the lock.
+  ItemNode* UnlinkExpired(FileTime now, ItemNode**& link);
   void Forget(ItemNode& node);
-  void SignalRemoved();
+  void SignalAndFree(ItemNode* removed);
 
   ItemNode* head_ = nullptr;
   std::unordered_set<ItemNode*, IdentityHash, IdentityEqual> index_;
@@ -133,12 +131,7 @@ class CItemList {
   std::atomic<std::uint32_t> count_{0};
   std::unique_ptr<std::byte[]> snapshot_;
   FileTime validity_ = 10 * platform::kFileTimePerSecond;
-  // The sweeps' own: nodes that are still to be signalled, in list order; whether the
-  // list as a whole is.
-  ItemNode* removed_ = nullptr;
-  ItemNode** lastRemoved_ = &removed_;
-  bool changed_ = false;
-  FreedEntries freed_;
+  FreedEntries freed_;  // the sweeps' own
   RunFlag running_;
   platform::Thread thread_;
   Clock& clock_;

@@ -24,8 +24,8 @@ enum class RuntimeFolder { kLocator, kMailslot, kObjects };
 // `obstacle` a sentence that says what is in the way and what to do.
 [[nodiscard]] bool PrepareRuntimeDirectory(std::string& obstacle);
 
-// Removes the sockets that killed programs have left, as far as this account may. Defined with the
-// mailslots.
+// Removes the sockets that killed programs have left, as far as this account may.
+// Defined with the mailslots.
 void RemoveStaleMailslots();
 
 // True when `name` in `directory` is still the file that `fd` stands for.
