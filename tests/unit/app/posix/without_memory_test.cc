@@ -99,6 +99,19 @@ void WithEachAllocationFailing(int batch, const std::function<void(long)>& life)
   ADD_FAILURE() << "it never ends";
 }
 
+// Starts a thread for each of `lives`, in which its allocation of the number `first`
+// fails, in the next one's that behind it.
+template <class Lives, class Procedure>
+void StartEach(Lives& lives, long first, Procedure procedure) {
+  for (auto& life : lives) {
+    const long failing = first + (&life - lives.data());
+    life.thread = platform::Thread::Start("life", [&life, procedure, failing] {
+      failingAllocation = failing;
+      return procedure(life);
+    });
+  }
+}
+
 std::uint32_t Address(const char* text) { return platform::ParseIpv4(text); }
 
 DeviceRecord Record(std::uint32_t itemOffset) {
@@ -216,7 +229,6 @@ TEST_F(WithoutMemory, ARequestThreadGoesOn) {
   constexpr int kLives = 48;
   WithEachAllocationFailing(kLives, [&](long first) {
     std::array<Life, kLives> lives;
-    long allocation = first;
     for (Life& life : lives) {
       life.item.id = Address("127.0.0.1");
       life.item.mask = Address("255.0.0.0");
@@ -226,12 +238,8 @@ TEST_F(WithoutMemory, ARequestThreadGoesOn) {
       life.item.ownRequests = &ownRequests;
       life.item.running.Set();
       life.item.networkChanged.Set();
-      life.thread = platform::Thread::Start("request", [&item = life.item, allocation] {
-        failingAllocation = allocation;
-        return ThreadMulticastRequest(item);
-      });
-      ++allocation;
     }
+    StartEach(lives, first, [](Life& life) { return ThreadMulticastRequest(life.item); });
     for (Life& life : lives) {
       // It takes the event in its first pass, and again in a later one.
       for (int pass = 0; pass < 2; ++pass) {
@@ -418,19 +426,16 @@ TEST_F(WithoutMemory, AStatusQueryEnds) {
   constexpr int kLives = 32;
   WithEachAllocationFailing(kLives, [&](long first) {
     std::array<Life, kLives> lives;
-    long allocation = first;
     for (Life& life : lives) {
       life.context.responses = &life.responses;
       life.context.items = &life.items;
       life.device.address = Address(StatusDevice::kAddress);
       life.device.validity = 30'000;
       life.device.context = &life.context;
-      life.thread = platform::Thread::Start("status-query", [&device = life.device, allocation] {
-        failingAllocation = allocation;
-        return ThreadDeviceStatus(device) + ThreadDeviceStatus(device);
-      });
-      ++allocation;
     }
+    StartEach(lives, first, [](Life& life) {
+      return ThreadDeviceStatus(life.device) + ThreadDeviceStatus(life.device);
+    });
     for (Life& life : lives) {
       life.thread.Join();
       EXPECT_EQ(life.responses.count(), 1u);
@@ -451,25 +456,20 @@ TEST_F(WithoutMemory, TheStaticDeviceWorkerGoesOnToItsNextCycle) {
     CResponseList responses;
     CItemList items;
     StaticDeviceContext context;
+    platform::Thread thread;
   };
   constexpr int kLives = 32;
   WithEachAllocationFailing(kLives, [&](long first) {
     std::array<Life, kLives> lives;
-    long allocation = first;
     for (Life& life : lives) {
       life.context.responses = &life.responses;
       life.context.items = &life.items;
       life.context.running.Set();
-      life.context.thread =
-          platform::Thread::Start("static-devices", [&context = life.context, allocation] {
-            failingAllocation = allocation;
-            return DeviceByHostName(context);
-          });
-      ++allocation;
     }
+    StartEach(lives, first, [](Life& life) { return DeviceByHostName(life.context); });
     for (Life& life : lives) EXPECT_TRUE(WaitUntil([&] { return life.responses.count() == 1; }));
     for (Life& life : lives) life.context.running.Clear();
-    for (Life& life : lives) StopStaticDevices(life.context);
+    for (Life& life : lives) life.thread.Join();
   });
 }
 
@@ -503,20 +503,18 @@ TEST_F(WithoutMemory, TheServiceGoesOnUntilItIsToldToEnd) {
   for (long first = 0; first < kAllocations && permitted; first += kLives) {
     const int before = failures;
     std::array<Life, kLives> lives;
-    long allocation = first;
-    for (Life& life : lives) {
-      life.running.Set();
-      life.thread = platform::Thread::Start("service", [&, &running = life.running, allocation] {
-        if (!EnterNetworkOfItsOwn()) {
-          permitted = false;
-          return 1u;
-        }
-        failingAllocation = allocation;
-        if (!Completed([&] { (void)ThreadServiceMain(running); }) || running) ++endedByItself;
-        return 0u;
-      });
-      ++allocation;
-    }
+    for (Life& life : lives) life.running.Set();
+    StartEach(lives, first, [&](Life& life) {
+      const long failing = std::exchange(failingAllocation, -1);
+      if (!EnterNetworkOfItsOwn()) {
+        permitted = false;
+        return 1u;
+      }
+      failingAllocation = failing;
+      if (!Completed([&] { (void)ThreadServiceMain(life.running); }) || life.running)
+        ++endedByItself;
+      return 0u;
+    });
     EXPECT_TRUE(WaitUntil([&] { return failures - before == kLives || !permitted; }));
     for (Life& life : lives) life.running.Clear();
     for (Life& life : lives) life.thread.Join();
