@@ -240,6 +240,9 @@ class Locator(harness.Locator):
             self.registry.take(settings_file)
         super().__init__(host, self.session.program("talvorn-locator", traced=True), *arguments,
                          directory=home, environment=environment, **options)
+
+    def _start(self):
+        super()._start()
         self.event_log = WineTrace(self._err_path)
 
     @property
