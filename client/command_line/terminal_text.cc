@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/terminal_escape.h"
 #include "platform/text_encoding.h"
-#include "support/text_format.h"
 
 namespace talvorn {
 namespace {
@@ -19,18 +19,6 @@ bool IsIn(const std::array<Range, kCount>& ranges, char32_t c) {
   return std::ranges::any_of(ranges, [c](Range r) { return c >= r.first && c <= r.last; });
 }
 
-constexpr std::array<Range, 12> kUnsafe{{{0x00, 0x1F},
-                                         {0x7F, 0x9F},
-                                         {0xAD, 0xAD},
-                                         {0x061C, 0x061C},
-                                         {0x115F, 0x1160},
-                                         {0x180B, 0x180F},
-                                         {0x200B, 0x200F},
-                                         {0x2028, 0x202E},
-                                         {0x2060, 0x206F},
-                                         {0xFEFF, 0xFEFF},
-                                         {0xFFF9, 0xFFFB},
-                                         {0xE0000, 0xE0FFF}}};
 constexpr std::array<Range, 8> kWide{{{0x1100, 0x115F},
                                       {0x2E80, 0xA4CF},
                                       {0xAC00, 0xD7A3},
@@ -52,55 +40,24 @@ std::size_t WidthOf(char32_t c) {
   return IsIn(kWide, c) ? 2 : 1;
 }
 
-std::string Escaped(char32_t c) {
-  std::array<char, 16> text{};
-  if (c < 0x100)
-    FormatTextA(text, "\\x%02x", static_cast<std::uint32_t>(c));
-  else
-    FormatTextA(text, "\\u%04x", static_cast<std::uint32_t>(c));
-  return text.data();
-}
-
 }  // namespace
-
-bool IsUnsafe(char32_t character) { return IsIn(kUnsafe, character); }
-
-char32_t TakeCharacter(std::u16string_view& text) {
-  const char32_t first = text[0];
-  const char32_t second = text.size() > 1 ? text[1] : 0;
-  const bool pair = first >= 0xD800 && first <= 0xDBFF && second >= 0xDC00 && second <= 0xDFFF;
-  text.remove_prefix(pair ? 2 : 1);
-  return pair ? 0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00) : first;
-}
-
-std::string EscapeForTerminal(std::u16string_view text) {
-  std::string escaped;
-  while (!text.empty()) {
-    const std::u16string_view before = text;
-    const char32_t c = TakeCharacter(text);
-    if (IsUnsafe(c))
-      escaped += Escaped(c);
-    else
-      escaped += platform::WideToUtf8(before.substr(0, before.size() - text.size()));
-  }
-  return escaped;
-}
 
 std::string EscapeForTerminal(std::string_view utf8) {
   if (IsPlainAscii(utf8)) return std::string(utf8);
-  return EscapeForTerminal(std::u16string_view(platform::Utf8ToWide(utf8)));
+  return platform::EscapeForTerminal(platform::Utf8ToWide(utf8));
 }
 
 std::string EscapeNarrow(std::string_view text) {
   if (IsPlainAscii(text)) return std::string(text);
-  return EscapeForTerminal(std::u16string_view(platform::NarrowToWide(text)));
+  return platform::EscapeForTerminal(platform::NarrowToWide(text));
 }
 
 std::size_t DisplayWidth(std::string_view utf8) {
   if (IsPlainAscii(utf8)) return utf8.size();
   const std::u16string wide = platform::Utf8ToWide(utf8);
   std::size_t width = 0;
-  for (std::u16string_view rest = wide; !rest.empty();) width += WidthOf(TakeCharacter(rest));
+  for (std::u16string_view rest = wide; !rest.empty();)
+    width += WidthOf(platform::TakeCharacter(rest));
   return width;
 }
 
@@ -112,7 +69,7 @@ std::string CutToWidth(std::string_view utf8, std::size_t width) {
   std::size_t used = 1;  // the ellipsis
   std::size_t kept = 0;
   while (!rest.empty()) {
-    used += WidthOf(TakeCharacter(rest));
+    used += WidthOf(platform::TakeCharacter(rest));
     if (used > width) break;
     kept = wide.size() - rest.size();
   }

@@ -1,5 +1,4 @@
-// Text on its way to a terminal. What came from the network must not command the
-// terminal or reorder a line: such characters are shown as \x1b or \u202e.
+// Text on its way to a terminal: escaped, measured and cut.
 #pragma once
 
 #include <cstddef>
@@ -8,15 +7,6 @@
 
 namespace talvorn {
 
-// Controls (C0, DEL, C1), line and paragraph separators, and characters that are
-// invisible or change the direction of writing.
-[[nodiscard]] bool IsUnsafe(char32_t character);
-
-// Takes the next character off the front of `text`, which is not empty; a lone
-// surrogate stands for itself.
-[[nodiscard]] char32_t TakeCharacter(std::u16string_view& text);
-
-[[nodiscard]] std::string EscapeForTerminal(std::u16string_view text);
 [[nodiscard]] std::string EscapeForTerminal(std::string_view utf8);
 
 // A text in the narrow code page, as devices and the locator send them.

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "command_line/terminal_text.h"
+#include "platform/terminal_escape.h"
 #include "platform/text_encoding.h"
 #include "support/text_format.h"
 
@@ -56,14 +56,14 @@ void JsonWriter::Quote(std::u16string_view text) {
   text_.push_back('"');
   while (!text.empty()) {
     const std::u16string_view before = text;
-    const char32_t c = TakeCharacter(text);
+    const char32_t c = platform::TakeCharacter(text);
     const std::u16string_view units = before.substr(0, before.size() - text.size());
     if (c == U'"' || c == U'\\') {
       text_.push_back('\\');
       text_.push_back(static_cast<char>(c));
     } else if (c >= U' ' && c <= U'~') {
       text_.push_back(static_cast<char>(c));
-    } else if (!IsUnsafe(c)) {
+    } else if (!platform::IsUnsafe(c)) {
       text_.append(platform::WideToUtf8(units));
     } else {
       for (const char16_t unit : units) {

@@ -7,10 +7,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <string>
+
 #include "platform/posix/descriptor.h"
 #include "platform/posix/standard_error.h"
 #include "platform/posix/utf8.h"
 #include "platform/posix/wait.h"
+#include "platform/terminal_escape.h"
 #include "platform/text_encoding.h"
 
 namespace talvorn::platform {
@@ -18,15 +21,20 @@ namespace talvorn::platform {
 // One write without waiting. A pipe or terminal is written through a description
 // of its own: the flag that keeps a write from blocking belongs to the
 // description, and that of standard error is shared with other programs.
-void WriteIfRoom(std::string_view text) {
+bool WriteIfRoom(std::string_view text) {
   struct stat status {};
-  if (text.empty() || fstat(STDERR_FILENO, &status) != 0) return;
+  if (fstat(STDERR_FILENO, &status) != 0) return false;
   if (S_ISSOCK(status.st_mode)) {
-    (void)send(STDERR_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    return;
+    return send(STDERR_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0;
   }
   pollfd room{STDERR_FILENO, POLLOUT, 0};
-  if (PollDescriptors({&room, 1}, 0) != 1 || room.revents != POLLOUT) return;
+  if (PollDescriptors({&room, 1}, 0) != 1 || room.revents != POLLOUT) return false;
+
+  std::string escaped;
+  if (S_ISCHR(status.st_mode) && isatty(STDERR_FILENO) != 0) {
+    escaped = EscapeForTerminal(Utf8ToWide(text), u"\t\n");
+    text = escaped;
+  }
 
   Descriptor own;
   if (!S_ISREG(status.st_mode)) {
@@ -34,19 +42,13 @@ void WriteIfRoom(std::string_view text) {
     // A pipe with room takes this much at once.
     if (!own.valid()) text = text.substr(0, PIPE_BUF);
   }
-  // What the reader had no room for is dropped.
-  const ssize_t written = write(own.valid() ? own.get() : STDERR_FILENO, text.data(), text.size());
-  (void)written;
+  return write(own.valid() ? own.get() : STDERR_FILENO, text.data(), text.size()) > 0;
 }
 
-void DebugOutputW(std::u16string_view text) { WriteIfRoom(WideToUtf8(text)); }
+void DebugOutputW(std::u16string_view text) { (void)WriteIfRoom(WideToUtf8(text)); }
 
 void DebugOutputA(std::string_view text) {
-  if (IsWellFormedUtf8(text)) {
-    WriteIfRoom(text);
-  } else {
-    WriteIfRoom(WideToUtf8(NarrowToWide(text)));
-  }
+  (void)(IsWellFormedUtf8(text) ? WriteIfRoom(text) : WriteIfRoom(WideToUtf8(NarrowToWide(text))));
 }
 
 }  // namespace talvorn::platform

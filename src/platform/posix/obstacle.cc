@@ -17,10 +17,10 @@ void ReportObstacle(std::string_view sentence) {
   static std::set<std::string, std::less<>> reported;
   try {
     const std::lock_guard lock(mutex);
-    if (!reported.emplace(sentence).second) return;
+    if (reported.contains(sentence)) return;
     std::string line(program_invocation_short_name);
     line.append(": ").append(sentence).push_back('\n');
-    WriteIfRoom(line);
+    if (WriteIfRoom(line)) reported.emplace(sentence);
   } catch (const std::bad_alloc&) {
     // Without memory the sentence is lost; the failure itself is still returned.
   }

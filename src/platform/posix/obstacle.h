@@ -7,7 +7,8 @@
 namespace talvorn::platform {
 
 // Writes the program's name, ": ", `sentence` and a line feed to standard error,
-// each distinct sentence once per process. Any thread may call it.
+// each distinct sentence once per process; one that nobody had room for counts as not
+// written. Any thread may call it.
 void ReportObstacle(std::string_view sentence);
 
 }  // namespace talvorn::platform

@@ -5,7 +5,8 @@
 
 namespace talvorn::platform {
 
-// One write of UTF-8. What the reader has no room for is dropped.
-void WriteIfRoom(std::string_view text);
+// One write of UTF-8, with what could command a terminal escaped where it is one. What
+// the reader has no room for is dropped; false when that is all of it.
+bool WriteIfRoom(std::string_view text);
 
 }  // namespace talvorn::platform

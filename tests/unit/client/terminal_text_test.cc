@@ -3,6 +3,7 @@
 #include <string>
 
 #include "command_line/terminal_text.h"
+#include "platform/terminal_escape.h"
 
 namespace talvorn {
 namespace {
@@ -25,7 +26,7 @@ TEST(EscapeForTerminal, NothingThatCommandsATerminalGetsThrough) {
                                    {u"\u65E5\U0001F600", "\u65E5\U0001F600"},
                                    {std::u16string_view(u"\0x", 2), "\\x00x"},
                                    {u"\xD800!", "\uFFFD!"}}) {
-    EXPECT_EQ(EscapeForTerminal(c.text), c.shown);
+    EXPECT_EQ(platform::EscapeForTerminal(c.text), c.shown);
   }
   EXPECT_EQ(EscapeForTerminal(std::string_view("\xff\x1b")), "\uFFFD\\x1b");
 }

@@ -8,6 +8,7 @@
 #include "platform/entry.h"
 #include "platform/posix/process_start.h"
 #include "platform/posix/runtime_directory.h"
+#include "platform/posix/standard_error.h"
 #include "platform/text_encoding.h"
 
 namespace talvorn::platform {
@@ -43,7 +44,7 @@ int Answer(std::string_view text) {
 }
 
 int GiveUp(std::string_view obstacle) {
-  (void)WriteError(std::string("talvorn-locator: ").append(obstacle).append("\n"));
+  (void)WriteIfRoom(std::string("talvorn-locator: ").append(obstacle).append("\n"));
   return 1;
 }
 
@@ -83,7 +84,7 @@ int main(int argc, char** argv) {
   try {
     return talvorn::platform::Run(argc, argv);
   } catch (const std::bad_alloc&) {
-    (void)talvorn::platform::WriteError("talvorn-locator: out of memory\n");
+    (void)talvorn::platform::WriteIfRoom("talvorn-locator: out of memory\n");
     return 1;
   }
 }

@@ -2,12 +2,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <string>
+#include <string_view>
 
 #include "platform/console.h"
+#include "platform/debug_output.h"
 #include "platform/entry.h"
 #include "platform/posix/obstacle.h"
 #include "platform/posix/process_start.h"
@@ -62,7 +67,7 @@ TEST(PrepareProcess, KeepsTheStandardDescriptorsTakenAndRaisesTheLimit) {
             0);
 }
 
-TEST(ReportObstacle, NeitherWaitsForAFullPipeNorMakesItNonBlockingForOthers) {
+TEST(ReportObstacle, NeitherWaitsForAFullPipeNorMakesItNonBlockingNorCountsAsSaid) {
   EXPECT_EQ(ResultInChild([] {
               int ends[2];
               if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) < 0) return 1;
@@ -73,7 +78,38 @@ TEST(ReportObstacle, NeitherWaitsForAFullPipeNorMakesItNonBlockingForOthers) {
               fcntl(ends[1], F_SETFL, 0);
               alarm(30);  // ends a write that waits
               ReportObstacle("nobody reads this.");
-              return (fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK) == 0 ? 0 : 2;
+              if ((fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK) != 0) return 2;
+              fcntl(ends[0], F_SETFL, O_NONBLOCK);
+              const auto waiting = [&] {
+                std::string text(1 << 20, '\0');
+                text.resize(static_cast<std::size_t>(
+                    std::max<ssize_t>(0, read(ends[0], text.data(), text.size()))));
+                return text;
+              };
+              if (waiting().find("nobody") != std::string::npos) return 3;
+              ReportObstacle("nobody reads this.");
+              if (!waiting().ends_with(": nobody reads this.\n")) return 4;
+              ReportObstacle("nobody reads this.");
+              return waiting().empty() ? 0 : 5;
+            }),
+            0);
+}
+
+TEST(DebugOutput, CommandsNoTerminal) {
+  EXPECT_EQ(ResultInChild([] {
+              const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+              if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) return 1;
+              const int side = open(ptsname(terminal), O_RDWR | O_NOCTTY);
+              if (side < 0 || dup2(side, STDERR_FILENO) < 0) return 2;
+              alarm(30);
+              DebugOutputA("from\ta device: \x1b[2J\xc2\x9b\u202e\n");
+              std::array<char, 100> shown{};
+              if (read(terminal, shown.data(), shown.size()) <= 0) return 3;
+              const std::string_view line = shown.data();
+              return line == "from    a device: \\x1b[2J\\x9b\\u202e\r\n" ||
+                             line == "from\ta device: \\x1b[2J\\x9b\\u202e\r\n"
+                         ? 0
+                         : 4;
             }),
             0);
 }
