@@ -1,6 +1,6 @@
 #include "client/client_presence.h"
 
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 
 namespace talvorn {
 

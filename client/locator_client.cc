@@ -5,7 +5,7 @@
 #include <random>
 #include <utility>
 
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/text_encoding.h"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "devices/device_record.h"
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 
 namespace talvorn {
 

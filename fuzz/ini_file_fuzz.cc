@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fuzz_target.h"
-#include "platform/posix/ini_text.h"
+#include "platform/posix/forms/ini_text.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace talvorn::platform;

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "fuzz_target.h"
-#include "platform/posix/registry_file.h"
+#include "platform/posix/forms/registry_file.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace talvorn::platform;

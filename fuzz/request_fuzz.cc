@@ -1,6 +1,6 @@
 // A client's request: what is accepted is within the limits and survives encoding.
+#include "exchange/messages/messages.h"
 #include "fuzz_target.h"
-#include "messages/messages.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace talvorn;

@@ -1,14 +1,14 @@
-#include "tool/changes.h"
+#include "client/tool/changes.h"
 
 #include <algorithm>
 #include <array>
 #include <string_view>
 #include <tuple>
 
+#include "client/tool/json_writer.h"
+#include "client/tool/views.h"
 #include "command_line/concat.h"
 #include "support/byte_io.h"
-#include "tool/json_writer.h"
-#include "tool/views.h"
 
 namespace talvorn {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "tool/tool_options.h"
+#include "client/tool/tool_options.h"
 
 namespace talvorn {
 

@@ -1,4 +1,4 @@
-#include "tool/json_writer.h"
+#include "client/tool/json_writer.h"
 
 #include <array>
 

@@ -4,15 +4,15 @@
 #include <string_view>
 
 #include "client/client_presence.h"
+#include "client/tool/commands.h"
+#include "client/tool/live_screen.h"
+#include "client/tool/row_history.h"
+#include "client/tool/session.h"
+#include "client/tool/table.h"
+#include "client/tool/views.h"
 #include "command_line/concat.h"
 #include "platform/clock.h"
 #include "platform/console.h"
-#include "tool/commands.h"
-#include "tool/live_screen.h"
-#include "tool/row_history.h"
-#include "tool/session.h"
-#include "tool/table.h"
-#include "tool/views.h"
 
 namespace talvorn {
 namespace {

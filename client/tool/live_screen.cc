@@ -1,4 +1,4 @@
-#include "tool/live_screen.h"
+#include "client/tool/live_screen.h"
 
 #include <algorithm>
 #include <string_view>

@@ -2,13 +2,13 @@
 #include "client/client_presence.h"
 #include "client/locator_client.h"
 #include "client/reinitialisation.h"
+#include "client/tool/commands.h"
+#include "client/tool/json_writer.h"
+#include "client/tool/session.h"
 #include "command_line/concat.h"
 #include "command_line/terminal_text.h"
 #include "platform/clock.h"
 #include "platform/console.h"
-#include "tool/commands.h"
-#include "tool/json_writer.h"
-#include "tool/session.h"
 
 namespace talvorn {
 namespace {

@@ -1,4 +1,4 @@
-#include "tool/row_history.h"
+#include "client/tool/row_history.h"
 
 namespace talvorn {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tool/views.h"
+#include "client/tool/views.h"
 
 namespace talvorn {
 

@@ -1,9 +1,9 @@
-#include "tool/session.h"
+#include "client/tool/session.h"
 
+#include "client/tool/commands.h"
 #include "command_line/concat.h"
 #include "platform/console.h"
 #include "platform/directories.h"
-#include "tool/commands.h"
 
 namespace talvorn {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "client/locator_client.h"
-#include "tool/tool_options.h"
+#include "client/tool/tool_options.h"
 
 namespace talvorn {
 

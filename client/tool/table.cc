@@ -1,4 +1,4 @@
-#include "tool/table.h"
+#include "client/tool/table.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,8 +1,8 @@
 // talvorn: the command-line client of the locator.
+#include "client/tool/commands.h"
+#include "client/tool/tool_options.h"
 #include "command_line/concat.h"
 #include "platform/console.h"
-#include "tool/commands.h"
-#include "tool/tool_options.h"
 
 namespace talvorn {
 

@@ -1,4 +1,4 @@
-#include "tool/tool_options.h"
+#include "client/tool/tool_options.h"
 
 #include <algorithm>
 #include <array>

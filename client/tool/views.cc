@@ -1,4 +1,4 @@
-#include "tool/views.h"
+#include "client/tool/views.h"
 
 #include <algorithm>
 #include <array>

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "client/replies.h"
+#include "client/tool/json_writer.h"
 #include "devices/device_record.h"
 #include "support/file_time.h"
-#include "tool/json_writer.h"
 
 namespace talvorn {
 

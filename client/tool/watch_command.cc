@@ -4,13 +4,13 @@
 
 #include "client/client_presence.h"
 #include "client/item_watch.h"
+#include "client/tool/changes.h"
+#include "client/tool/commands.h"
+#include "client/tool/session.h"
+#include "client/tool/views.h"
 #include "command_line/concat.h"
 #include "platform/clock.h"
 #include "platform/console.h"
-#include "tool/changes.h"
-#include "tool/commands.h"
-#include "tool/session.h"
-#include "tool/views.h"
 
 namespace talvorn {
 namespace {

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "app/service_loop.h"
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 #include "platform/entry.h"
 #include "platform/named_object.h"
 #include "platform/thread.h"

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "devices/device_record.h"
+#include "exchange/messages/messages.h"
 #include "exchange/object_security.h"
-#include "messages/messages.h"
 #include "platform/directories.h"
 #include "platform/event.h"
 #include "platform/mailslot.h"

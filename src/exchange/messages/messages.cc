@@ -1,4 +1,4 @@
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 
 #include "support/byte_io.h"
 

@@ -17,7 +17,7 @@
 
 #include "platform/fault_injection.h"
 #include "platform/posix/descriptor.h"
-#include "platform/posix/event_message.h"
+#include "platform/posix/forms/event_message.h"
 #include "platform/posix/unix_address.h"
 #include "platform/text_encoding.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 #include "platform/event.h"
 #include "platform/mailslot.h"
 #include "platform/thread.h"

@@ -1,4 +1,4 @@
-#include "tool/changes.h"
+#include "client/tool/changes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

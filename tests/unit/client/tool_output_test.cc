@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "tool/json_writer.h"
-#include "tool/live_screen.h"
+#include "client/tool/json_writer.h"
+#include "client/tool/live_screen.h"
 
 namespace talvorn {
 namespace {

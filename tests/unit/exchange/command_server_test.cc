@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 #include "platform/fault_injection.h"
 #include "platform/mailslot.h"
 #include "support/debug_trace.h"

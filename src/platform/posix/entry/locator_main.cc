@@ -6,8 +6,8 @@
 
 #include "platform/console.h"
 #include "platform/entry.h"
+#include "platform/posix/forms/runtime_directory.h"
 #include "platform/posix/process_start.h"
-#include "platform/posix/runtime_directory.h"
 #include "platform/posix/standard_error.h"
 #include "platform/text_encoding.h"
 

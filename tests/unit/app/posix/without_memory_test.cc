@@ -30,7 +30,7 @@
 #include "discovery/multicast_receiver.h"
 #include "discovery/multicast_request.h"
 #include "exchange/command_server.h"
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 #include "platform/fault_injection.h"
 #include "platform/mailslot.h"
 #include "platform/named_object.h"

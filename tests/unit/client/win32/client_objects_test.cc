@@ -3,7 +3,7 @@
 
 #include "client/client_presence.h"
 #include "client/item_watch.h"
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 #include "platform/mailslot.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/wide_text.h"

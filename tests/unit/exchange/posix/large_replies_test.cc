@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "exchange/command_server.h"
-#include "messages/messages.h"
+#include "exchange/messages/messages.h"
 #include "platform/event.h"
 #include "platform/mailslot.h"
 #include "support/byte_io.h"

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "exchange/messages/messages.h"
 #include "exchange/object_security.h"
-#include "messages/messages.h"
 #include "platform/mailslot.h"
 #include "testing/win32/access_list.h"
 

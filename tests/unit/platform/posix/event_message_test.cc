@@ -1,4 +1,4 @@
-#include "platform/posix/event_message.h"
+#include "platform/posix/forms/event_message.h"
 
 #include <gtest/gtest.h>
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/posix/descriptor.h"
-#include "platform/posix/registry_file.h"
+#include "platform/posix/forms/registry_file.h"
 #include "platform/text_encoding.h"
 #include "testing/scratch_machine.h"
 

@@ -1,4 +1,4 @@
-#include "platform/posix/runtime_directory.h"
+#include "platform/posix/forms/runtime_directory.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

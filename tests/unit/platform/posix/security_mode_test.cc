@@ -1,4 +1,4 @@
-#include "platform/posix/security_mode.h"
+#include "platform/posix/forms/security_mode.h"
 
 #include <gtest/gtest.h>
 

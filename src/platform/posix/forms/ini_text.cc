@@ -1,4 +1,4 @@
-#include "platform/posix/ini_text.h"
+#include "platform/posix/forms/ini_text.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,11 +1,11 @@
-#include "platform/posix/unread_files.h"
+#include "platform/posix/forms/unread_files.h"
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
 
-#include "platform/posix/memory_file.h"
+#include "platform/posix/forms/memory_file.h"
 
 namespace talvorn::platform {
 namespace {

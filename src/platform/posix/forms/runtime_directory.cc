@@ -1,4 +1,4 @@
-#include "platform/posix/runtime_directory.h"
+#include "platform/posix/forms/runtime_directory.h"
 
 #include <errno.h>
 #include <fcntl.h>

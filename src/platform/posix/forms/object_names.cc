@@ -1,4 +1,4 @@
-#include "platform/posix/object_names.h"
+#include "platform/posix/forms/object_names.h"
 
 #include <dirent.h>
 #include <pthread.h>
@@ -16,7 +16,7 @@
 
 #include "platform/clock.h"
 #include "platform/posix/descriptor.h"
-#include "platform/posix/runtime_directory.h"
+#include "platform/posix/forms/runtime_directory.h"
 
 namespace talvorn::platform {
 namespace {

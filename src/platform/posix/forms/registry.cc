@@ -17,8 +17,8 @@
 
 #include "platform/fault_injection.h"
 #include "platform/posix/descriptor.h"
-#include "platform/posix/registry_file.h"
-#include "platform/posix/regular_file.h"
+#include "platform/posix/forms/registry_file.h"
+#include "platform/posix/forms/regular_file.h"
 #include "platform/posix/wide_text.h"
 #include "platform/text_encoding.h"
 #include "platform/thread.h"

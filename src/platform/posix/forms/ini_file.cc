@@ -3,8 +3,8 @@
 #include <new>
 #include <string>
 
-#include "platform/posix/ini_text.h"
-#include "platform/posix/regular_file.h"
+#include "platform/posix/forms/ini_text.h"
+#include "platform/posix/forms/regular_file.h"
 #include "platform/text_encoding.h"
 
 namespace talvorn::platform {

@@ -1,4 +1,4 @@
-#include "platform/posix/regular_file.h"
+#include "platform/posix/forms/regular_file.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "platform/posix/object_file.h"
+#include "platform/posix/forms/object_file.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -11,8 +11,8 @@
 #include <cstddef>
 
 #include "platform/clock.h"
-#include "platform/posix/object_names.h"
-#include "platform/posix/runtime_directory.h"
+#include "platform/posix/forms/object_names.h"
+#include "platform/posix/forms/runtime_directory.h"
 #include "platform/posix/wide_text.h"
 #include "platform/text_encoding.h"
 #include "platform/thread.h"

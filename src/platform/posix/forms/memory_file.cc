@@ -1,4 +1,4 @@
-#include "platform/posix/memory_file.h"
+#include "platform/posix/forms/memory_file.h"
 
 #include <errno.h>
 #include <fcntl.h>

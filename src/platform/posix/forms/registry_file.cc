@@ -1,4 +1,4 @@
-#include "platform/posix/registry_file.h"
+#include "platform/posix/forms/registry_file.h"
 
 #include <span>
 #include <utility>

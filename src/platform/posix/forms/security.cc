@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/fault_injection.h"
-#include "platform/posix/security_mode.h"
+#include "platform/posix/forms/security_mode.h"
 
 namespace talvorn::platform {
 

@@ -1,4 +1,4 @@
-#include "platform/posix/message_queue.h"
+#include "platform/posix/forms/message_queue.h"
 
 #include <errno.h>
 #include <pthread.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/posix/memory_file.h"
+#include "platform/posix/forms/memory_file.h"
 #include "platform/posix/obstacle.h"
 #include "platform/thread.h"
 

@@ -1,0 +1,38 @@
+#include "platform/posix/io.h"
+
+#include <unistd.h>
+
+namespace talvorn::platform {
+namespace {
+
+struct flock OneByte(short type, off_t byte) {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = byte;
+  lock.l_len = 1;
+  return lock;
+}
+
+}  // namespace
+
+bool WriteAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = Retried([&] { return write(fd, bytes.data(), bytes.size()); });
+    if (written <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+bool LockByte(int fd, short type, off_t byte) {
+  struct flock lock = OneByte(type, byte);
+  return fcntl(fd, F_OFD_SETLK, &lock) == 0;
+}
+
+bool ByteIsLocked(int fd, off_t byte) {
+  struct flock lock = OneByte(F_WRLCK, byte);
+  return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+}  // namespace talvorn::platform
