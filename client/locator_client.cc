@@ -7,7 +7,7 @@
 
 #include "exchange/messages/messages.h"
 #include "platform/clock.h"
-#include "platform/console.h"
+#include "platform/process.h"
 #include "platform/text_encoding.h"
 #include "support/text_format.h"
 

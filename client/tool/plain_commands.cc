@@ -9,6 +9,7 @@
 #include "command_line/terminal_text.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/process.h"
 
 namespace talvorn {
 namespace {

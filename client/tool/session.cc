@@ -3,7 +3,7 @@
 #include "client/tool/commands.h"
 #include "command_line/concat.h"
 #include "platform/console.h"
-#include "platform/directories.h"
+#include "platform/process.h"
 
 namespace talvorn {
 

@@ -3,6 +3,8 @@
 #include "client/tool/tool_options.h"
 #include "command_line/concat.h"
 #include "platform/console.h"
+#include "platform/process.h"
+#include "version.h"
 
 namespace talvorn {
 
@@ -17,7 +19,7 @@ int ToolMain(const std::vector<std::string>& arguments) {
     case ToolCommand::kHelp:
       return Print(options.help);
     case ToolCommand::kToolVersion:
-      return Print("talvorn " TALVORN_VERSION "\n");
+      return Print(Concat({"talvorn ", kVersion, "\n"}));
     case ToolCommand::kDevices:
     case ToolCommand::kItems:
       return RunListCommand(options);

@@ -11,6 +11,7 @@
 #include "command_line/concat.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/process.h"
 
 namespace talvorn {
 namespace {

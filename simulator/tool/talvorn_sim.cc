@@ -7,11 +7,13 @@
 #include "command_line/terminal_text.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/process.h"
 #include "platform/socket.h"
 #include "simulator/hex_lines.h"
 #include "simulator/options.h"
 #include "simulator/simulator.h"
 #include "support/text_format.h"
+#include "version.h"
 
 namespace talvorn {
 namespace {
@@ -92,7 +94,7 @@ int ToolMain(const std::vector<std::string>& arguments) {
     return kWrongUsage;
   }
   if (options.help) return Print(SimulatorHelp());
-  if (options.version) return Print("talvorn-sim " TALVORN_VERSION "\n");
+  if (options.version) return Print(Concat({"talvorn-sim ", kVersion, "\n"}));
   if (!platform::StartSocketLibrary()) return Fail("the system has no network to offer");
   const int status = Simulate(options);
   platform::StopSocketLibrary();

@@ -5,10 +5,10 @@
 
 #include "app/service_loop.h"
 #include "exchange/messages/messages.h"
-#include "platform/entry.h"
+#include "platform/ascii_case.h"
 #include "platform/named_object.h"
+#include "platform/process.h"
 #include "platform/thread.h"
-#include "support/ascii_case.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/event_source.h"
@@ -32,7 +32,7 @@ class Process {
     DebugTrace().SetPrefix(kTracePrefix);
     serviceInstanceMutex_ = platform::NamedMutex::Create(kServiceMutex);
 
-    const bool dynamic = EqualsIgnoringCase(commandLine, kDynamicMode);
+    const bool dynamic = platform::EqualsIgnoringCase(commandLine, kDynamicMode);
     if (dynamic) {
       Trace(u"DYNAMIC\n");
       timeToLive_.period = settings.timeMulticastRequestAllowed;

@@ -14,14 +14,15 @@
 #include "devices/device_record.h"
 #include "exchange/messages/messages.h"
 #include "exchange/object_security.h"
-#include "platform/directories.h"
+#include "platform/ascii_case.h"
 #include "platform/event.h"
 #include "platform/mailslot.h"
-#include "support/ascii_case.h"
+#include "platform/process.h"
 #include "support/byte_io.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/settings.h"
+#include "version.h"
 
 namespace talvorn {
 namespace {
@@ -166,17 +167,17 @@ class CommandServer {
   }
 
   std::optional<Reply> Dispatch(std::string_view command) {
-    if (EqualsIgnoringCase(command, kGetVersion))
+    if (platform::EqualsIgnoringCase(command, kGetVersion))
       return MakeTextReply(ReplyType::kVersion, kVersionText);
-    if (EqualsIgnoringCase(command, kGetInfo)) return DeviceReply();
-    if (EqualsIgnoringCase(command, kGetItems)) return ItemReply();
-    if (StartsIgnoringCase(command, kSetLogPath)) {
+    if (platform::EqualsIgnoringCase(command, kGetInfo)) return DeviceReply();
+    if (platform::EqualsIgnoringCase(command, kGetItems)) return ItemReply();
+    if (platform::StartsIgnoringCase(command, kSetLogPath)) {
       SetLogPath(command);
-    } else if (StartsIgnoringCase(command, kGetLogPath)) {
+    } else if (platform::StartsIgnoringCase(command, kGetLogPath)) {
       return LogPathReply();
-    } else if (StartsIgnoringCase(command, kStartLog)) {
+    } else if (platform::StartsIgnoringCase(command, kStartLog)) {
       StartLog();
-    } else if (StartsIgnoringCase(command, kStopLog)) {
+    } else if (platform::StartsIgnoringCase(command, kStopLog)) {
       StopLog();
     } else {
       return UnknownCommandReply(command);

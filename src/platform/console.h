@@ -1,21 +1,11 @@
-// Process entry and standard streams of the command-line tools.
+// Standard streams of the command-line tools.
 #pragma once
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
-#include <vector>
 
-#include "platform/waitable.h"
-
-namespace talvorn {
-
-// Defined by each tool. `arguments` are UTF-8, without the program's name.
-// Returns the exit code.
-int ToolMain(const std::vector<std::string>& arguments);
-
-namespace platform {
+namespace talvorn::platform {
 
 // UTF-8 text to standard output or standard error. False when it could not be
 // written (closed pipe, full disk).
@@ -34,12 +24,4 @@ struct TerminalSize {
 // Of the terminal that standard output is; none when it is none or does not tell.
 [[nodiscard]] std::optional<TerminalSize> OutputTerminalSize();
 
-// Signalled, and never reset, once the user has asked the tool to end (Ctrl-C,
-// SIGTERM). The tool then leaves by itself; one that never calls this is ended by
-// the system. The first call comes before the tool starts a thread.
-[[nodiscard]] const Waitable& InterruptRequest();
-
-[[nodiscard]] std::uint32_t CurrentProcessId();
-
-}  // namespace platform
-}  // namespace talvorn
+}  // namespace talvorn::platform

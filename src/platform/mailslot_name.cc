@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "platform/ascii_case.h"
 #include "platform/mailslot.h"
 #include "platform/text_encoding.h"
 
@@ -11,10 +12,6 @@ namespace {
 
 // That of a file's name on Linux.
 constexpr std::size_t kLongestName = 255;
-
-char16_t Small(char16_t unit) {
-  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
-}
 
 // Parts between backslashes, none of which leads nowhere or elsewhere.
 bool IsPath(std::u16string_view text) {
@@ -30,9 +27,8 @@ bool IsPath(std::u16string_view text) {
 }  // namespace
 
 bool IsMailslotName(std::u16string_view name) {
-  const std::u16string_view prefix = name.substr(0, kMailslotPrefix.size());
-  const std::u16string_view plain = name.substr(prefix.size());
-  if (!std::ranges::equal(prefix, kMailslotPrefix, {}, Small, Small)) return false;
+  if (!StartsIgnoringCase(name, kMailslotPrefix)) return false;
+  const std::u16string_view plain = name.substr(kMailslotPrefix.size());
   const bool anyUnfit = std::ranges::any_of(
       plain, [](char16_t unit) { return unit < u' ' || unit == 0x7F || unit == u'/'; });
   // A file can have the name; a text that is no UTF-16 would share it with others.

@@ -25,8 +25,6 @@ inline constexpr std::u16string_view kMailslotPrefix = platform::kMailslotPrefix
 inline constexpr std::u16string_view kServerMailslot = platform::kLocatorMailslot;
 inline constexpr std::u16string_view kDefaultReplyMailslot = u"\\\\.\\mailslot\\talvorn_in";
 
-inline constexpr std::string_view kVersionText = "1.0.0.0";
-
 inline constexpr std::string_view kGetVersion = "GETVERSION";
 inline constexpr std::string_view kGetInfo = "GETINFO";
 inline constexpr std::string_view kGetItems = "GETITEMS";

@@ -1,6 +1,9 @@
 #include "platform/posix/io.h"
 
+#include <poll.h>
 #include <unistd.h>
+
+#include "platform/posix/wait.h"
 
 namespace talvorn::platform {
 namespace {
@@ -19,8 +22,13 @@ struct flock OneByte(short type, off_t byte) {
 bool WriteAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = Retried([&] { return write(fd, bytes.data(), bytes.size()); });
-    if (written <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
+    if (written > 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(written));
+    } else if (written == 0 || errno != EAGAIN ||
+               // Whoever handed us a stream made it non-blocking.
+               WaitForDescriptor(fd, POLLOUT, std::nullopt) == WaitStatus::kFailed) {
+      return false;
+    }
   }
   return true;
 }

@@ -1,15 +1,17 @@
 #include "platform/uuid.h"
 
-#include <uuid/uuid.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "platform/posix/descriptor.h"
 
 namespace talvorn::platform {
 
+// The kernel makes a new one for every reader.
 std::string NewUuidText() {
-  uuid_t uuid;
-  uuid_generate_random(uuid);
-  std::string text(UUID_STR_LEN, '\0');
-  uuid_unparse_lower(uuid, text.data());
-  text.pop_back();
+  const Descriptor source(open("/proc/sys/kernel/random/uuid", O_RDONLY | O_CLOEXEC));
+  std::string text(36, '\0');
+  if (read(source.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) return {};
   return text;
 }
 

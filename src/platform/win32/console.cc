@@ -124,6 +124,4 @@ std::optional<TerminalSize> OutputTerminalSize() {
   return TerminalSize{static_cast<std::uint32_t>(columns), static_cast<std::uint32_t>(rows)};
 }
 
-std::uint32_t CurrentProcessId() { return GetCurrentProcessId(); }
-
 }  // namespace talvorn::platform

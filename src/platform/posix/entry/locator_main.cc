@@ -5,16 +5,15 @@
 #include <string_view>
 
 #include "platform/console.h"
-#include "platform/entry.h"
 #include "platform/posix/forms/runtime_directory.h"
 #include "platform/posix/process_start.h"
 #include "platform/posix/standard_error.h"
+#include "platform/process.h"
 #include "platform/text_encoding.h"
+#include "version.h"
 
 namespace talvorn::platform {
 namespace {
-
-constexpr std::string_view kVersion = "talvorn-locator 1.0.0.0\n";
 
 constexpr std::string_view kHelp =
     R"(Usage: talvorn-locator [/dynamic]
@@ -63,7 +62,9 @@ std::string JoinArguments(int count, char** arguments) {
 int Run(int count, char** arguments) {
   for (int i = 1; i < count; ++i) {
     if (std::string_view(arguments[i]) == "--help") return Answer(kHelp);
-    if (std::string_view(arguments[i]) == "--version") return Answer(kVersion);
+    if (std::string_view(arguments[i]) == "--version") {
+      return Answer(std::string("talvorn-locator ").append(kVersionText).append("\n"));
+    }
   }
   if (!PrepareProcess()) {
     return GiveUp("/dev/null cannot be opened; start it with standard streams, or mend /dev");

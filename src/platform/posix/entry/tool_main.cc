@@ -5,6 +5,7 @@
 
 #include "platform/console.h"
 #include "platform/posix/process_start.h"
+#include "platform/process.h"
 
 int main(int argc, char** argv) {
   if (!talvorn::platform::PrepareProcess()) return 1;  // nowhere to say why

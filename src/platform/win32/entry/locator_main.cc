@@ -3,7 +3,7 @@
 #include <exception>
 #include <new>
 
-#include "platform/entry.h"
+#include "platform/process.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/windows_api.h"
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/console.h"
+#include "platform/process.h"
 #include "platform/text_encoding.h"
 #include "platform/win32/wide_text.h"
 

@@ -13,9 +13,9 @@
 
 #include "platform/console.h"
 #include "platform/debug_output.h"
-#include "platform/entry.h"
 #include "platform/posix/obstacle.h"
 #include "platform/posix/process_start.h"
+#include "platform/process.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
 #include "testing/child_process.h"

@@ -1,5 +1,8 @@
-#include "platform/console.h"
-#include "platform/entry.h"
+#include "platform/process.h"
+
+#include <algorithm>
+#include <array>
+
 #include "platform/event.h"
 #include "platform/win32/windows_api.h"
 
@@ -39,5 +42,19 @@ const Waitable& InterruptRequest() {
   (void)watching;  // without it that stays so
   return Interrupt();
 }
+
+std::uint32_t CurrentProcessId() { return GetCurrentProcessId(); }
+
+std::optional<std::string> TemporaryDirectory(std::size_t capacity) {
+  std::array<char, MAX_PATH + 2> path{};
+  const DWORD size = GetTempPathA(static_cast<DWORD>(path.size()), path.data());
+  // More than there is room for is the room that it would take.
+  if (size == 0 || size >= std::min(capacity, path.size())) return std::nullopt;
+  return std::string(path.data(), size);
+}
+
+char PathSeparatorFor(std::string_view /*path*/) { return '\\'; }
+
+std::string_view MeetingPlaceVariable() { return {}; }
 
 }  // namespace talvorn::platform

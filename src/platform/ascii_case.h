@@ -5,7 +5,7 @@
 #include <string_view>
 #include <type_traits>
 
-namespace talvorn {
+namespace talvorn::platform {
 
 template <class Char>
 [[nodiscard]] constexpr Char ToAsciiLower(Char c) {
@@ -24,4 +24,4 @@ template <class Char>
   return EqualsIgnoringCase(text.substr(0, prefix.size()), prefix);
 }
 
-}  // namespace talvorn
+}  // namespace talvorn::platform

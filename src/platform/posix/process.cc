@@ -1,15 +1,36 @@
+#include "platform/process.h"
+
+#include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
-#include "platform/console.h"
-#include "platform/entry.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/process_start.h"
 #include "platform/posix/wait.h"
 
 namespace talvorn::platform {
 namespace {
+
+bool TakeStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) >= 0 || errno != EBADF) continue;
+    // Opened for the wrong direction. The lowest free number is this one.
+    if (open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) != fd) return false;
+  }
+  return true;
+}
+
+void RaiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  (void)setrlimit(RLIMIT_NOFILE, &limit);  // the lower limit serves a smaller machine
+}
 
 // The signals that ask for the end, as a descriptor. What has arrived is never
 // taken from it, so that it stays readable; later ones change nothing.
@@ -49,6 +70,12 @@ SignalRequest& Request() {
 
 }  // namespace
 
+bool PrepareProcess() {
+  RaiseDescriptorLimit();
+  signal(SIGPIPE, SIG_IGN);
+  return TakeStandardDescriptors();
+}
+
 bool WatchTerminationSignals() { return Request().Watch(); }
 
 const Waitable& TerminationRequest() { return Request(); }
@@ -65,5 +92,19 @@ const Waitable& InterruptRequest() {
   (void)WatchTerminationSignals();
   return Request();
 }
+
+std::uint32_t CurrentProcessId() { return static_cast<std::uint32_t>(getpid()); }
+
+std::optional<std::string> TemporaryDirectory(std::size_t capacity) {
+  const char* const configured = getenv("TMPDIR");
+  std::string directory = configured != nullptr && configured[0] == '/' ? configured : "/tmp";
+  if (directory.back() != '/') directory.push_back('/');
+  if (directory.size() >= capacity) return std::nullopt;
+  return directory;
+}
+
+char PathSeparatorFor(std::string_view path) { return path.starts_with('/') ? '/' : '\\'; }
+
+std::string_view MeetingPlaceVariable() { return "TALVORN_RUNTIME_DIR"; }
 
 }  // namespace talvorn::platform
