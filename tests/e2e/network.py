@@ -153,11 +153,15 @@ def isolate():
 
 
 class _Outside:
-    """The machine itself, as the program found it."""
+    """The machine itself, as the program found it. Not everybody may go there."""
 
     def __enter__(self):
         self._before = os.open(_THREAD_NAMESPACE, os.O_RDONLY)
-        _check(_libc.setns(self.descriptor, _CLONE_NEWNET))
+        try:
+            _check(_libc.setns(self.descriptor, _CLONE_NEWNET))
+        except OSError:
+            os.close(self._before)
+            raise
 
     def __exit__(self, *_):
         _check(_libc.setns(self._before, _CLONE_NEWNET))
