@@ -124,6 +124,7 @@ class Process:
     not start is started again."""
 
     STARTS = 3
+    _lost = 0
 
     def __init__(self, host, program, *arguments, directory, environment=(), stdout=None,
                  stderr=None, user=None):
@@ -187,10 +188,20 @@ class Process:
             raise AssertionError(f"{self.name} did not end within {limit:.0f} s") from None
         if self._was_refused():
             return self.wait(limit)
+        if status == -signal.SIGKILL and self._refusal:
+            self._lose_status()
         report = _SANITIZER_REPORT.search(self.err)
         if report:
             raise AssertionError(f"{self.name}: sanitizer report\n" + self.err[report.start():])
         return status
+
+    def _lose_status(self):
+        """Wine kills a process that takes longer than a second to end, as on a busy machine;
+        nobody can tell its status then. Twice in a run is no accident."""
+        Process._lost += 1
+        if Process._lost > 1:
+            raise AssertionError(f"{self.name} has to be killed to end")
+        raise unittest.SkipTest(f"{self.name} took so long to end that its status is lost")
 
     def kill(self):
         self._refusal = ""
