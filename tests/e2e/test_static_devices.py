@@ -294,8 +294,9 @@ class Simulator(TestCase):
     def test_misbehaves_on_demand(self):
         switch = self.network.switch()
         here = self.host_on(switch, "net0", "10.20.255.1/16")
+        # All but "drip", which a cycle listens to for a minute.
         faults = ["none", "silent", "pieces", "two-frames", "long-chain", "endless-chain",
-                  "early-close", "other-type", "drip"]
+                  "early-close", "other-type"]
         simulators = {}
         for number, (fault, address) in enumerate(zip(faults, addresses(len(faults)))):
             there = self.host_on(switch, "dev0", address + "/16", name=fault)
