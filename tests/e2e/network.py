@@ -230,6 +230,12 @@ class Host:
             return subprocess.run(["ip", *arguments], check=True, capture_output=True,
                                   text=True).stdout
 
+    def ip_batch(self, commands):
+        """Runs many `ip` commands in the namespace, given without `ip`."""
+        with self:
+            subprocess.run(["ip", "-batch", "-"], check=True, capture_output=True, text=True,
+                           input="\n".join(commands))
+
     def connect(self, switch, interface, *addresses):
         """A new interface of this host, plugged into the switch and up. Addresses are
         "192.0.2.1/24" or "2001:db8::1/64"; none is made up by the system."""
