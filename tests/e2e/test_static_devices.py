@@ -6,9 +6,10 @@ import time
 
 import static_network
 import wire
-from harness import LIMIT, TestCase, only_on, stays_true, wait_until
+from harness import LIMIT, TestCase, full_set, only_on, stays_true, wait_until
 from static_network import (CLOSE, DeviceFile, NameFiles, RoutedNetwork, ScriptedDevices,
-                            addresses, logged_queries, query_threads, reply, steady_counts)
+                            TruncatingNameServer, addresses, logged_queries, query_threads, reply,
+                            steady_counts)
 
 
 def static_settings(file, **others):
@@ -71,6 +72,21 @@ class Lists(TestCase):
         asked = [one.began for one in silent.exchanges]
         self.assertGreaterEqual(len(asked), 4)
         self.assertGreater(min(later - earlier for earlier, later in zip(asked, asked[1:])), 3)
+
+    @full_set
+    @only_on("linux", "Wine asks the system's resolver too, in a process of its own")
+    def test_a_name_server_that_says_nothing_delays_a_cycle_only(self):
+        here, devices = self.local_devices({"10.20.0.1": [reply(wire.record(1)), CLOSE]})
+        server = TruncatingNameServer(here, "10.20.0.53")
+        self.addCleanup(server.close)
+        names = NameFiles(self.directory, server="10.20.0.53")
+        self.addCleanup(names.close)
+        file = DeviceFile(self.directory, {"no.answer.example": None, "10.20.0.1": "10.20.0.1"})
+        locator = self.start_locator(here, settings=static_settings(file))
+        wait_until(lambda: server.taken, "a question over TCP")
+        wait_until(lambda: len(devices.of("10.20.0.1")) >= 2, "another cycle")
+        wait_until(lambda: len(server.taken) >= 2, "the question of that cycle")
+        locator.stop()
 
     def test_what_is_refused_costs_no_time(self):
         net = RoutedNetwork(self.network)
