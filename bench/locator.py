@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""Prints what a locator costs: idle, in a storm of answers, and with 500 static devices
-of which a third are black-holed: locator.py DIRECTORY-OF-BINARIES"""
+"""Prints what a locator costs: idle, with many addresses on loopback, in a storm of
+answers, in a flood of requests, and with 500 static devices of which a third are
+black-holed: locator.py DIRECTORY-OF-BINARIES"""
 
 import os
 import sys
 import tempfile
+import threading
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "e2e"))
@@ -14,31 +16,99 @@ import network
 import scale
 import static_network
 import test_scale
+import wire
 from harness import Process, native, wait_until
 from linux_target import Locator
 
 IDLE_INTERFACES = 8
 IDLE_SECONDS = 20
+LOOPBACK_ADDRESSES = 200
+MANY_ADDRESSES = 1000
+FLOOD_RATE = 10000  # requests a second
+FLOOD_SECONDS = 10
 LISTED = 500
 BLACK_HOLED = LISTED // 3
 HEALTHY = LISTED - BLACK_HOLED
 CYCLES = 3
 GAP_MS = 5000
+USUAL = {"DebugView": 0, "Time Request": 5000, "Time Master": 60000,
+         "Time Response Valid": 10000, "Time Network Changes": 1000}
 
 
 def idle(directory):
     net = network.Network()
     here = net.host("here")
     scale.connect_many(here, net, IDLE_INTERFACES)
-    locator = Locator(here, directory=directory, settings={
-        "DebugView": 0, "Time Request": 5000, "Time Master": 60000, "Time Response Valid": 10000,
-        "Time Network Changes": 1000})
+    locator = Locator(here, directory=directory, settings=USUAL)
     wait_until(lambda: len(locator.event_log.texts("CAST REQUEST")) >= 6 * IDLE_INTERFACES)
     wake_ups, load = scale.idle_cost(locator, IDLE_SECONDS)
     print(f"idle, {IDLE_INTERFACES} dual-stack interfaces, "
           f"{len(locator.task_values('stat'))} threads: {wake_ups:.1f} wake-ups a second, {100 * load:.3f} % of a core", flush=True)
     locator.stop()
     net.close()
+
+
+def loopback(directory):
+    """Each address hears the requests of every other one."""
+    net = network.Network()
+    here = net.host("here")
+    here.ip_batch(f"address add 10.9.{number // 250}.{number % 250 + 1}/32 dev lo"
+                  for number in range(LOOPBACK_ADDRESSES))
+    locator = Locator(here, directory=directory, settings=USUAL)
+    locator.wait_ready()
+    time.sleep(10)
+    _, load = scale.idle_cost(locator, IDLE_SECONDS)
+    print(f"idle, {LOOPBACK_ADDRESSES} addresses on loopback: {100 * load:.1f} % of a core",
+          flush=True)
+    locator.stop()
+    net.close()
+
+
+def flood(directory):
+    """A polite client's answers while a neighbour sends requests."""
+    for addresses in (1, MANY_ADDRESSES):
+        net = network.Network()
+        switch = net.switch()
+        here, there = net.host("here"), net.host("there")
+        here.connect(switch, "net0", "192.168.10.1/24")
+        there.connect(switch, "dev0", "192.168.10.20/24")
+        here.ip_batch(f"address add 10.9.{number // 250}.{number % 250 + 1}/32 dev lo"
+                      for number in range(addresses - 1))
+        # Those on loopback ask once, and are then as silent as they can be.
+        locator = Locator(here, directory=directory,
+                          settings={**USUAL, "Time Request": 600000})
+        locator.wait_ready().wait_listening("192.168.10.1")
+        time.sleep(10)
+        station = harness.Station(there, "dev0", "192.168.10.20")
+        request, stop = wire.request("192.168.10.20/24"), threading.Event()
+        sent = 0
+
+        def send():
+            nonlocal sent
+            began = time.monotonic()
+            while not stop.is_set():
+                while sent < (time.monotonic() - began) * FLOOD_RATE:
+                    station.send_request(request)
+                    sent += 1
+                time.sleep(0.001)
+        idle_load = cpu_seconds(locator)
+        time.sleep(FLOOD_SECONDS)
+        idle_load = cpu_seconds(locator) - idle_load
+        sender = threading.Thread(target=send)
+        used = cpu_seconds(locator)
+        sender.start()
+        with locator.client() as client:
+            times = sorted(scale.answer_times(client, 200))
+        time.sleep(FLOOD_SECONDS)
+        stop.set()
+        sender.join()
+        used = cpu_seconds(locator) - used - idle_load
+        print(f"{FLOOD_RATE} requests a second, {addresses} addresses: "
+              f"{1e6 * used / sent:.1f} us of CPU each; a client's answers {1000 * times[100]:.2f} "
+              f"ms (median of 200), {1000 * times[-1]:.1f} ms at most", flush=True)
+        station.close()
+        locator.stop()
+        net.close()
 
 
 def storm(directory):
@@ -133,6 +203,8 @@ def main():
     network.let_sockets_queue(4096)
     directory = tempfile.mkdtemp(dir="/run")
     idle(directory)
+    loopback(directory)
+    flood(directory)
     storm(directory)
     return 0 if static_devices(directory) else 1
 

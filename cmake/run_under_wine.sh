@@ -6,7 +6,7 @@
 # removes the prefix with its copies.
 set -euo pipefail
 
-export WINEDEBUG=${WINEDEBUG:--all}
+export WINEDEBUG=${WINEDEBUG:--all,err+virtual}
 export WINEARCH=win64
 # No browser engine, no .NET, no entries in the menus of the desktop, no display.
 export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml,winemenubuilder.exe=}
@@ -21,13 +21,18 @@ first_of() {
   echo "run_under_wine.sh: no $1 (Debian: wine, wine64)" >&2
   exit 77
 }
-wine=$(first_of wine64 /usr/lib/wine/wine64 wine)
+loader=$(first_of wine64 /usr/lib/wine/wine64 wine)
+wine=("$loader")
+# Wine's loader stands at a fixed address, and the kernel puts its heap at random behind it.
+# In one start of some 2,000 that is where Wine needs a page of its own: the process ends
+# with 1 and not a word. Where the heap has a fixed place as well, it is out of the way.
+if setarch -R true 2>/dev/null; then wine=(setarch -R "$loader"); fi
 server=$(first_of wineserver /usr/lib/wine/wineserver64 /usr/lib/wine/wineserver)
 
 prepare() {
   rm -rf -- "$WINEPREFIX"
   mkdir -p -- "$WINEPREFIX"
-  "$wine" wineboot --init >/dev/null 2>&1 </dev/null
+  "${wine[@]}" wineboot --init >/dev/null 2>&1 </dev/null
   # The registry is on disk once the server has gone.
   "$server" -w
 }
@@ -73,7 +78,7 @@ case ${1:-} in
   --copy) copy "$2" ;;
   --in)
     export WINEPREFIX=$2
-    exec "$wine" "${@:3}"
+    exec "${wine[@]}" "${@:3}"
     ;;
   --drop) drop "$2" ;;
   --end) end ;;
@@ -84,12 +89,12 @@ case ${1:-} in
       export WINEPREFIX
       trap end EXIT
       prepare
-      "$wine" "$@"
+      "${wine[@]}" "$@"
     else
       own=$(mktemp -d "$WINEPREFIX.copy-XXXXXX")
       trap 'drop "$own"' EXIT
       copy "$own"
-      WINEPREFIX=$own "$wine" "$@"
+      WINEPREFIX=$own "${wine[@]}" "$@"
     fi
     ;;
 esac

@@ -13,6 +13,8 @@ constexpr std::size_t kCommandWidth = 81;
 constexpr std::size_t kTypeAt = 4;
 constexpr int kAttempts = 3;
 constexpr std::uint32_t kAttemptPauseMs = 10;
+// So long a device holds up the others' cycle, and the end of the process, at most.
+constexpr std::uint64_t kReceiveLimitMs = 60'000;
 
 // Bytes from the first item of `chain` to the end of its last one; none when an item
 // lies outside. The chain's own end may still do so.
@@ -49,6 +51,16 @@ FrameReceiver::Frame FrameReceiver::ReceiveFrame() {
   }
   carryOver_.clear();
   return {};
+}
+
+void FrameReceiver::ReceiveFrames(const std::function<void(Frame&)>& handle,
+                                  const std::function<std::uint64_t()>& nowMs) {
+  const std::uint64_t start = nowMs();
+  Frame frame;
+  do {
+    frame = ReceiveFrame();
+    handle(frame);
+  } while (frame.result == Result::kMore && nowMs() - start < kReceiveLimitMs);
 }
 
 std::optional<FrameReceiver::Frame> FrameReceiver::Attempt() {

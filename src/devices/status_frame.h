@@ -16,6 +16,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -70,6 +71,11 @@ class FrameReceiver {
       : stream_(stream), clock_(clock) {}
 
   [[nodiscard]] Frame ReceiveFrame();
+
+  // Frames for as long as there are more, each given to `handle`; a device that sends on
+  // and on is listened to for a minute. `nowMs` is a clock that nobody sets.
+  void ReceiveFrames(const std::function<void(Frame&)>& handle,
+                     const std::function<std::uint64_t()>& nowMs = platform::MonotonicMs);
 
  private:
   static constexpr std::size_t kBufferSize = 1'500;

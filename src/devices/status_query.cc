@@ -6,7 +6,6 @@
 
 #include "devices/item_record.h"
 #include "devices/status_frame.h"
-#include "platform/clock.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
 #include "platform/uuid.h"
@@ -22,9 +21,6 @@ constexpr std::uint32_t kReceiveTimeoutMs = 1'000;
 constexpr int kSendAttempts = 3;
 constexpr std::uint32_t kSendPauseMs = 10;
 constexpr std::uint32_t kRestMs = 100;
-// A device that sends on and on, or byte by byte, does not hold up the others' cycle
-// and the end of the process for longer than this.
-constexpr std::uint64_t kReceiveLimitMs = 60'000;
 constexpr std::uint32_t kResolveLimitMs = 20'000;
 constexpr std::size_t kSidCapacity = 64;
 
@@ -132,14 +128,9 @@ void ProcessReply(const StaticDevice& device, std::uint32_t address, FrameReceiv
 
 void ReceiveReplies(DeviceConnection& connection, const StaticDevice& device,
                     std::uint32_t address) {
-  FrameReceiver receiver(connection);
-  FrameReceiver::Frame frame;
-  const std::uint64_t start = platform::MonotonicMs();
-  do {
-    frame = receiver.ReceiveFrame();
+  FrameReceiver(connection).ReceiveFrames([&](FrameReceiver::Frame& frame) {
     if (frame.record) ProcessReply(device, address, frame);
-  } while (frame.result == FrameReceiver::Result::kMore &&
-           platform::MonotonicMs() - start < kReceiveLimitMs);
+  });
 }
 
 void Query(const StaticDevice& device) {

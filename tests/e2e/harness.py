@@ -112,7 +112,7 @@ class Program(NamedTuple):
     name: str
     command: list
     environment: dict = {}
-    refusal: str = ""  # in its output: the system could not start it, and may the next time
+    refusals: tuple = ()  # in its output: the system could not start it, and may the next time
 
 
 def native(name):
@@ -124,11 +124,12 @@ class Process:
     not start is started again."""
 
     STARTS = 3
+    _lost = 0
 
     def __init__(self, host, program, *arguments, directory, environment=(), stdout=None,
                  stderr=None, user=None):
         self.name = program.name
-        self._refusal = program.refusal  # none once it is to end
+        self._refusals = program.refusals  # none once it is to end
         self._starts = 0
         command = list(program.command)
         if user is not None:  # who may not enter the folder of the programs
@@ -153,9 +154,10 @@ class Process:
 
     def _was_refused(self):
         """Of one that has ended: whether it was not started, and is now started again."""
-        if not self._refusal or self._starts == self.STARTS or self._refusal not in self.out:
+        said = self.out + self.err
+        if self._starts == self.STARTS or not any(one in said for one in self._refusals):
             return False
-        print(f"{self.name} is started again:", self.out.strip())
+        print(f"{self.name} is started again:", said.strip())
         self._start()
         return True
 
@@ -181,25 +183,35 @@ class Process:
         try:
             status = self._popen.wait(limit)
         except subprocess.TimeoutExpired:
-            self._refusal = ""
+            self._refusals = ()
             self._popen.kill()
             self._popen.wait()
             raise AssertionError(f"{self.name} did not end within {limit:.0f} s") from None
         if self._was_refused():
             return self.wait(limit)
+        if status == -signal.SIGKILL and self._refusals:
+            self._lose_status()
         report = _SANITIZER_REPORT.search(self.err)
         if report:
             raise AssertionError(f"{self.name}: sanitizer report\n" + self.err[report.start():])
         return status
 
+    def _lose_status(self):
+        """Wine kills a process that takes longer than a second to end, as on a busy machine;
+        nobody can tell its status then. Twice in a run is no accident."""
+        Process._lost += 1
+        if Process._lost > 1:
+            raise AssertionError(f"{self.name} has to be killed to end")
+        raise unittest.SkipTest(f"{self.name} took so long to end that its status is lost")
+
     def kill(self):
-        self._refusal = ""
+        self._refusals = ()
         self._popen.kill()
         self.wait()
 
     def discard(self):
         """Ends it if it still runs, whatever it makes of that."""
-        self._refusal = ""
+        self._refusals = ()
         if not self.ended:
             self._popen.terminate()
         self.wait()

@@ -153,11 +153,15 @@ def isolate():
 
 
 class _Outside:
-    """The machine itself, as the program found it."""
+    """The machine itself, as the program found it. Not everybody may go there."""
 
     def __enter__(self):
         self._before = os.open(_THREAD_NAMESPACE, os.O_RDONLY)
-        _check(_libc.setns(self.descriptor, _CLONE_NEWNET))
+        try:
+            _check(_libc.setns(self.descriptor, _CLONE_NEWNET))
+        except OSError:
+            os.close(self._before)
+            raise
 
     def __exit__(self, *_):
         _check(_libc.setns(self._before, _CLONE_NEWNET))
@@ -225,6 +229,12 @@ class Host:
         with self:
             return subprocess.run(["ip", *arguments], check=True, capture_output=True,
                                   text=True).stdout
+
+    def ip_batch(self, commands):
+        """Runs many `ip` commands in the namespace, given without `ip`."""
+        with self:
+            subprocess.run(["ip", "-batch", "-"], check=True, capture_output=True, text=True,
+                           input="\n".join(commands))
 
     def connect(self, switch, interface, *addresses):
         """A new interface of this host, plugged into the switch and up. Addresses are

@@ -31,6 +31,16 @@ def idle_cost(locator, seconds):
     return (wake_ups() - woken) / passed, (busy_seconds() - busy) / passed
 
 
+def answer_times(client, repetitions):
+    """Seconds from asking for the version to having the reply."""
+    times = []
+    for _ in range(repetitions):
+        began = time.perf_counter()
+        assert client.is_served()
+        times.append(time.perf_counter() - began)
+    return times
+
+
 def reply_times(client, repetitions):
     """Seconds from asking for the devices to having the whole reply."""
     times = []

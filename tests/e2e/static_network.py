@@ -157,14 +157,48 @@ class ScriptedDevices:
             thread.join()
 
 
+class TruncatingNameServer:
+    """Refers whoever asks to TCP, takes the connection and says nothing. The resolver waits
+    for it without end."""
+
+    def __init__(self, host, address):
+        self.taken = []
+        with host:
+            self._datagrams = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+            self._listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+        self._datagrams.bind((address, 53))
+        self._listener.bind((address, 53))
+        self._listener.listen(64)
+        for work in (self._answer, self._take):
+            threading.Thread(target=work, daemon=True).start()
+
+    def _answer(self):
+        with contextlib.suppress(OSError):
+            while True:
+                query, client = self._datagrams.recvfrom(4096)
+                # An answer that is cut, to the one question.
+                self._datagrams.sendto(query[:2] + b"\x83\x80" + query[4:6] + bytes(6) + query[12:],
+                                       client)
+
+    def _take(self):
+        with contextlib.suppress(OSError):
+            while True:
+                self.taken.append(self._listener.accept()[0])
+
+    def close(self):
+        for one in (self._datagrams, self._listener, *self.taken):
+            one.close()
+
+
 class NameFiles:
     """The system's files for names, replaced for this program and what it starts."""
 
-    def __init__(self, directory):
+    def __init__(self, directory, server="10.30.0.53"):
+        """Unless said otherwise the name server never answers: who asks for a name waits."""
         self._directory = directory
         self._mounted = []
-        # A name server that never answers: who asks for a name waits.
-        self._put("resolv.conf", "nameserver 10.30.0.53\nsearch .\noptions timeout:2 attempts:1\n")
+        self._put("resolv.conf",
+                  f"nameserver {server}\nsearch .\noptions timeout:2 attempts:1\n")
         self._put("nsswitch.conf", "hosts: files dns\n")
         self._hosts = self._put("hosts", "127.0.0.1 localhost\n")
 

@@ -1,10 +1,12 @@
 """Networks that come and go while the locator runs."""
 
+import os
+import resource
 import signal
 import socket
 
 import wire
-from harness import (INTERFACES_KEY, Registry, TestCase, needs_ipv6, stays_true,
+from harness import (INTERFACES_KEY, Registry, TestCase, needs_ipv6, only_on, stays_true,
                      wait_until)
 
 CHANGED = "Network interfaces have been changed!\n"
@@ -135,6 +137,24 @@ class InterfaceWatch(TestCase):
             device.send(wire.record(66))
             return "66" in locator.devices()
         wait_until(heard, "a device")
+
+    @only_on("linux", "how many descriptors a process has is a limit of Linux")
+    def test_interfaces_that_come_when_descriptors_are_short_are_heard_later(self):
+        locator = self.start_listening(self.here)
+        switch = self.network.switch()
+        far = self.host_on(switch, "far0", "192.168.20.20/24")
+        soft, hard = resource.prlimit(locator.pid, resource.RLIMIT_NOFILE)
+        # From none for a look at the interfaces to some for a part of a request thread.
+        for number, spare in enumerate((0, 2, 6, 12)):
+            used = len(os.listdir(f"/proc/{locator.pid}/fd"))
+            resource.prlimit(locator.pid, resource.RLIMIT_NOFILE, (used + spare, hard))
+            self.here.connect(switch, f"net{number + 1}", f"192.168.20.{number + 1}/24")
+            self.assertTrue(stays_true(lambda: not locator.ended, 0.6))
+            resource.prlimit(locator.pid, resource.RLIMIT_NOFILE, (soft, hard))
+            locator.wait_listening(f"192.168.20.{number + 1}")
+        station = self.station(far, "far0", "192.168.20.20")
+        wait_until(lambda: (station.send(wire.record(5)), locator.devices())[1], "the device")
+        locator.stop()
 
     @needs_ipv6
     def test_ipv6_interfaces_come_and_go(self):

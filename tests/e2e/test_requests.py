@@ -159,7 +159,9 @@ class Silence(TestCase):
         far = self.host_on(self.switch, "net0", "192.168.10.2/24", "fe80::2/64", "fd00:10::2/64",
                            name="other")
         self.simulate(self.there, "--interface", "dev0", "--devices", "4")
-        first = self.start_listening(self.here)
+        # Seldom enough for the other one's start to fall between two requests: of two that
+        # cross, both are silent for a while.
+        first = self.start_listening(self.here, settings={"Time Request": 8000})
         wait_until(lambda: len(first.devices()) == 4, "the devices")
         second = self.start_locator(far)
         first.event_log.wait_for(self.HEARD + "192.168.10.1")

@@ -27,12 +27,12 @@ ACCOUNT = "given"  # Wine does not show which
 _WINE = os.path.join(harness.ROOT, "cmake", "run_under_wine.sh")
 # What Wine traces of a locator: reports with their sources, files that it opens, and
 # the debugger's output.
-_TRACED = "-all,+eventlog,+relay"
+_TRACED = "-all,err+virtual,+eventlog,+relay"
 _RELAYED = ("advapi32.RegisterEventSourceW;advapi32.ReportEventW;kernel32.CreateFileW;"
             "kernel32.OutputDebugStringA;kernel32.OutputDebugStringW")
-# What Wine's starter says when the loader could not load a program that is there, as
-# happens now and then; it exits with 1.
-_REFUSAL = "ShellExecuteEx failed: Internal error"
+# What Wine says when it could not load a program that is there, as happens now and then
+# where addresses are random; it exits with 1.
+_REFUSALS = ("ShellExecuteEx failed: Internal error", "failed to map the shared user data")
 _KINDS = {1: "error", 2: "warning", 4: "information"}
 # Sources that one thread has open at once: Wine gives all of them the same handle.
 _SOURCE_OF = {"Multicast request sent": "CAST REQUEST",
@@ -87,7 +87,7 @@ class Session:
     def program(self, name, traced=False):
         return Program(name, [_WINE, "--in", self._prefix,
                               os.path.join(Settings.binaries, name + ".exe")],
-                       {"WINEDEBUG": _TRACED} if traced else {}, _REFUSAL)
+                       {"WINEDEBUG": _TRACED} if traced else {}, _REFUSALS)
 
     def order(self, *words):
         """The probe's answer, of which "error NUMBER" is raised as OSError."""
@@ -101,7 +101,7 @@ class Session:
         return rest if kind == "ok" else answer
 
     def import_file(self, path):
-        editor = Program("regedit", [_WINE, "--in", self._prefix, "regedit"], {}, _REFUSAL)
+        editor = Program("regedit", [_WINE, "--in", self._prefix, "regedit"], {}, _REFUSALS)
         with tempfile.TemporaryDirectory() as directory:
             status = harness.Process(self.host, editor, "/S", windows_path(path),
                                      directory=directory).wait()
