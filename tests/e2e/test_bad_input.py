@@ -40,8 +40,10 @@ class BadInput(TestCase):
         for length in range(1601):
             # Few serials: every device must fit into one reply.
             noise = chance.randbytes(78) + b"%07d\0" % (length % 50) + chance.randbytes(1498)
-            for data in (full, short, bytes(1600), full[:16] + noise):
-                self.send(data[:length])
+            self.send((full, short, bytes(1600), full[:16] + noise)[length % 4][:length])
+            if length in (158, 159, 160, 366, 367, 368, 1499, 1500, 1501):
+                self.send(short[:length])
+                self.send(full[:length])
             if length % 5 == 0:
                 self.stations[length % len(self.stations)].send_request(full[:length])
         self.send(full + bytes(10000))
@@ -52,7 +54,7 @@ class BadInput(TestCase):
         chance = random.Random(SEED)
         seeds = [wire.record(3, alias="a" * 24, items=[wire.item(b"y" * 40) for _ in range(5)]),
                  wire.short_record(4, alias="b" * 24), wire.record(5), wire.request("1.2.3.4/5")]
-        for _ in range(6000):
+        for _ in range(1500):
             data = bytearray(chance.choice(seeds))
             for _ in range(chance.randrange(1, 8)):
                 at = chance.randrange(len(data))

@@ -33,6 +33,7 @@ _RELAYED = ("advapi32.RegisterEventSourceW;advapi32.ReportEventW;kernel32.Create
 # What Wine says when it could not load a program that is there, as happens now and then
 # where addresses are random; it exits with 1.
 _REFUSALS = ("ShellExecuteEx failed: Internal error", "failed to map the shared user data")
+_ALREADY_EXISTS = "error 183"
 _KINDS = {1: "error", 2: "warning", 4: "information"}
 # Sources that one thread has open at once: Wine gives all of them the same handle.
 _SOURCE_OF = {"Multicast request sent": "CAST REQUEST",
@@ -316,7 +317,16 @@ class Client(harness.Client):
         super().__init__(name)
         self._session = locator.session
         with network.larger_sockets():
-            self._id = self._session.order("mailslot", name)
+            self._id = harness.wait_until(self._made, f"the name {name} to be free")
+
+    def _made(self):
+        try:
+            return self._session.order("mailslot", self.name)
+        except OSError as error:
+            # The last one of this name stays for as long as somebody writes to it.
+            if not str(error).endswith(_ALREADY_EXISTS):
+                raise
+            return None
 
     def close(self):
         with contextlib.suppress(OSError):
