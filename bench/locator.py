@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Prints what a locator costs: idle, in a storm of answers, and with 500 static devices
-of which a third are black-holed: locator.py DIRECTORY-OF-BINARIES"""
+"""Prints what a locator costs: idle, in a storm of answers, for each announcement, and with
+500 static devices of which a third are black-holed: locator.py DIRECTORY-OF-BINARIES"""
 
 import os
 import sys
@@ -14,6 +14,8 @@ import network
 import scale
 import static_network
 import test_scale
+import wire
+from announcer import Announcer
 from harness import Process, native, wait_until
 from linux_target import Locator
 
@@ -24,6 +26,11 @@ BLACK_HOLED = LISTED // 3
 HEALTHY = LISTED - BLACK_HOLED
 CYCLES = 3
 GAP_MS = 5000
+ANNOUNCED = (1000, 10000, 100000)  # devices
+STEADY = 2000  # announcements a second, and for how long
+STEADY_SECONDS = 5
+BURST = 100000  # announcements, all within a second
+RUNS = 3  # of which the cheapest counts: the machine has other things to do
 
 
 def idle(directory):
@@ -59,6 +66,37 @@ def storm(directory):
           f"{1000 * times[len(times) // 2]:.1f} ms (median of {len(times)}, the client's part "
           "in Python included)", flush=True)
     simulator.discard()
+    locator.stop()
+    net.close()
+
+
+def announcements(directory, devices):
+    """What one costs once all of so many devices are known: few, and all at once."""
+    net = network.Network()
+    here, there = net.host("here"), net.host("there")
+    switch = net.switch()
+    here.connect(switch, "net0", "192.168.10.1/24")
+    there.connect(switch, "dev0", "192.168.10.20/24")
+    locator = Locator(here, directory=directory, settings=test_scale.Storm.SETTINGS)
+    locator.wait_ready().wait_listening("192.168.10.1")
+    with there:
+        announcer = Announcer("192.168.10.20", [wire.record(f"{n:07}") for n in range(devices)])
+
+    def cost(count, rate):
+        """Of one: (CPU seconds, wake-ups)"""
+        woken, busy = scale.wake_ups(locator), scale.busy_seconds(locator)
+        announcer.send(count, rate)
+        time.sleep(1)  # until the last one is taken in
+        return (scale.busy_seconds(locator) - busy) / count, (scale.wake_ups(locator) - woken) / count
+
+    announcer.send(devices, 10 * STEADY)
+    wait_until(lambda: len(locator.devices()) == devices, "all devices")
+    steady = min(cost(STEADY * STEADY_SECONDS, STEADY) for _ in range(RUNS))
+    burst = min(cost(BURST, BURST) for _ in range(RUNS))
+    print(f"an announcement, {devices} devices known: {1e6 * steady[0]:.1f} us and {steady[1]:.2f} "
+          f"wake-ups at {STEADY} a second, {1e6 * burst[0]:.1f} us and {burst[1]:.2f} wake-ups in a "
+          f"burst of {BURST} within a second, of which {scale.lost_datagrams(here)} were lost "
+          f"(the best of {RUNS})", flush=True)
     locator.stop()
     net.close()
 
@@ -134,6 +172,8 @@ def main():
     directory = tempfile.mkdtemp(dir="/run")
     idle(directory)
     storm(directory)
+    for devices in ANNOUNCED:
+        announcements(directory, devices)
     return 0 if static_devices(directory) else 1
 
 

@@ -6,12 +6,12 @@
 #include "discovery/datagram.h"
 #include "discovery/multicast_receiver.h"
 #include "discovery/multicast_socket.h"
+#include "discovery/pass_pacer.h"
 #include "discovery/retry_pace.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/id_octets.h"
 #include "support/interval_timer.h"
-#include "support/pass_pacer.h"
 #include "support/settings.h"
 
 namespace talvorn {
@@ -129,7 +129,7 @@ class RequestThread {
     const platform::Waitable* const waitables[] = {
         &item_.running.cleared(), &item_.networkChanged, &responseReceiver_.dataEvent,
         &requestReceiver_.dataEvent, master_ ? &requestTimer_.event : &masterTimer_.event};
-    pacer.AwaitNextPass(waitables, retry_.TimeLeft());
+    (void)pacer.AwaitNextPass(waitables, retry_.TimeLeft());  // whatever ended it, a pass is due
   }
 
   void Rejoin() {
