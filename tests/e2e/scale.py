@@ -12,33 +12,23 @@ def connect_many(test_host, network, count):
                           f"fe80::1:{number + 1}/64", f"fd00:{100 + number}::1/64")
 
 
-def wake_ups(locator):
-    """Of all its threads so far."""
-    total = 0
-    for status in locator.task_values("status"):
-        for line in status.splitlines():
-            if line.startswith("voluntary_ctxt_switches"):
-                total += int(line.split()[1])
-    return total
-
-
-def busy_seconds(locator):
-    """Of all its threads so far."""
-    return sum(int(one.split()[0]) for one in locator.task_values("schedstat")) / 1e9
-
-
 def idle_cost(locator, seconds):
     """(wake-ups per second over all threads, share of one core) while nothing happens."""
-    began, woken, busy = time.monotonic(), wake_ups(locator), busy_seconds(locator)
+    def wake_ups():
+        total = 0
+        for status in locator.task_values("status"):
+            for line in status.splitlines():
+                if line.startswith("voluntary_ctxt_switches"):
+                    total += int(line.split()[1])
+        return total
+
+    def busy_seconds():
+        return sum(int(one.split()[0]) for one in locator.task_values("schedstat")) / 1e9
+
+    began, woken, busy = time.monotonic(), wake_ups(), busy_seconds()
     time.sleep(seconds)
     passed = time.monotonic() - began
-    return (wake_ups(locator) - woken) / passed, (busy_seconds(locator) - busy) / passed
-
-
-def lost_datagrams(test_host):
-    """For which no UDP socket of the host had room, so far."""
-    with test_host, open("/proc/thread-self/net/udp", encoding="ascii") as file:
-        return sum(int(line.split()[-1]) for line in file.readlines()[1:])
+    return (wake_ups() - woken) / passed, (busy_seconds() - busy) / passed
 
 
 def reply_times(client, repetitions):

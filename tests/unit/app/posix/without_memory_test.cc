@@ -196,9 +196,9 @@ TEST_F(WithoutMemory, AReceiverLosesNothingButADatagram) {
       receiver.responseList = &responses;
       receiver.itemList = &items;
       using platform::Socket;
-      receiver.socket =
-          Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kDatagram);
-      ASSERT_TRUE(receiver.socket.Bind(platform::SocketAddress::Ipv4(Address("127.0.0.1"), 0)));
+      receiver.socket = Socket::CreateReceiver(platform::AddressFamily::kIpv4);
+      ASSERT_EQ(receiver.socket.Bind(platform::SocketAddress::Ipv4(Address("127.0.0.1"), 0)),
+                platform::BindOutcome::kBound);
       Socket device =
           Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kDatagram);
       for (int i = 0; i < 2; ++i) {
@@ -379,8 +379,9 @@ class StatusDevice {
     listener_ =
         platform::Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kStream);
     running_.Set();
-    listens_ = listener_.SetReuseAddress() &&
-               listener_.Bind(platform::SocketAddress::Ipv4(Address(kAddress), kStatusPort)) &&
+    listens_ = listener_.ClaimAddress() &&
+               listener_.Bind(platform::SocketAddress::Ipv4(Address(kAddress), kStatusPort)) ==
+                   platform::BindOutcome::kBound &&
                listener_.Listen(100);
     thread_ = platform::Thread::Start("device", [this] { return Serve(); });
   }
