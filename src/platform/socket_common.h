@@ -44,7 +44,7 @@ struct MulticastOptions {
   int level;
   int loopback;
   int hops;
-  int interface;
+  int from;  // which interface
   int join;
   int leave;
 };

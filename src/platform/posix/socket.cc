@@ -89,10 +89,10 @@ bool Socket::SetMulticastHops(std::uint8_t hops) {
 bool Socket::SetMulticastInterface(std::uint32_t interfaceValue) {
   const MulticastOptions& options = OptionsOf(family_);
   if (family_ == AddressFamily::kIpv6)
-    return SetOption(handle_, options.level, options.interface, static_cast<int>(interfaceValue));
+    return SetOption(handle_, options.level, options.from, static_cast<int>(interfaceValue));
   // The address as well: datagrams then leave with it as their source, also from
   // an interface that has several. Without an index the system looks for one.
-  return SetMembership(options.interface,
+  return SetMembership(options.from,
                        {{}, interfaceValue, InterfaceOfIpv4Address(interfaceValue)});
 }
 

@@ -199,7 +199,7 @@ bool Socket::SetMulticastHops(std::uint8_t hops) {
 
 bool Socket::SetMulticastInterface(std::uint32_t interfaceValue) {
   const MulticastOptions& options = OptionsOf(family_);
-  return SetOption(handle_, options.level, options.interface, DWORD{interfaceValue});
+  return SetOption(handle_, options.level, options.from, DWORD{interfaceValue});
 }
 
 void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {
