@@ -92,8 +92,7 @@ bool Socket::SetMulticastInterface(std::uint32_t interfaceValue) {
     return SetOption(handle_, options.level, options.from, static_cast<int>(interfaceValue));
   // The address as well: datagrams then leave with it as their source, also from
   // an interface that has several. Without an index the system looks for one.
-  return SetMembership(options.from,
-                       {{}, interfaceValue, InterfaceOfIpv4Address(interfaceValue)});
+  return SetMembership(options.from, {{}, interfaceValue, InterfaceOfIpv4Address(interfaceValue)});
 }
 
 void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {

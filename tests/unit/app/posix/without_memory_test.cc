@@ -189,7 +189,8 @@ TEST_F(WithoutMemory, AReceiverLosesNothingButADatagram) {
   WithEachAllocationFailing(1, [&](long allocation) {
     CResponseList responses;
     CItemList items;
-    // Receives one datagram, and ends as the socket seems to be dead at the second.
+    // Receives as many datagrams as it takes at once, and ends as the socket then seems to
+    // be dead.
     const auto receive = [&](long failing) {
       MulticastReceiver receiver;
       receiver.expectedMagic = kMagic;
@@ -201,7 +202,7 @@ TEST_F(WithoutMemory, AReceiverLosesNothingButADatagram) {
                 platform::BindOutcome::kBound);
       Socket device =
           Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kDatagram);
-      for (int i = 0; i < 2; ++i) {
+      for (std::size_t i = 0; i < platform::Datagrams::kMost; ++i) {
         ASSERT_EQ(device.SendTo(datagram, receiver.socket.LocalAddress()), datagram.size());
       }
       platform::ArmFault(platform::Fault::kReceive, 1, 1, EBADF);
