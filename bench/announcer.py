@@ -6,7 +6,7 @@ import socket
 import time
 
 _GROUP = ("239.255.240.2", 4817)
-_AT_ONCE = 1024  # more than one call of the system takes no more of
+_AT_ONCE = 1024  # as many as one call of the system takes
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
