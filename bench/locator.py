@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Prints what a locator costs: idle, with many addresses on loopback, in a storm of
-answers, in a flood of requests, and with 500 static devices of which a third are
-black-holed: locator.py DIRECTORY-OF-BINARIES"""
+answers, for each announcement, in a flood of requests, and with 500 static devices of which
+a third are black-holed: locator.py DIRECTORY-OF-BINARIES"""
 
+import glob
 import os
+import re
 import sys
 import tempfile
 import threading
@@ -17,6 +19,7 @@ import scale
 import static_network
 import test_scale
 import wire
+from announcer import Announcer
 from harness import Process, native, wait_until
 from linux_target import Locator
 
@@ -33,6 +36,11 @@ CYCLES = 3
 GAP_MS = 5000
 USUAL = {"DebugView": 0, "Time Request": 5000, "Time Master": 60000,
          "Time Response Valid": 10000, "Time Network Changes": 1000}
+ANNOUNCED = (1000, 10000, 100000)  # devices
+STEADY = 2000  # announcements a second
+STEADY_SECONDS = 5
+BURST = 100000  # announcements, all within a second
+RUNS = 3
 
 
 def idle(directory):
@@ -133,6 +141,62 @@ def storm(directory):
     net.close()
 
 
+def spent_on_the_network(locator):
+    """(CPU seconds, wake-ups) of the threads that an announcement passes."""
+    seconds = wake_ups = 0
+    for task in glob.glob(f"/proc/{locator.pid}/task/*"):
+        texts = {}
+        for name in ("comm", "schedstat", "status"):
+            with open(f"{task}/{name}", encoding="ascii") as file:
+                texts[name] = file.read()
+        if texts["comm"].strip() in ("receiver", "request"):
+            seconds += int(texts["schedstat"].split()[0]) / 1e9
+            wake_ups += int(re.search(r"\nvoluntary_ctxt_switches:\s*(\d+)", texts["status"])[1])
+    return seconds, wake_ups
+
+
+def lost_datagrams(host):
+    """For which a UDP socket of the host had no room, so far."""
+    with host, open("/proc/thread-self/net/udp", encoding="ascii") as file:
+        return sum(int(line.split()[-1]) for line in file.readlines()[1:])
+
+
+def announcements(directory, devices):
+    """What an announcement costs where so many devices are known, one by one and in a
+    burst. The least of several runs counts, since the machine has other things to do."""
+    net = network.Network()
+    here, there = net.host("here"), net.host("there")
+    switch = net.switch()
+    here.connect(switch, "net0", "192.168.10.1/24")
+    there.connect(switch, "dev0", "192.168.10.20/24")
+    locator = Locator(here, directory=directory, settings=test_scale.Storm.SETTINGS)
+    locator.wait_ready().wait_listening("192.168.10.1")
+    with there:
+        announcer = Announcer("192.168.10.20", [wire.record(f"{n:07}") for n in range(devices)])
+
+    def announce(count, rate):
+        lost, before = lost_datagrams(here), spent_on_the_network(locator)
+        announcer.send(count, rate)
+        time.sleep(1)  # until the last one is taken in
+        after = spent_on_the_network(locator)
+        return *((end - start) / count for start, end in zip(before, after)), \
+            lost_datagrams(here) - lost
+
+    def show(count, rate):
+        costs = zip(*(announce(count, rate) for _ in range(RUNS)))
+        seconds, wake_ups, lost = (min(values) for values in costs)
+        print(f"{devices} devices, {count} announcements, {rate} a second: each takes "
+              f"{1e6 * seconds:.1f} us and {wake_ups:.2f} wake-ups, {lost} are lost "
+              f"(the least of {RUNS} runs)", flush=True)
+
+    announcer.send(devices, 10 * STEADY)
+    wait_until(lambda: len(locator.devices()) == devices, "all devices")
+    show(STEADY_SECONDS * STEADY, STEADY)
+    show(BURST, BURST)
+    locator.stop()
+    net.close()
+
+
 def cpu_seconds(process):
     """Of all its threads, those that have ended included."""
     with open(f"/proc/{process.pid}/stat", encoding="ascii") as file:
@@ -206,6 +270,8 @@ def main():
     loopback(directory)
     flood(directory)
     storm(directory)
+    for devices in ANNOUNCED:
+        announcements(directory, devices)
     return 0 if static_devices(directory) else 1
 
 

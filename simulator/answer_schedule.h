@@ -8,7 +8,7 @@
 #include <queue>
 #include <vector>
 
-#include "platform/socket.h"
+#include "platform/address.h"
 
 namespace talvorn {
 

@@ -10,7 +10,7 @@
 #include "command_line/options.h"
 #include "command_line/terminal_text.h"
 #include "devices/item_record.h"
-#include "discovery/datagram.h"
+#include "platform/socket.h"
 
 namespace talvorn {
 namespace {
@@ -259,7 +259,7 @@ std::string SimulatorHelp() {
        OptionsHelp(Options(options, unused)),
        "\n"
        "A locator reads the first ",
-       std::to_string(kMaxDatagramSize),
+       std::to_string(platform::Datagrams::kLargest),
        " bytes of an answer, and takes\n"
        "no longer status reply.\n"
        "\n"

@@ -1,7 +1,6 @@
 #include "simulator/simulator.h"
 
 #include <algorithm>
-#include <limits>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -9,6 +8,7 @@
 #include "command_line/concat.h"
 #include "command_line/terminal_text.h"
 #include "discovery/datagram.h"
+#include "discovery/multicast_socket.h"
 #include "platform/clock.h"
 #include "platform/network_interfaces.h"
 #include "platform/thread.h"
@@ -18,6 +18,8 @@ namespace talvorn {
 namespace {
 
 using platform::AddressFamily;
+using platform::BindOutcome;
+using platform::NumericHost;
 using platform::Socket;
 using platform::SocketAddress;
 using platform::WaitStatus;
@@ -30,7 +32,6 @@ constexpr std::uint32_t kAddressPollMs = 50;
 
 // Answers sent between two looks at what has come in.
 constexpr int kSendBatch = 256;
-constexpr int kReceiveBatch = 64;
 
 // A datagram that the system has no room for is tried again once there is some.
 constexpr int kSendAttempts = 5;
@@ -45,14 +46,6 @@ const char* FamilyName(AddressFamily family) {
   return family == AddressFamily::kIpv6 ? "IPv6" : "IPv4";
 }
 
-std::optional<SocketAddress> GroupAddress(const char* group) {
-  const auto resolved =
-      platform::ResolveAddress(group, std::to_string(kDiscoveryPort).c_str(),
-                               {.numericHost = true, .type = platform::SocketType::kDatagram});
-  if (!resolved) return std::nullopt;
-  return resolved->address;
-}
-
 platform::InterfaceAddresses AwaitAddresses(std::uint32_t interfaceIndex, bool ipv6,
                                             const platform::Waitable& interrupt) {
   const std::uint64_t start = platform::MonotonicMs();
@@ -65,10 +58,6 @@ platform::InterfaceAddresses AwaitAddresses(std::uint32_t interfaceIndex, bool i
       return addresses;
     platform::SleepMs(kAddressPollMs);
   }
-}
-
-std::string HostText(const SocketAddress& address) {
-  return platform::NumericHost(address, std::numeric_limits<std::size_t>::max());
 }
 
 std::uint32_t MaskOf(std::uint32_t address) {
@@ -115,7 +104,7 @@ std::optional<std::string> Simulator::Open(const platform::Waitable& interrupt) 
   if (options_.ipv6) {
     for (const auto& address : addresses.ipv6) {
       ipv6.push_back({SocketAddress::Ipv6(address, index, 0), index});
-      texts.ipv6.push_back(HostText(SocketAddress::Ipv6(address, 0, 0)));
+      texts.ipv6.push_back(NumericHost(SocketAddress::Ipv6(address, 0, 0)));
     }
   }
   if (ipv4.empty() && ipv6.empty()) {
@@ -158,30 +147,27 @@ std::optional<std::string> Simulator::OpenPort(AddressFamily family,
       Concat({" on '", EscapeForTerminal(options_.interfaceName), "' over ", FamilyName(family)});
   Port port;
   port.family = family;
-  const auto requestGroup = GroupAddress(isIpv6 ? kRequestGroupIpv6 : kRequestGroupIpv4);
-  const auto responseGroup = GroupAddress(isIpv6 ? kResponseGroupIpv6 : kResponseGroupIpv4);
-  if (!requestGroup || !responseGroup) return Concat({"there are no multicast groups", where});
-  port.requestGroup = *requestGroup;
-  port.responseGroup = *responseGroup;
+  port.requestGroup =
+      SocketAddress::Parse(isIpv6 ? kRequestGroupIpv6 : kRequestGroupIpv4, kDiscoveryPort);
+  port.responseGroup =
+      SocketAddress::Parse(isIpv6 ? kResponseGroupIpv6 : kResponseGroupIpv4, kDiscoveryPort);
   port.address = locals.front().address.ipv4();
 
-  const SocketAddress any =
-      isIpv6 ? SocketAddress::Ipv6({}, 0, kDiscoveryPort) : SocketAddress::Ipv4(0, kDiscoveryPort);
-  port.requests = Socket::Create(family, platform::SocketType::kDatagram);
+  port.requests = Socket::CreateReceiver(family);
   if (!port.requests.valid()) return Concat({"no socket can be made", where});
-  if (!port.requests.SetReuseAddress() || !port.requests.Bind(any)) {
+  if (!BindToDiscoveryPort(port.requests, family)) {
     return Concat({"no request can be heard on UDP port ", std::to_string(kDiscoveryPort), where});
   }
-  if (!port.requests.JoinGroup(*requestGroup, locals.front().interfaceValue))
+  if (!port.requests.JoinGroup(port.requestGroup, locals.front().interfaceValue))
     return Concat({"the group of the requests cannot be joined", where});
 
   for (const Local& local : locals) {
     Socket sender = Socket::Create(family, platform::SocketType::kDatagram);
     // Loopback, so that a locator on this machine hears announcements too.
-    if (!sender.valid() || !sender.Bind(local.address) || !sender.SetMulticastLoopback(true) ||
-        !sender.SetMulticastHops(kMulticastHops) ||
+    if (!sender.valid() || sender.Bind(local.address) != BindOutcome::kBound ||
+        !sender.SetMulticastLoopback(true) || !sender.SetMulticastHops(kMulticastHops) ||
         !sender.SetMulticastInterface(local.interfaceValue)) {
-      return Concat({"nothing can be sent from ", HostText(local.address), where});
+      return Concat({"nothing can be sent from ", NumericHost(local.address), where});
     }
     port.senders.push_back(std::move(sender));
   }
@@ -245,15 +231,12 @@ Simulator::Port* Simulator::FindPort(AddressFamily family) {
 }
 
 void Simulator::HearRequests(Port& port, std::uint64_t nowMs) {
-  std::array<std::byte, kMaxDatagramSize> buffer;
-  for (int i = 0; i < kReceiveBatch; ++i) {
-    std::size_t size = 0;
-    SocketAddress source;
-    if (port.requests.ReceiveFrom(buffer, size, source) != platform::ReceiveStatus::kReceived)
-      return;
-    const auto datagram = std::span(buffer).first(size);
-    const std::string from =
-        Concat({" from ", HostText(source), ", ", std::to_string(size), " bytes"});
+  platform::Datagrams datagrams;
+  const std::size_t taken = port.requests.Receive(datagrams).value_or(0);
+  for (std::size_t i = 0; i < taken; ++i) {
+    const auto datagram = datagrams[i];
+    const std::string from = Concat({" from ", NumericHost(datagrams.source(i)), ", ",
+                                     std::to_string(datagram.size()), " bytes"});
     if (!AcceptDatagram(datagram, kMagic) || DatagramType(datagram) != kTypeRequest) {
       log_(Concat({"something else than a request", from}));
       continue;

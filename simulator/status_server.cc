@@ -130,7 +130,8 @@ bool StatusServer::Open(std::uint16_t port) {
   listener_ =
       platform::Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kStream);
   return listener_.valid() && listener_.ClaimAddress() &&
-         listener_.Bind(platform::SocketAddress::Ipv4(0, port)) && listener_.Listen(kBacklog);
+         listener_.Bind(platform::SocketAddress::Ipv4(0, port)) == platform::BindOutcome::kBound &&
+         listener_.Listen(kBacklog);
 }
 
 bool StatusServer::Start(std::uint64_t startMs) {

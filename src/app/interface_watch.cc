@@ -5,8 +5,8 @@
 #include <map>
 #include <string>
 
+#include "platform/address.h"
 #include "platform/registry.h"
-#include "platform/socket.h"
 #include "platform/text_encoding.h"
 #include "support/byte_io.h"
 #include "support/debug_trace.h"

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "devices/status_query.h"
+#include "platform/address.h"
 #include "platform/ini_file.h"
-#include "platform/socket.h"
 #include "platform/text_encoding.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"

@@ -91,11 +91,7 @@ std::string MakeSid() {
 // IPv4 address in network byte order; none when the name cannot be resolved.
 std::optional<std::uint32_t> AddressOf(const StaticDevice& device) {
   if (device.address != 0) return device.address;
-  const std::string service = std::to_string(kStatusPort);
-  const auto resolved =
-      platform::ResolveStreamHost(device.host.data(), service.c_str(), kResolveLimitMs);
-  if (!resolved) return std::nullopt;
-  return resolved->ipv4();
+  return platform::ResolveHost(device.host.data(), kResolveLimitMs);
 }
 
 void SendRequest(DeviceConnection& connection, std::string_view sid) {

@@ -4,7 +4,7 @@
 #include <bit>
 
 #include "devices/device_record.h"
-#include "platform/socket.h"
+#include "platform/address.h"
 #include "support/byte_io.h"
 #include "support/text_format.h"
 

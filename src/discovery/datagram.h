@@ -35,7 +35,6 @@ inline constexpr std::uint8_t kMulticastHops = 64;
 
 inline constexpr std::size_t kDatagramHeaderSize = 16;
 inline constexpr std::size_t kDiscoveryRequestSize = 43;
-inline constexpr std::size_t kMaxDatagramSize = 1'500;
 
 struct DiscoveryRequest {
   FixedText<19> interfaceCidr;

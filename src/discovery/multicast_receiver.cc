@@ -3,12 +3,14 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "devices/device_record.h"
 #include "devices/item_record.h"
 #include "discovery/datagram.h"
 #include "discovery/multicast_socket.h"
+#include "discovery/pass_pacer.h"
 #include "discovery/retry_pace.h"
 #include "platform/text_encoding.h"
 #include "support/completed.h"
@@ -19,7 +21,10 @@ namespace talvorn {
 namespace {
 
 constexpr std::uint32_t kDestructionWaitMs = 2'000;
-constexpr std::size_t kSenderTextCapacity = 50;
+
+// What comes in within this time is taken in one pass; even a burst is far from filling a
+// receive buffer by then.
+constexpr std::uint32_t kTickMs = 2;
 
 // What a report shows of a text field: "--" stands for an empty one.
 std::u16string DisplayText(std::string_view field) {
@@ -55,7 +60,8 @@ void ReportDevice(const EventSource& source, const DeviceRecord& record) {
 
 // What the device wrote about its own address gives way to the sender's address.
 void ReplaceDeviceAddresses(DeviceRecord& record, const platform::SocketAddress& source) {
-  const std::string sender = platform::NumericHost(source, kSenderTextCapacity);
+  std::string sender = platform::NumericHost(source);
+  if (sender.size() >= decltype(record.deviceIpv6)::kWidth) sender.clear();  // not half of one
   switch (source.family()) {
     case platform::AddressFamily::kIpv6:
       record.deviceIpv4.Assign("");
@@ -103,33 +109,33 @@ void HandleDatagram(MulticastReceiver& receiver, std::span<const std::byte> data
       AddToLists(receiver, record, datagram);
     }
   }
-  receiver.dataEvent.Set();
+  // Of responses the owner tells the trace, and nobody else.
+  if (receiver.responseList == nullptr || DebugTrace().isEnabled()) receiver.dataEvent.Set();
 }
 
 void ReceiveUntilStopped(MulticastReceiver& receiver, const EventSource& events) {
   const platform::Waitable* const waitables[] = {&receiver.stopEvent, &receiver.rejoinEvent,
                                                  &receiver.socket};
-  std::array<std::byte, kMaxDatagramSize> buffer{};
+  platform::Datagrams datagrams;
   RetryPace rejoin;
+  PassPacer pacer(kTickMs);
   while (!receiver.stopRequested) {
-    if (platform::WaitForAny(waitables, rejoin.TimeLeft()) == platform::WaitStatus::kFailed) return;
-    if (receiver.rejoinEvent.Test() || rejoin.Due()) {
-      rejoin.Begin();
-      (void)Completed([&] {
-        if (receiver.socket.RejoinGroup()) rejoin.End();
-      });
-    }
-    std::size_t size = 0;
-    platform::SocketAddress source;
-    switch (receiver.socket.ReceiveFrom(buffer, size, source)) {
-      case platform::ReceiveStatus::kReceived:
+    if (pacer.AwaitNextPass(waitables, rejoin.TimeLeft()) == platform::WaitStatus::kFailed) return;
+    bool more = true;
+    while (more && !receiver.stopRequested) {
+      if (receiver.rejoinEvent.Test() || rejoin.Due()) {
+        rejoin.Begin();
+        (void)Completed([&] {
+          if (receiver.socket.RejoinGroup()) rejoin.End();
+        });
+      }
+      const auto taken = receiver.socket.Receive(datagrams);
+      if (!taken) return;
+      for (std::size_t i = 0; i < *taken; ++i) {
         (void)Completed(
-            [&] { HandleDatagram(receiver, std::span(buffer).first(size), source, events); });
-        break;
-      case platform::ReceiveStatus::kNothing:
-        break;
-      case platform::ReceiveStatus::kFailed:
-        return;
+            [&] { HandleDatagram(receiver, datagrams[i], datagrams.source(i), events); });
+      }
+      more = *taken == platform::Datagrams::kMost;
     }
   }
 }

@@ -129,7 +129,7 @@ class RequestThread {
     const platform::Waitable* const waitables[] = {
         &item_.running.cleared(), &item_.networkChanged, &responseReceiver_.dataEvent,
         &requestReceiver_.dataEvent, master_ ? &requestTimer_.event : &masterTimer_.event};
-    pacer.AwaitNextPass(waitables, retry_.TimeLeft());
+    (void)pacer.AwaitNextPass(waitables, retry_.TimeLeft());  // whatever ended it, a pass is due
   }
 
   void Rejoin() {

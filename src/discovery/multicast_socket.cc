@@ -1,59 +1,69 @@
 #include "discovery/multicast_socket.h"
 
-#include <array>
+#include <string>
 
 #include "discovery/datagram.h"
-#include "support/text_format.h"
+#include "platform/obstacle.h"
 
 namespace talvorn {
 namespace {
 
 using platform::AddressFamily;
-using platform::ResolveAddress;
-using platform::ResolvedAddress;
+using platform::BindOutcome;
 using platform::Socket;
 using platform::SocketAddress;
-using platform::SocketType;
 
 // Ten thousand devices may answer one request within milliseconds.
 constexpr std::uint32_t kReceiveBufferBytes = 8 * 1'024 * 1'024;
-
-std::optional<ResolvedAddress> ResolvePort(const char* host, const platform::ResolveHints& hints) {
-  std::array<char, 8> service{};
-  FormatTextA(service, "%d", int{kDiscoveryPort});
-  return ResolveAddress(host, service.data(), hints);
-}
 
 }  // namespace
 
 bool SendRequest(std::uint32_t interfaceValue, const char* groupText,
                  std::span<const std::byte> request, OwnRequests& ownRequests) {
-  const auto group = ResolvePort(groupText, {.numericHost = true, .type = SocketType::kDatagram});
-  if (!group) return false;
-  Socket socket = Socket::Create(group->family, group->type);
+  const SocketAddress group = SocketAddress::Parse(groupText, kDiscoveryPort);
+  const AddressFamily family = group.family();
+  Socket socket = Socket::Create(family, platform::SocketType::kDatagram);
   if (!socket.valid()) return false;
   if (!socket.SetMulticastLoopback(false) || !socket.SetMulticastHops(kMulticastHops) ||
       !socket.SetMulticastInterface(interfaceValue)) {
     return false;
   }
   // Its port is known before anybody can hear the request.
-  if (group->family == AddressFamily::kIpv6 && socket.Bind(SocketAddress::Ipv6({}, 0, 0))) {
+  if (family == AddressFamily::kIpv6 &&
+      socket.Bind(SocketAddress::Any(family, 0)) == BindOutcome::kBound) {
     ownRequests.NoteSending(interfaceValue, socket.LocalAddress().port());
   }
-  return socket.SendTo(request, group->address) == request.size();
+  return socket.SendTo(request, group) == request.size();
+}
+
+bool BindToDiscoveryPort(Socket& socket, AddressFamily family) {
+  const std::string port = "UDP port " + std::to_string(kDiscoveryPort);
+  switch (socket.Bind(SocketAddress::Any(family, kDiscoveryPort))) {
+    case BindOutcome::kBound:
+      return true;
+    case BindOutcome::kInUse:
+      platform::ReportObstacle("another program uses " + port +
+                               " exclusively, so that no device can be heard; find it with "
+                               "\"ss -ulnp\" and end it.");
+      return false;
+    case BindOutcome::kForbidden:
+      platform::ReportObstacle("this account may not receive on " + port +
+                               ", so that no device can be heard; permit it in the system's "
+                               "security policy, or start the program as root.");
+      return false;
+    case BindOutcome::kFailed:
+      break;
+  }
+  return false;
 }
 
 std::optional<Socket> OpenReceivingSocket(std::uint32_t interfaceValue, const char* groupText) {
-  const auto group = ResolvePort(groupText, {.numericHost = true});
-  if (!group) return std::nullopt;
-  const auto wildcard = ResolvePort(
-      nullptr, {.passive = true, .family = group->family, .type = SocketType::kDatagram});
-  if (!wildcard) return std::nullopt;
-  Socket socket = Socket::Create(wildcard->family, wildcard->type);
+  const SocketAddress group = SocketAddress::Parse(groupText, kDiscoveryPort);
+  Socket socket = Socket::CreateReceiver(group.family());
   if (!socket.valid()) return std::nullopt;
   socket.EnlargeReceiveBuffer(kReceiveBufferBytes);
-  if (!socket.SetMulticastLoopback(false) || !socket.SetReuseAddress() ||
-      !socket.Bind(wildcard->address) || !socket.JoinGroup(group->address, interfaceValue)) {
+  if (!socket.SetMulticastLoopback(false) || !BindToDiscoveryPort(socket, group.family()) ||
+      !socket.JoinGroup(group, interfaceValue)) {
     return std::nullopt;
   }
   return socket;

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/socket.h"
+#include "platform/address.h"
 
 namespace talvorn {
 

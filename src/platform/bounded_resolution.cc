@@ -26,14 +26,14 @@ class Place {
 
 struct Resolution {
   Place place;
-  std::function<std::optional<SocketAddress>()> resolve;
-  std::optional<SocketAddress> result;
+  std::function<std::optional<std::uint32_t>()> resolve;
+  std::optional<std::uint32_t> result;
 };
 
 }  // namespace
 
-std::optional<SocketAddress> ResolveWithin(std::uint32_t limitMs,
-                                           std::function<std::optional<SocketAddress>()> resolve) {
+std::optional<std::uint32_t> ResolveWithin(std::uint32_t limitMs,
+                                           std::function<std::optional<std::uint32_t>()> resolve) {
   const auto resolution = std::make_shared<Resolution>();
   if (!resolution->place.taken()) return std::nullopt;
   resolution->resolve = std::move(resolve);

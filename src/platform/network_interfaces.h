@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/socket.h"
+#include "platform/address.h"
 
 namespace talvorn::platform {
 

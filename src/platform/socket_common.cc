@@ -1,49 +1,15 @@
 #include "platform/socket_common.h"
 
-#include <memory>
 #include <utility>
 
+#include "platform/fault_injection.h"
+#include "platform/network_interfaces.h"
+
 namespace talvorn::platform {
-namespace {
 
-static_assert(sizeof(sockaddr_storage) <= sizeof(SocketAddress::storage));
+int ToNative(AddressFamily family) { return family == AddressFamily::kIpv6 ? AF_INET6 : AF_INET; }
 
-SocketType FromNative(int type) {
-  switch (type) {
-    case SOCK_DGRAM:
-      return SocketType::kDatagram;
-    case SOCK_STREAM:
-      return SocketType::kStream;
-    default:
-      return SocketType::kAny;
-  }
-}
-
-}  // namespace
-
-int ToNative(AddressFamily family) {
-  switch (family) {
-    case AddressFamily::kIpv4:
-      return AF_INET;
-    case AddressFamily::kIpv6:
-      return AF_INET6;
-    case AddressFamily::kUnspecified:
-      break;
-  }
-  return AF_UNSPEC;
-}
-
-int ToNative(SocketType type) {
-  switch (type) {
-    case SocketType::kDatagram:
-      return SOCK_DGRAM;
-    case SocketType::kStream:
-      return SOCK_STREAM;
-    case SocketType::kAny:
-      break;
-  }
-  return 0;
-}
+int ToNative(SocketType type) { return type == SocketType::kStream ? SOCK_STREAM : SOCK_DGRAM; }
 
 SocketAddress FromNative(const void* address, std::size_t size) {
   SocketAddress result;
@@ -52,11 +18,20 @@ SocketAddress FromNative(const void* address, std::size_t size) {
   return result;
 }
 
-ipv6_mreq Ipv6Membership(const SocketAddress& group, std::uint32_t interfaceIndex) {
-  ipv6_mreq request{};
-  request.ipv6mr_multiaddr = As<sockaddr_in6>(group).sin6_addr;
-  request.ipv6mr_interface = interfaceIndex;
-  return request;
+const MulticastOptions& OptionsOf(AddressFamily family) {
+  static constexpr MulticastOptions kIpv4{IPPROTO_IP,      IP_MULTICAST_LOOP, IP_MULTICAST_TTL,
+                                          IP_MULTICAST_IF, IP_ADD_MEMBERSHIP, IP_DROP_MEMBERSHIP};
+  static constexpr MulticastOptions kIpv6{IPPROTO_IPV6,        IPV6_MULTICAST_LOOP,
+                                          IPV6_MULTICAST_HOPS, IPV6_MULTICAST_IF,
+                                          IPV6_JOIN_GROUP,     IPV6_LEAVE_GROUP};
+  return family == AddressFamily::kIpv6 ? kIpv6 : kIpv4;
+}
+
+std::uint32_t InterfaceOfIpv4Address(std::uint32_t address) {
+  const auto rows = QueryIpv4AddressTable();
+  if (!rows) return 0;
+  const auto row = std::ranges::find(*rows, address, &Ipv4AddressRow::address);
+  return row == rows->end() ? 0 : row->interfaceIndex;
 }
 
 void Arrival::Note(int level, int type, const void* data, std::size_t size) {
@@ -85,127 +60,14 @@ bool Arrival::IsFor(const SocketAddress& group, std::uint32_t memberInterfaceInd
   return std::memcmp(&ipv6, &wanted, sizeof(wanted)) == 0;
 }
 
-AddressFamily SocketAddress::family() const {
-  if (size < sizeof(sockaddr::sa_family)) return AddressFamily::kUnspecified;
-  switch (Native(*this)->sa_family) {
-    case AF_INET:
-      return AddressFamily::kIpv4;
-    case AF_INET6:
-      return AddressFamily::kIpv6;
-    default:
-      return AddressFamily::kUnspecified;
-  }
+void Datagrams::Keep(std::size_t from, std::size_t to) {
+  if (from == to) return;
+  std::memcpy(bytes_[to].data(), bytes_[from].data(), sizes_[from]);
+  sizes_[to] = sizes_[from];
+  sources_[to] = sources_[from];
 }
-
-SocketAddress SocketAddress::Ipv4(std::uint32_t address, std::uint16_t port) {
-  sockaddr_in native{};
-  native.sin_family = AF_INET;
-  native.sin_port = htons(port);
-  native.sin_addr.s_addr = address;
-  return FromNative(&native, sizeof(native));
-}
-
-SocketAddress SocketAddress::Ipv6(const std::array<std::uint8_t, 16>& address,
-                                  std::uint32_t scopeId, std::uint16_t port) {
-  sockaddr_in6 native{};
-  native.sin6_family = AF_INET6;
-  native.sin6_port = htons(port);
-  std::memcpy(&native.sin6_addr, address.data(), address.size());
-  native.sin6_scope_id = scopeId;
-  return FromNative(&native, sizeof(native));
-}
-
-std::uint32_t SocketAddress::ipv4() const {
-  return family() == AddressFamily::kIpv4 ? As<sockaddr_in>(*this).sin_addr.s_addr : 0;
-}
-
-std::uint16_t SocketAddress::port() const {
-  switch (family()) {
-    case AddressFamily::kIpv4:
-      return ntohs(As<sockaddr_in>(*this).sin_port);
-    case AddressFamily::kIpv6:
-      return ntohs(As<sockaddr_in6>(*this).sin6_port);
-    case AddressFamily::kUnspecified:
-      break;
-  }
-  return 0;
-}
-
-HostAddress HostAddress::Ipv4(std::uint32_t address) {
-  HostAddress host;
-  host.bytes[10] = host.bytes[11] = 0xFF;
-  std::memcpy(host.bytes.data() + 12, &address, sizeof(address));
-  return host;
-}
-
-HostAddress HostAddress::Ipv6(const std::array<std::uint8_t, 16>& address,
-                              std::uint32_t interfaceIndex) {
-  const bool linkLocal = address[0] == 0xFE && (address[1] & 0xC0) == 0x80;
-  return {address, linkLocal ? interfaceIndex : 0};
-}
-
-HostAddress SocketAddress::host() const {
-  switch (family()) {
-    case AddressFamily::kIpv4:
-      return HostAddress::Ipv4(ipv4());
-    case AddressFamily::kIpv6: {
-      const auto native = As<sockaddr_in6>(*this);
-      std::array<std::uint8_t, 16> bytes{};
-      std::memcpy(bytes.data(), &native.sin6_addr, bytes.size());
-      return HostAddress::Ipv6(bytes, native.sin6_scope_id);
-    }
-    case AddressFamily::kUnspecified:
-      break;
-  }
-  return {};
-}
-
-std::optional<ResolvedAddress> ResolveAddress(const char* host, const char* service,
-                                              const ResolveHints& hints) {
-  addrinfo wanted{};
-  wanted.ai_family = ToNative(hints.family);
-  wanted.ai_socktype = ToNative(hints.type);
-  wanted.ai_flags = (hints.numericHost ? AI_NUMERICHOST : 0) | (hints.passive ? AI_PASSIVE : 0);
-  addrinfo* list = nullptr;
-  if (getaddrinfo(host, service, &wanted, &list) != 0) return std::nullopt;
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(list, &freeaddrinfo);
-  if (list == nullptr || list->ai_addr == nullptr) return std::nullopt;
-
-  ResolvedAddress result;
-  result.address = FromNative(list->ai_addr, list->ai_addrlen);
-  result.family = result.address.family();
-  result.type = FromNative(list->ai_socktype);
-  return result;
-}
-
-std::string NumericHost(const SocketAddress& address, std::size_t capacity) {
-  char text[NI_MAXHOST];
-  if (getnameinfo(Native(address), SizeOf(address), text, sizeof(text), nullptr, 0,
-                  NI_NUMERICHOST) != 0 ||
-      std::strlen(text) >= capacity) {
-    return {};
-  }
-  return text;
-}
-
-std::string Ipv4Text(std::uint32_t address) {
-  char text[INET_ADDRSTRLEN];
-  return inet_ntop(AF_INET, &address, text, sizeof(text)) != nullptr ? text : "";
-}
-
-std::uint32_t ParseIpv4(const char* text) { return inet_addr(text); }
 
 Socket::~Socket() { Close(); }
-
-Socket::Socket(Socket&& other) noexcept
-    : Waitable(other),
-      handle_(std::exchange(other.handle_, kNoWaitHandle)),
-      readable_(std::exchange(other.readable_, kNoWaitHandle)),
-      family_(other.family_),
-      group_(std::exchange(other.group_, {})),
-      interfaceValue_(other.interfaceValue_),
-      memberInterfaceIndex_(other.memberInterfaceIndex_),
-      receives_(other.receives_) {}
 
 Socket& Socket::operator=(Socket&& other) noexcept {
   if (this != &other) {
@@ -213,21 +75,50 @@ Socket& Socket::operator=(Socket&& other) noexcept {
     handle_ = std::exchange(other.handle_, kNoWaitHandle);
     readable_ = std::exchange(other.readable_, kNoWaitHandle);
     family_ = other.family_;
-    group_ = std::exchange(other.group_, {});
-    interfaceValue_ = other.interfaceValue_;
-    memberInterfaceIndex_ = other.memberInterfaceIndex_;
-    receives_ = other.receives_;
+    membership_ = std::exchange(other.membership_, std::nullopt);
   }
   return *this;
 }
-
-bool Socket::SetReuseAddress() { return SetOption(handle_, SOL_SOCKET, SO_REUSEADDR, int{1}); }
 
 SocketAddress Socket::LocalAddress() const {
   sockaddr_storage address{};
   NativeSize size = sizeof(address);
   if (getsockname(Native(handle_), reinterpret_cast<sockaddr*>(&address), &size) != 0) return {};
   return FromNative(&address, std::min(static_cast<std::size_t>(size), sizeof(address)));
+}
+
+bool Socket::SetMembership(int option, const Membership& membership) const {
+  const int level = OptionsOf(family_).level;
+  if (family_ == AddressFamily::kIpv6) {
+    const ipv6_mreq request{As<sockaddr_in6>(membership.group).sin6_addr,
+                            membership.interfaceIndex};
+    return SetOption(handle_, level, option, request);
+  }
+  in_addr address{};
+  address.s_addr = membership.interfaceValue;
+  return SetOption(handle_, level, option,
+                   Ipv4Membership(As<sockaddr_in>(membership.group).sin_addr, address,
+                                  membership.interfaceIndex));
+}
+
+bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
+  if (FaultHits(Fault::kGroupJoin)) return false;
+  if (group.family() != family_ || family_ == AddressFamily::kUnspecified) return false;
+  const bool ipv6 = family_ == AddressFamily::kIpv6;
+  const Membership wanted{group, interfaceValue,
+                          ipv6 ? interfaceValue : InterfaceOfIpv4Address(interfaceValue)};
+  if (!SetMembership(OptionsOf(family_).join, wanted)) return false;
+  membership_ = wanted;
+  return true;
+}
+
+bool Socket::RejoinGroup() {
+  if (!membership_) return false;
+  // A membership may outlive its interface, and a second one would count as its duplicate.
+  // Nothing to leave is fine.
+  (void)SetMembership(OptionsOf(family_).leave, *membership_);
+  const Membership last = *membership_;
+  return JoinGroup(last.group, last.interfaceValue);
 }
 
 bool Socket::Listen(int backlog) { return listen(Native(handle_), backlog) == 0; }

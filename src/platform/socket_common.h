@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "native_sockets.h"
 #include "platform/socket.h"
@@ -38,7 +39,27 @@ bool SetOption(std::intptr_t handle, int level, int option, const T& value) {
                     sizeof(value)) == 0;
 }
 
-[[nodiscard]] ipv6_mreq Ipv6Membership(const SocketAddress& group, std::uint32_t interfaceIndex);
+// The options of multicast, which each family has at a level of its own.
+struct MulticastOptions {
+  int level;
+  int loopback;
+  int hops;
+  int from;  // which interface
+  int join;
+  int leave;
+};
+[[nodiscard]] const MulticastOptions& OptionsOf(AddressFamily family);
+
+// Index of the interface that is up and has `address` (network byte order); 0 when
+// there is none or the system does not tell. Of several the one that stands first
+// in the address table, so that every caller gets the same.
+[[nodiscard]] std::uint32_t InterfaceOfIpv4Address(std::uint32_t address);
+
+// What a call that sends or receives returns, as a number of bytes.
+[[nodiscard]] inline std::optional<std::size_t> Transferred(std::intptr_t result) {
+  if (result < 0) return std::nullopt;
+  return static_cast<std::size_t>(result);
+}
 
 // Where a datagram was sent to and on which interface it came in, as the control parts
 // of its receive tell.

@@ -2,6 +2,7 @@
 
 import os
 import signal
+import socket
 
 import network
 import wire
@@ -118,6 +119,21 @@ class Obstacles(TestCase):
         self.assertEqual(len(locator.err.splitlines()), 1)
         os.rmdir(taken)
         wait_until(locator.takes_messages, "the mailslot, which is tried again")
+        locator.stop()
+
+    def test_another_program_has_the_port(self):
+        here, there = self.simple_network()
+        with here:
+            other = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        other.bind(("", wire.PORT))
+        locator = self.start_locator(here, settings={"DebugView": 0, "IPv6 Active": 0})
+        wait_until(lambda: locator.err, "the sentence")
+        other.close()
+        station = self.station(there, "dev0", "192.168.10.20")
+        wait_until(lambda: (station.send(wire.record(1)), locator.devices())[1], "a device")
+        self.assertEqual(locator.err, "talvorn-locator: another program uses UDP port 4817 "
+                         "exclusively, so that no device can be heard; find it with \"ss -ulnp\" "
+                         "and end it.\n")
         locator.stop()
 
     def test_a_runtime_directory_that_all_may_write_to(self):

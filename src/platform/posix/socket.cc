@@ -6,16 +6,12 @@
 #include <unistd.h>
 
 #include <climits>
-#include <new>
 #include <utility>
 
-#include "platform/address_owner.h"
-#include "platform/bounded_resolution.h"
 #include "platform/fault_injection.h"
-#include "platform/posix/obstacle.h"
+#include "platform/posix/io.h"
 #include "platform/posix/wait.h"
 #include "platform/socket_common.h"
-#include "platform/text_encoding.h"
 
 #ifndef IPV6_MULTICAST_ALL
 #define IPV6_MULTICAST_ALL 29
@@ -26,8 +22,9 @@ namespace {
 
 // Makes the system tell where each datagram was sent to and came in, and keep away
 // the groups that other sockets of the host have joined. The latter is best
-// effort (IPv6 has it since Linux 4.20): ReceiveFrom looks at every datagram.
-bool PrepareDatagramSocket(int fd, AddressFamily family) {
+// effort (IPv6 has it since Linux 4.20): a receive looks at every datagram.
+bool PrepareReceiver(std::intptr_t fd, AddressFamily family) {
+  if (!SetOption(fd, SOL_SOCKET, SO_REUSEADDR, 1)) return false;
   if (family == AddressFamily::kIpv6) {
     (void)SetOption(fd, IPPROTO_IPV6, IPV6_MULTICAST_ALL, 0);
     return SetOption(fd, IPPROTO_IPV6, IPV6_V6ONLY, 1) &&
@@ -35,15 +32,6 @@ bool PrepareDatagramSocket(int fd, AddressFamily family) {
   }
   (void)SetOption(fd, IPPROTO_IP, IP_MULTICAST_ALL, 0);
   return SetOption(fd, IPPROTO_IP, IP_PKTINFO, 1);
-}
-
-ip_mreqn Ipv4Membership(const SocketAddress& group, std::uint32_t interfaceAddress,
-                        std::uint32_t interfaceIndex) {
-  ip_mreqn request{};
-  request.imr_multiaddr = As<sockaddr_in>(group).sin_addr;
-  request.imr_address.s_addr = interfaceAddress;
-  request.imr_ifindex = static_cast<int>(interfaceIndex);
-  return request;
 }
 
 Arrival ArrivalOf(msghdr& message) {
@@ -55,48 +43,15 @@ Arrival ArrivalOf(msghdr& message) {
   return arrival;
 }
 
-// What a failed receive means for the socket: most errors say something about one
-// datagram, one peer, or the moment.
-ReceiveStatus StatusOfReceiveError(int error) {
-  switch (error) {
-    case EAGAIN:
-    case EINTR:
-    case ENETDOWN:
-    case ENETUNREACH:
-    case ENETRESET:
-    case ECONNRESET:
-    case ECONNREFUSED:
-    case EHOSTDOWN:
-    case EHOSTUNREACH:
-    case EMSGSIZE:
-    case ENOBUFS:
-    case ENOMEM:
-      return ReceiveStatus::kNothing;
-    default:
-      return ReceiveStatus::kFailed;
-  }
-}
+// Most errors of a receive say something about one datagram, one peer, or the moment.
+constexpr int kPassingErrors[] = {EAGAIN,       EINTR,      ENETDOWN,     ENETUNREACH,
+                                  ENETRESET,    ECONNRESET, ECONNREFUSED, EHOSTDOWN,
+                                  EHOSTUNREACH, EMSGSIZE,   ENOBUFS,      ENOMEM};
 
-// Without the port nothing is ever heard, and nothing else says so.
-void ReportBindFailure(int fd, const SocketAddress& local, int error) {
-  if (local.port() == 0) return;
-  int type = 0;
-  socklen_t size = sizeof(type);
-  if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) != 0 || type != SOCK_DGRAM) return;
-  try {
-    const std::string port = "UDP port " + std::to_string(local.port());
-    if (error == EADDRINUSE) {
-      ReportObstacle("another program uses " + port +
-                     " exclusively, so that no device can be heard; find it with \"ss -ulnp\" and "
-                     "end it.");
-    } else if (error == EACCES) {
-      ReportObstacle("this account may not receive on " + port +
-                     ", so that no device can be heard; permit it in the system's security "
-                     "policy, or start the program as root.");
-    }
-  } catch (const std::bad_alloc&) {
-    // The failure itself is still returned.
-  }
+// Nothing was received, or the socket is dead.
+std::optional<std::size_t> NoneFor(int error) {
+  if (std::ranges::find(kPassingErrors, error) == std::end(kPassingErrors)) return std::nullopt;
+  return 0;
 }
 
 }  // namespace
@@ -104,56 +59,40 @@ void ReportBindFailure(int fd, const SocketAddress& local, int error) {
 bool StartSocketLibrary() { return true; }
 void StopSocketLibrary() {}
 
-std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host, const char* service,
-                                               std::uint32_t limitMs) {
-  const auto resolve = [name = WideToUtf8(host),
-                        port = std::string(service)]() -> std::optional<SocketAddress> {
-    const ResolveHints hints{.family = AddressFamily::kIpv4, .type = SocketType::kStream};
-    const auto result = ResolveAddress(name.c_str(), port.c_str(), hints);
-    if (!result) return std::nullopt;
-    return result->address;
-  };
-  return ResolveWithin(limitMs, resolve);
-}
-
 Socket Socket::Create(AddressFamily family, SocketType type) {
   if (FaultHits(Fault::kSocketCreate)) return {};
-  if (family == AddressFamily::kUnspecified || type == SocketType::kAny) return {};
   const int fd = socket(ToNative(family), ToNative(type) | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (fd < 0) return {};
-  Socket result(fd, family);
-  if (type == SocketType::kDatagram && !PrepareDatagramSocket(fd, family)) return {};
-  return result;
+  return fd < 0 ? Socket() : Socket(fd, family);
+}
+
+Socket Socket::CreateReceiver(AddressFamily family) {
+  Socket result = Create(family, SocketType::kDatagram);
+  return result.valid() && PrepareReceiver(result.handle_, family) ? std::move(result) : Socket();
 }
 
 void Socket::Close() {
   if (handle_ == kNoWaitHandle) return;
   close(Native(std::exchange(handle_, kNoWaitHandle)));
-  group_ = {};
+  membership_.reset();
 }
 
 bool Socket::SetMulticastLoopback(bool on) {
-  const int value = on ? 1 : 0;
-  return family_ == AddressFamily::kIpv6
-             ? SetOption(handle_, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, value)
-             : SetOption(handle_, IPPROTO_IP, IP_MULTICAST_LOOP, value);
+  const MulticastOptions& options = OptionsOf(family_);
+  return SetOption(handle_, options.level, options.loopback, int{on});
 }
 
 bool Socket::SetMulticastHops(std::uint8_t hops) {
-  const int value = hops;
-  return family_ == AddressFamily::kIpv6
-             ? SetOption(handle_, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, value)
-             : SetOption(handle_, IPPROTO_IP, IP_MULTICAST_TTL, value);
+  const MulticastOptions& options = OptionsOf(family_);
+  return SetOption(handle_, options.level, options.hops, int{hops});
 }
 
 bool Socket::SetMulticastInterface(std::uint32_t interfaceValue) {
-  if (family_ == AddressFamily::kIpv6) {
-    return SetOption(handle_, IPPROTO_IPV6, IPV6_MULTICAST_IF, static_cast<int>(interfaceValue));
-  }
+  const MulticastOptions& options = OptionsOf(family_);
+  if (family_ == AddressFamily::kIpv6)
+    return SetOption(handle_, options.level, options.from, static_cast<int>(interfaceValue));
   // The address as well: datagrams then leave with it as their source, also from
   // an interface that has several. Without an index the system looks for one.
-  return SetOption(handle_, IPPROTO_IP, IP_MULTICAST_IF,
-                   Ipv4Membership({}, interfaceValue, InterfaceOfIpv4Address(interfaceValue)));
+  return SetMembership(options.from, {{}, interfaceValue, InterfaceOfIpv4Address(interfaceValue)});
 }
 
 void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {
@@ -165,87 +104,60 @@ void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {
 }
 
 // A listener has its port for itself with this option too.
-bool Socket::ClaimAddress() { return SetReuseAddress(); }
+bool Socket::ClaimAddress() { return SetOption(handle_, SOL_SOCKET, SO_REUSEADDR, 1); }
 
-bool Socket::Bind(const SocketAddress& local) {
-  if (bind(Native(handle_), Native(local), local.size) == 0) return true;
-  const int error = errno;
-  ReportBindFailure(Native(handle_), local, error);
-  return false;
-}
-
-bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
-  if (FaultHits(Fault::kGroupJoin)) return false;
-  if (group.family() != family_ || family_ == AddressFamily::kUnspecified) return false;
-  std::uint32_t index = interfaceValue;
-  if (family_ == AddressFamily::kIpv6) {
-    if (!SetOption(handle_, IPPROTO_IPV6, IPV6_JOIN_GROUP, Ipv6Membership(group, index))) {
-      return false;
-    }
-  } else {
-    index = InterfaceOfIpv4Address(interfaceValue);
-    if (!SetOption(handle_, IPPROTO_IP, IP_ADD_MEMBERSHIP,
-                   Ipv4Membership(group, interfaceValue, index))) {
-      return false;
-    }
+BindOutcome Socket::Bind(const SocketAddress& local) {
+  if (bind(Native(handle_), Native(local), local.size) == 0) return BindOutcome::kBound;
+  switch (errno) {
+    case EADDRINUSE:
+      return BindOutcome::kInUse;
+    case EACCES:
+      return BindOutcome::kForbidden;
+    default:
+      return BindOutcome::kFailed;
   }
-  group_ = group;
-  interfaceValue_ = interfaceValue;
-  memberInterfaceIndex_ = index;
-  return true;
-}
-
-bool Socket::RejoinGroup() {
-  if (group_.size == 0) return false;
-  // The system keeps the entry of a membership whose interface has gone, and
-  // would take a second one for a duplicate. Nothing to leave is fine.
-  if (family_ == AddressFamily::kIpv6) {
-    (void)SetOption(handle_, IPPROTO_IPV6, IPV6_LEAVE_GROUP,
-                    Ipv6Membership(group_, memberInterfaceIndex_));
-  } else {
-    (void)SetOption(handle_, IPPROTO_IP, IP_DROP_MEMBERSHIP,
-                    Ipv4Membership(group_, interfaceValue_, memberInterfaceIndex_));
-  }
-  return JoinGroup(SocketAddress(group_), interfaceValue_);
 }
 
 std::optional<std::size_t> Socket::SendTo(std::span<const std::byte> data,
                                           const SocketAddress& destination) {
-  ssize_t sent = 0;
-  do {
-    sent = sendto(Native(handle_), data.data(), data.size(), MSG_NOSIGNAL, Native(destination),
+  return Transferred(Retried([&] {
+    return sendto(Native(handle_), data.data(), data.size(), MSG_NOSIGNAL, Native(destination),
                   destination.size);
-  } while (sent < 0 && errno == EINTR);
-  if (sent < 0) return std::nullopt;
-  return static_cast<std::size_t>(sent);
+  }));
 }
 
-ReceiveStatus Socket::ReceiveFrom(std::span<std::byte> buffer, std::size_t& size,
-                                  SocketAddress& source) {
+std::optional<std::size_t> Socket::Receive(Datagrams& datagrams) {
   int injected = 0;
-  if (FaultHits(Fault::kReceive, &injected)) return StatusOfReceiveError(injected);
+  if (FaultHits(Fault::kReceive, &injected)) return NoneFor(injected);
 
-  SocketAddress from;
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in6_pktinfo)) + CMSG_SPACE(sizeof(in_pktinfo))];
-  iovec part{buffer.data(), buffer.size()};
-  msghdr message{};
-  message.msg_name = from.storage.data();
-  message.msg_namelen = static_cast<socklen_t>(from.storage.size());
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
-  message.msg_control = control;
-  message.msg_controllen = sizeof(control);
-  const ssize_t received = recvmsg(Native(handle_), &message, 0);
-  if (received < 0) return StatusOfReceiveError(errno);
-  const Arrival arrival = ArrivalOf(message);
-  if (group_.size != 0 && (!arrival.known || !arrival.IsFor(group_, memberInterfaceIndex_))) {
-    return ReceiveStatus::kNothing;
+  struct Control {
+    alignas(cmsghdr) char bytes[CMSG_SPACE(sizeof(in6_pktinfo)) + CMSG_SPACE(sizeof(in_pktinfo))];
+  };
+  std::array<Control, Datagrams::kMost> controls;
+  std::array<iovec, Datagrams::kMost> parts;
+  std::array<mmsghdr, Datagrams::kMost> messages;
+  for (std::size_t i = 0; i < Datagrams::kMost; ++i) {
+    SocketAddress& source = datagrams.sources_[i];
+    parts[i] = {datagrams.bytes_[i].data(), Datagrams::kLargest};
+    messages[i] = {{source.storage.data(), static_cast<socklen_t>(source.storage.size()), &parts[i],
+                    1, controls[i].bytes, sizeof(Control), 0},
+                   0};
   }
-  from.size =
-      std::min<std::uint32_t>(message.msg_namelen, static_cast<std::uint32_t>(from.storage.size()));
-  size = static_cast<std::size_t>(received);
-  source = from;
-  return ReceiveStatus::kReceived;
+  const int received = recvmmsg(Native(handle_), messages.data(), messages.size(), 0, nullptr);
+  if (received < 0) return NoneFor(errno);
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < static_cast<std::size_t>(received); ++i) {
+    msghdr& message = messages[i].msg_hdr;
+    const Arrival arrival = ArrivalOf(message);
+    if (membership_ &&
+        (!arrival.known || !arrival.IsFor(membership_->group, membership_->interfaceIndex))) {
+      continue;
+    }
+    datagrams.sizes_[i] = messages[i].msg_len;
+    datagrams.sources_[i].size = message.msg_namelen;
+    datagrams.Keep(i, kept++);
+  }
+  return kept;
 }
 
 Socket Socket::Accept() {
@@ -273,21 +185,13 @@ WaitStatus Socket::WaitReadable(WaitLimit limit) const {
 }
 
 std::optional<std::size_t> Socket::Send(std::span<const std::byte> data) {
-  ssize_t sent = 0;
-  do {
-    sent = send(Native(handle_), data.data(), data.size(), MSG_NOSIGNAL);
-  } while (sent < 0 && errno == EINTR);
-  if (sent < 0) return std::nullopt;
-  return static_cast<std::size_t>(sent);
+  return Transferred(
+      Retried([&] { return send(Native(handle_), data.data(), data.size(), MSG_NOSIGNAL); }));
 }
 
 std::optional<std::size_t> Socket::Receive(std::span<std::byte> buffer) {
-  ssize_t received = 0;
-  do {
-    received = recv(Native(handle_), buffer.data(), buffer.size(), 0);
-  } while (received < 0 && errno == EINTR);
-  if (received < 0) return std::nullopt;
-  return static_cast<std::size_t>(received);
+  return Transferred(
+      Retried([&] { return recv(Native(handle_), buffer.data(), buffer.size(), 0); }));
 }
 
 void Socket::ShutdownBoth() { (void)shutdown(Native(handle_), SHUT_RDWR); }

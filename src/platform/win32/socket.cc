@@ -1,20 +1,15 @@
-// Each socket has an event of Winsock, which stands for its readiness to be read in
-// waits: set while something may wait, reset by the receive (or accept) that finds
+// Each socket that receives has an event of Winsock, which stands for its readiness to be
+// read in waits: set while something may wait, reset by the receive (or accept) that finds
 // nothing.
 #include "platform/socket.h"
 
 #include <atomic>
 #include <climits>
-#include <memory>
-#include <new>
 #include <utility>
 
-#include "platform/address_owner.h"
-#include "platform/bounded_resolution.h"
 #include "platform/fault_injection.h"
 #include "platform/socket_common.h"
 #include "platform/win32/handle.h"
-#include "platform/win32/wide_text.h"
 
 namespace talvorn::platform {
 namespace {
@@ -61,8 +56,11 @@ bool FindReceiveMessage(SOCKET socket, AddressFamily family) {
 // itself that nobody listened where one of ours went. Both are best effort: Windows
 // gives a socket only the groups that it has joined itself, and a receive survives
 // the error.
-bool PrepareDatagramSocket(std::intptr_t handle, AddressFamily family) {
-  if (!FindReceiveMessage(Native(handle), family)) return false;
+bool PrepareReceiver(std::intptr_t handle, AddressFamily family) {
+  if (!FindReceiveMessage(Native(handle), family) ||
+      !SetOption(handle, SOL_SOCKET, SO_REUSEADDR, int{1})) {
+    return false;
+  }
   BOOL off = FALSE;
   DWORD size = 0;
   (void)WSAIoctl(Native(handle), SIO_UDP_CONNRESET, &off, sizeof(off), nullptr, 0, &size, nullptr,
@@ -86,26 +84,11 @@ Arrival ArrivalOf(WSAMSG& message) {
   return arrival;
 }
 
-// What a failed receive means for the socket: most errors say something about one
-// datagram, one peer, or the moment.
-ReceiveStatus StatusOfReceiveError(int error) {
-  switch (error) {
-    case WSAEWOULDBLOCK:
-    case WSAEINTR:
-    case WSAENETDOWN:
-    case WSAENETUNREACH:
-    case WSAENETRESET:
-    case WSAECONNRESET:
-    case WSAECONNREFUSED:
-    case WSAEHOSTDOWN:
-    case WSAEHOSTUNREACH:
-    case WSAENOBUFS:
-    case WSA_NOT_ENOUGH_MEMORY:
-      return ReceiveStatus::kNothing;
-    default:
-      return ReceiveStatus::kFailed;
-  }
-}
+// Most errors of a receive say something about one datagram, one peer, or the moment.
+constexpr int kPassingErrors[] = {
+    WSAEWOULDBLOCK,  WSAEINTR,      WSAENETDOWN,          WSAENETUNREACH,
+    WSAENETRESET,    WSAECONNRESET, WSAECONNREFUSED,      WSAEHOSTDOWN,
+    WSAEHOSTUNREACH, WSAENOBUFS,    WSA_NOT_ENOUGH_MEMORY};
 
 // After a receive that gave nothing: the event is no longer set, unless something
 // has come in since. A look by recv() also makes the event be set again by what
@@ -132,12 +115,20 @@ Result ReceiveOrRearm(std::intptr_t event, Result nothing, Receive&& receive) {
   return result;
 }
 
+// What a connection, or a socket that waits for some, is woken by.
+constexpr long kStreamEvents = FD_READ | FD_ACCEPT | FD_CLOSE;
+
 // The event of a new socket, which thereby no longer blocks. None on failure.
-SocketEventHandle MakeReadableEvent(SOCKET socket, SocketType type) {
+std::intptr_t MakeReadableEvent(std::intptr_t handle, long what) {
   SocketEventHandle event(WSACreateEvent());
-  const long what = type == SocketType::kDatagram ? FD_READ : FD_READ | FD_ACCEPT | FD_CLOSE;
-  if (event.valid() && WSAEventSelect(socket, event.get(), what) != 0) event.Close();
-  return event;
+  if (!event.valid() || WSAEventSelect(Native(handle), event.get(), what) != 0)
+    return kNoWaitHandle;
+  return reinterpret_cast<std::intptr_t>(event.Release());
+}
+
+bool StopBlocking(std::intptr_t handle) {
+  u_long nonBlocking = 1;
+  return ioctlsocket(Native(handle), FIONBIO, &nonBlocking) == 0;
 }
 
 enum class Direction { kRead, kWrite };
@@ -159,13 +150,6 @@ WaitStatus WaitFor(std::intptr_t handle, Direction direction, WaitLimit limit) {
   return ready == 0 ? WaitStatus::kTimeout : WaitStatus::kSignalled;
 }
 
-ip_mreq Ipv4Membership(const SocketAddress& group, std::uint32_t interfaceAddress) {
-  ip_mreq request{};
-  request.imr_multiaddr = As<sockaddr_in>(group).sin_addr;
-  request.imr_interface.s_addr = interfaceAddress;
-  return request;
-}
-
 }  // namespace
 
 bool StartSocketLibrary() {
@@ -175,175 +159,122 @@ bool StartSocketLibrary() {
 
 void StopSocketLibrary() { WSACleanup(); }
 
-std::optional<SocketAddress> ResolveStreamHost(std::u16string_view host, const char* service,
-                                               std::uint32_t limitMs) {
-  const auto resolve = [name = std::u16string(host),
-                        port = std::u16string(service, service + std::strlen(service))]()
-      -> std::optional<SocketAddress> {
-    ADDRINFOW wanted{};
-    wanted.ai_family = AF_INET;
-    wanted.ai_socktype = SOCK_STREAM;
-    wanted.ai_protocol = IPPROTO_TCP;
-    ADDRINFOW* list = nullptr;
-    if (GetAddrInfoW(ToNative(name), ToNative(port), &wanted, &list) != 0) return std::nullopt;
-    const std::unique_ptr<ADDRINFOW, decltype(&FreeAddrInfoW)> owner(list, &FreeAddrInfoW);
-    if (list == nullptr || list->ai_addr == nullptr) return std::nullopt;
-    return FromNative(list->ai_addr, list->ai_addrlen);
-  };
-  return ResolveWithin(limitMs, resolve);
-}
-
 Socket Socket::Create(AddressFamily family, SocketType type) {
   if (FaultHits(Fault::kSocketCreate)) return {};
-  if (family == AddressFamily::kUnspecified || type == SocketType::kAny) return {};
-  SocketHandle socket(::socket(ToNative(family), ToNative(type), 0));
-  if (!socket.valid()) return {};
-  SocketEventHandle event = MakeReadableEvent(socket.get(), type);
-  if (!event.valid()) return {};
-  Socket result(static_cast<std::intptr_t>(socket.Release()), family);
-  result.readable_ = reinterpret_cast<std::intptr_t>(event.Release());
-  if (type == SocketType::kDatagram && !PrepareDatagramSocket(result.handle_, family)) return {};
-  return result;
+  Socket result(static_cast<std::intptr_t>(socket(ToNative(family), ToNative(type), 0)), family);
+  if (!result.valid()) return {};
+  if (type == SocketType::kDatagram)
+    return StopBlocking(result.handle_) ? std::move(result) : Socket();
+  result.readable_ = MakeReadableEvent(result.handle_, kStreamEvents);
+  return result.readable_ != kNoWaitHandle ? std::move(result) : Socket();
+}
+
+Socket Socket::CreateReceiver(AddressFamily family) {
+  Socket result = Create(family, SocketType::kDatagram);
+  if (!result.valid() || !PrepareReceiver(result.handle_, family)) return {};
+  result.readable_ = MakeReadableEvent(result.handle_, FD_READ);
+  return result.readable_ != kNoWaitHandle ? std::move(result) : Socket();
 }
 
 void Socket::Close() {
   if (handle_ == kNoWaitHandle) return;
   closesocket(Native(std::exchange(handle_, kNoWaitHandle)));
-  WSACloseEvent(NativeEvent(std::exchange(readable_, kNoWaitHandle)));
-  group_ = {};
+  if (readable_ != kNoWaitHandle)
+    WSACloseEvent(NativeEvent(std::exchange(readable_, kNoWaitHandle)));
+  membership_.reset();
 }
 
 bool Socket::SetMulticastLoopback(bool on) {
-  const bool v6 = family_ == AddressFamily::kIpv6;
-  const int level = v6 ? IPPROTO_IPV6 : IPPROTO_IP;
-  const int option = v6 ? IPV6_MULTICAST_LOOP : IP_MULTICAST_LOOP;
+  const MulticastOptions& options = OptionsOf(family_);
   const std::uint8_t value = on ? 1 : 0;
-  return receives_ ? SetOption(handle_, level, option, DWORD{value})
-                   : SetByteOption(handle_, level, option, value);
+  const bool receives = readable_ != kNoWaitHandle;
+  return receives ? SetOption(handle_, options.level, options.loopback, DWORD{value})
+                  : SetByteOption(handle_, options.level, options.loopback, value);
 }
 
 bool Socket::SetMulticastHops(std::uint8_t hops) {
-  return family_ == AddressFamily::kIpv6
-             ? SetByteOption(handle_, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, hops)
-             : SetByteOption(handle_, IPPROTO_IP, IP_MULTICAST_TTL, hops);
+  const MulticastOptions& options = OptionsOf(family_);
+  return SetByteOption(handle_, options.level, options.hops, hops);
 }
 
 bool Socket::SetMulticastInterface(std::uint32_t interfaceValue) {
-  return family_ == AddressFamily::kIpv6
-             ? SetOption(handle_, IPPROTO_IPV6, IPV6_MULTICAST_IF, DWORD{interfaceValue})
-             : SetOption(handle_, IPPROTO_IP, IP_MULTICAST_IF, DWORD{interfaceValue});
+  const MulticastOptions& options = OptionsOf(family_);
+  return SetOption(handle_, options.level, options.from, DWORD{interfaceValue});
 }
 
 void Socket::EnlargeReceiveBuffer(std::uint32_t bytes) {
-  receives_ = true;
   const int value = static_cast<int>(std::min<std::uint32_t>(bytes, INT_MAX));
   (void)SetOption(handle_, SOL_SOCKET, SO_RCVBUF, value);
 }
 
 bool Socket::ClaimAddress() { return SetOption(handle_, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, int{1}); }
 
-bool Socket::Bind(const SocketAddress& local) {
-  return bind(Native(handle_), Native(local), SizeOf(local)) == 0;
-}
-
-bool Socket::JoinGroup(const SocketAddress& group, std::uint32_t interfaceValue) {
-  if (FaultHits(Fault::kGroupJoin)) return false;
-  if (group.family() != family_) return false;
-  switch (group.size) {
-    case sizeof(sockaddr_in):
-      if (!SetOption(handle_, IPPROTO_IP, IP_ADD_MEMBERSHIP,
-                     Ipv4Membership(group, interfaceValue))) {
-        return false;
-      }
-      memberInterfaceIndex_ = InterfaceOfIpv4Address(interfaceValue);
-      break;
-    case sizeof(sockaddr_in6):
-      if (!SetOption(handle_, IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP,
-                     Ipv6Membership(group, interfaceValue))) {
-        return false;
-      }
-      memberInterfaceIndex_ = interfaceValue;
-      break;
-    default:
-      return false;
-  }
-  group_ = group;
-  interfaceValue_ = interfaceValue;
-  return true;
-}
-
-bool Socket::RejoinGroup() {
-  if (group_.size == 0) return false;
-  // Where the membership went with its interface there is nothing to leave.
-  if (family_ == AddressFamily::kIpv6) {
-    (void)SetOption(handle_, IPPROTO_IPV6, IPV6_DROP_MEMBERSHIP,
-                    Ipv6Membership(group_, interfaceValue_));
-  } else {
-    (void)SetOption(handle_, IPPROTO_IP, IP_DROP_MEMBERSHIP,
-                    Ipv4Membership(group_, interfaceValue_));
-  }
-  return JoinGroup(SocketAddress(group_), interfaceValue_);
+BindOutcome Socket::Bind(const SocketAddress& local) {
+  return bind(Native(handle_), Native(local), SizeOf(local)) == 0 ? BindOutcome::kBound
+                                                                  : BindOutcome::kFailed;
 }
 
 std::optional<std::size_t> Socket::SendTo(std::span<const std::byte> data,
                                           const SocketAddress& destination) {
-  const int sent = sendto(Native(handle_), reinterpret_cast<const char*>(data.data()), SizeOf(data),
-                          0, Native(destination), SizeOf(destination));
-  if (sent < 0) return std::nullopt;
-  return static_cast<std::size_t>(sent);
+  return Transferred(sendto(Native(handle_), reinterpret_cast<const char*>(data.data()),
+                            SizeOf(data), 0, Native(destination), SizeOf(destination)));
 }
 
-ReceiveStatus Socket::ReceiveFrom(std::span<std::byte> buffer, std::size_t& size,
-                                  SocketAddress& source) {
+std::optional<std::size_t> Socket::Receive(Datagrams& datagrams) {
   const LPFN_WSARECVMSG receiveMessage = ReceiveMessage(family_).load(std::memory_order_relaxed);
-  if (!valid() || receiveMessage == nullptr) return ReceiveStatus::kFailed;
+  if (!valid() || receiveMessage == nullptr) return std::nullopt;
 
-  SocketAddress from;
-  alignas(WSACMSGHDR) char
-      control[WSA_CMSG_SPACE(sizeof(IN6_PKTINFO)) + WSA_CMSG_SPACE(sizeof(IN_PKTINFO))] = {};
-  WSABUF part{static_cast<ULONG>(SizeOf(buffer)), reinterpret_cast<char*>(buffer.data())};
-  WSAMSG message{};
-  message.name = reinterpret_cast<sockaddr*>(from.storage.data());
-  message.namelen = static_cast<int>(from.storage.size());
-  message.lpBuffers = &part;
-  message.dwBufferCount = 1;
-  message.Control = {sizeof(control), control};
-  DWORD received = 0;
-  int error = 0;
-  if (!FaultHits(Fault::kReceive, &error) &&
-      receiveMessage(Native(handle_), &message, &received, nullptr, nullptr) != 0) {
-    error = WSAGetLastError();
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < Datagrams::kMost; ++i) {
+    SocketAddress& source = datagrams.sources_[kept];
+    alignas(WSACMSGHDR) char
+        control[WSA_CMSG_SPACE(sizeof(IN6_PKTINFO)) + WSA_CMSG_SPACE(sizeof(IN_PKTINFO))] = {};
+    WSABUF part{Datagrams::kLargest, reinterpret_cast<char*>(datagrams.bytes_[kept].data())};
+    WSAMSG message{};
+    message.name = reinterpret_cast<sockaddr*>(source.storage.data());
+    message.namelen = static_cast<int>(source.storage.size());
+    message.lpBuffers = &part;
+    message.dwBufferCount = 1;
+    message.Control = {sizeof(control), control};
+    DWORD received = 0;
+    int error = 0;
+    if (!FaultHits(Fault::kReceive, &error) &&
+        receiveMessage(Native(handle_), &message, &received, nullptr, nullptr) != 0) {
+      error = WSAGetLastError();
+    }
+    if (error == WSAEMSGSIZE) {
+      // The datagram is larger than the room, which now holds its beginning.
+      received = part.len;
+    } else if (std::ranges::find(kPassingErrors, error) != std::end(kPassingErrors)) {
+      RearmDatagramEvent(handle_, readable_);
+      break;
+    } else if (error != 0) {
+      // What came before counts; the event stays set, and the next receive fails as well.
+      if (kept == 0) return std::nullopt;
+      break;
+    }
+    // What the system does not tell is no reason to drop a datagram.
+    const Arrival arrival = ArrivalOf(message);
+    if (membership_ && arrival.known &&
+        !arrival.IsFor(membership_->group, membership_->interfaceIndex)) {
+      continue;
+    }
+    datagrams.sizes_[kept] = received;
+    source.size = static_cast<std::uint32_t>(message.namelen);
+    ++kept;
   }
-  if (error == WSAEMSGSIZE) {
-    // The datagram is larger than the buffer, which now holds its beginning.
-    received = part.len;
-  } else if (error != 0) {
-    const ReceiveStatus status = StatusOfReceiveError(error);
-    if (status == ReceiveStatus::kNothing) RearmDatagramEvent(handle_, readable_);
-    return status;
-  }
-  // What the system does not tell is no reason to drop a datagram.
-  const Arrival arrival = ArrivalOf(message);
-  if (group_.size != 0 && arrival.known && !arrival.IsFor(group_, memberInterfaceIndex_)) {
-    return ReceiveStatus::kNothing;
-  }
-  from.size = static_cast<std::uint32_t>(
-      std::min(static_cast<std::size_t>(message.namelen), from.storage.size()));
-  size = std::min<std::size_t>(received, buffer.size());
-  source = from;
-  return ReceiveStatus::kReceived;
+  return kept;
 }
 
 Socket Socket::Accept() {
-  SocketHandle socket(ReceiveOrRearm(readable_, INVALID_SOCKET,
-                                     [this] { return accept(Native(handle_), nullptr, nullptr); }));
-  if (!socket.valid()) return {};
+  Socket result(
+      static_cast<std::intptr_t>(ReceiveOrRearm(
+          readable_, INVALID_SOCKET, [this] { return accept(Native(handle_), nullptr, nullptr); })),
+      family_);
+  if (!result.valid()) return {};
   // Until now it shared the event of this one.
-  SocketEventHandle event = MakeReadableEvent(socket.get(), SocketType::kStream);
-  if (!event.valid()) return {};
-  Socket result(static_cast<std::intptr_t>(socket.Release()), family_);
-  result.readable_ = reinterpret_cast<std::intptr_t>(event.Release());
-  return result;
+  result.readable_ = MakeReadableEvent(result.handle_, kStreamEvents);
+  return result.readable_ != kNoWaitHandle ? std::move(result) : Socket();
 }
 
 ConnectStatus Socket::Connect(const SocketAddress& peer) {
@@ -364,18 +295,14 @@ WaitStatus Socket::WaitReadable(WaitLimit limit) const {
 }
 
 std::optional<std::size_t> Socket::Send(std::span<const std::byte> data) {
-  const int sent =
-      send(Native(handle_), reinterpret_cast<const char*>(data.data()), SizeOf(data), 0);
-  if (sent < 0) return std::nullopt;
-  return static_cast<std::size_t>(sent);
+  return Transferred(
+      send(Native(handle_), reinterpret_cast<const char*>(data.data()), SizeOf(data), 0));
 }
 
 std::optional<std::size_t> Socket::Receive(std::span<std::byte> buffer) {
-  const int received = ReceiveOrRearm(readable_, SOCKET_ERROR, [&] {
+  return Transferred(ReceiveOrRearm(readable_, SOCKET_ERROR, [&] {
     return recv(Native(handle_), reinterpret_cast<char*>(buffer.data()), SizeOf(buffer), 0);
-  });
-  if (received < 0) return std::nullopt;
-  return static_cast<std::size_t>(received);
+  }));
 }
 
 void Socket::ShutdownBoth() { (void)shutdown(Native(handle_), SD_BOTH); }

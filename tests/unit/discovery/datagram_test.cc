@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/socket.h"
+#include "platform/address.h"
 #include "support/byte_io.h"
 
 namespace talvorn {

@@ -189,19 +189,20 @@ TEST_F(WithoutMemory, AReceiverLosesNothingButADatagram) {
   WithEachAllocationFailing(1, [&](long allocation) {
     CResponseList responses;
     CItemList items;
-    // Receives one datagram, and ends as the socket seems to be dead at the second.
+    // Receives as many datagrams as it takes at once, and ends as the socket then seems to
+    // be dead.
     const auto receive = [&](long failing) {
       MulticastReceiver receiver;
       receiver.expectedMagic = kMagic;
       receiver.responseList = &responses;
       receiver.itemList = &items;
       using platform::Socket;
-      receiver.socket =
-          Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kDatagram);
-      ASSERT_TRUE(receiver.socket.Bind(platform::SocketAddress::Ipv4(Address("127.0.0.1"), 0)));
+      receiver.socket = Socket::CreateReceiver(platform::AddressFamily::kIpv4);
+      ASSERT_EQ(receiver.socket.Bind(platform::SocketAddress::Ipv4(Address("127.0.0.1"), 0)),
+                platform::BindOutcome::kBound);
       Socket device =
           Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kDatagram);
-      for (int i = 0; i < 2; ++i) {
+      for (std::size_t i = 0; i < platform::Datagrams::kMost; ++i) {
         ASSERT_EQ(device.SendTo(datagram, receiver.socket.LocalAddress()), datagram.size());
       }
       platform::ArmFault(platform::Fault::kReceive, 1, 1, EBADF);
@@ -379,8 +380,9 @@ class StatusDevice {
     listener_ =
         platform::Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kStream);
     running_.Set();
-    listens_ = listener_.SetReuseAddress() &&
-               listener_.Bind(platform::SocketAddress::Ipv4(Address(kAddress), kStatusPort)) &&
+    listens_ = listener_.ClaimAddress() &&
+               listener_.Bind(platform::SocketAddress::Ipv4(Address(kAddress), kStatusPort)) ==
+                   platform::BindOutcome::kBound &&
                listener_.Listen(100);
     thread_ = platform::Thread::Start("device", [this] { return Serve(); });
   }

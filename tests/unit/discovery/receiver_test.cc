@@ -1,7 +1,9 @@
-// A receiver lives on through errors of its receives, and hears what comes next.
+// A receiver hears what comes in, lives on through errors of its receives, and ends when it
+// is told to.
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -11,7 +13,9 @@
 #include "discovery/datagram.h"
 #include "discovery/multicast_receiver.h"
 #include "platform/fault_injection.h"
-#include "platform/win32/windows_api.h"
+#include "support/debug_trace.h"
+#include "testing/receive_errors.h"
+#include "testing/scratch_machine.h"
 #include "testing/socket_library.h"
 #include "testing/wait_until.h"
 
@@ -25,9 +29,10 @@ using platform::SocketAddress;
 
 constexpr std::uint32_t kGenerousMs = 30'000;
 
-class ReceiverErrors : public ::testing::Test {
+class Receiver : public ::testing::Test {
  protected:
   void SetUp() override {
+    DebugTrace().SetEnabled(0);
     receiver_.responseList = &responses_;
     receiver_.itemList = &items_;
     ASSERT_TRUE(OpenReceiver(receiver_, interface_, kResponseGroupIpv4));
@@ -59,16 +64,29 @@ class ReceiverErrors : public ::testing::Test {
   const SocketAddress group_ =
       SocketAddress::Ipv4(platform::ParseIpv4(kResponseGroupIpv4), kDiscoveryPort);
   Socket sender_ = Socket::Create(platform::AddressFamily::kIpv4, platform::SocketType::kDatagram);
+  testing::ScratchMachine machine_;
   CResponseList responses_;
   CItemList items_;
   MulticastReceiver receiver_;
   std::uint32_t devices_ = 0;
 };
 
-TEST_F(ReceiverErrors, AResetOfAPeerOrOfTheNetworkLosesNoDatagram) {
+TEST_F(Receiver, WakesItsOwnerForAResponseOnlyWhileThatIsTraced) {
   Answer(kDeviceRecordSize);
   ASSERT_TRUE(AllAreHeard());
-  for (const int error : {WSAECONNRESET, WSAENETRESET}) {
+  Answer(kDeviceRecordSize);
+  ASSERT_TRUE(AllAreHeard());
+  EXPECT_FALSE(receiver_.dataEvent.Test());
+  DebugTrace().SetEnabled(1);
+  Answer(kDeviceRecordSize);
+  EXPECT_EQ(receiver_.dataEvent.Wait(kGenerousMs), platform::WaitStatus::kSignalled);
+  DebugTrace().SetEnabled(0);
+}
+
+TEST_F(Receiver, LosesNoDatagramToAnErrorThatPasses) {
+  Answer(kDeviceRecordSize);
+  ASSERT_TRUE(AllAreHeard());
+  for (const int error : testing::kPassingReceiveErrors) {
     // The receive that the datagram brings about fails, and the next finds it still there.
     ArmFault(Fault::kReceive, 1, 0, error);
     Answer(kDeviceRecordSize);
@@ -77,7 +95,7 @@ TEST_F(ReceiverErrors, AResetOfAPeerOrOfTheNetworkLosesNoDatagram) {
   }
 }
 
-TEST_F(ReceiverErrors, OfALargeDatagramTheBeginningCounts) {
+TEST_F(Receiver, TakesTheBeginningOfALargeDatagram) {
   Answer(1'501);
   EXPECT_TRUE(AllAreHeard());
   Answer(60'000);
@@ -85,11 +103,26 @@ TEST_F(ReceiverErrors, OfALargeDatagramTheBeginningCounts) {
   EXPECT_TRUE(AllAreHeard());
 }
 
-TEST_F(ReceiverErrors, ADeadSocketEndsIt) {
-  ArmFault(Fault::kReceive, 1, 0, WSAENOTSOCK);
+TEST_F(Receiver, EndsWithADeadSocket) {
+  ArmFault(Fault::kReceive, 1, 0, testing::kDeadlyReceiveErrors.front());
   Answer(kDeviceRecordSize);
   EXPECT_TRUE(receiver_.thread.JoinFor(kGenerousMs));
   EXPECT_FALSE(receiver_.socket.valid());
+}
+
+TEST(MulticastReceiver, TellsItsThreadToEndAndWaitsForItBeforeItsEventsGo) {
+  std::atomic<bool> waits{false};
+  std::atomic<bool> told{false};
+  {
+    MulticastReceiver receiver;
+    receiver.thread = platform::Thread::Start("receiver", [&] {
+      waits = true;
+      told = receiver.stopEvent.Wait(kGenerousMs) == platform::WaitStatus::kSignalled;
+      return 0u;
+    });
+    ASSERT_TRUE(testing::WaitUntil([&] { return waits.load(); }));
+  }
+  EXPECT_TRUE(told);
 }
 
 }  // namespace
