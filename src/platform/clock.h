@@ -2,6 +2,7 @@
 // times: 100-nanosecond units since 1601-01-01.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 #include "platform/waitable.h"
@@ -38,6 +39,9 @@ class Clock {
 [[nodiscard]] Clock& SystemClock();
 
 // Milliseconds of a clock that nobody sets; for measuring intervals.
-[[nodiscard]] std::uint64_t MonotonicMs();
+[[nodiscard]] inline std::uint64_t MonotonicMs() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(std::chrono::floor<std::chrono::milliseconds>(now).count());
+}
 
 }  // namespace talvorn::platform

@@ -3,6 +3,7 @@
 // WaitForMultipleObjects().
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -40,7 +41,9 @@ inline constexpr std::uint32_t kPollTickMs = 10;
 // Blocks until one of `waitables` is signalled or `limit` has passed. Consumes
 // nothing: the caller tests its events afterwards, in its own order. An event
 // may have one waiting thread only. Null entries are passed over; an entry
-// without a handle shortens the wait to kPollTickMs.
+// without a handle shortens the wait to kPollTickMs. Fails for more than
+// kMostWaitables.
+inline constexpr std::size_t kMostWaitables = 64;  // Windows knows no more
 [[nodiscard]] WaitStatus WaitForAny(std::span<const Waitable* const> waitables, WaitLimit limit);
 
 }  // namespace talvorn::platform

@@ -126,11 +126,4 @@ Clock& SystemClock() {
   return clock;
 }
 
-std::uint64_t MonotonicMs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1000 +
-         static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
-}
-
 }  // namespace talvorn::platform

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <ctime>
 #include <mutex>
-#include <new>
 #include <optional>
 #include <string>
 
@@ -69,15 +68,11 @@ std::string AccountName(uid_t uid) {
 }  // namespace
 
 std::optional<UserIdentity> CurrentUserIdentity() {
-  try {
-    const std::string name = AccountName(geteuid());
-    UserIdentity identity;
-    identity.bytes.resize(name.size());
-    std::memcpy(identity.bytes.data(), name.data(), name.size());
-    return identity;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
+  const std::string name = AccountName(geteuid());
+  UserIdentity identity;
+  identity.bytes.resize(name.size());
+  std::memcpy(identity.bytes.data(), name.data(), name.size());
+  return identity;
 }
 
 struct EventLog::State {
@@ -94,33 +89,26 @@ EventLog& EventLog::operator=(EventLog&& other) noexcept = default;
 EventLog EventLog::Register(std::u16string_view sourceName) {
   EventLog log;
   if (FaultHits(Fault::kEventLogRegister) || ReportSocket() < 0) return log;
-  try {
-    const char* const configured = getenv("TALVORN_JOURNAL_SOCKET");
-    const bool own = configured != nullptr && configured[0] != '\0';
-    log.state_ = std::make_unique<State>(
-        State{WideToUtf8(sourceName), own ? configured : kJournalSocket, !own});
-  } catch (const std::bad_alloc&) {
-  }
+  const char* const configured = getenv("TALVORN_JOURNAL_SOCKET");
+  const bool own = configured != nullptr && configured[0] != '\0';
+  log.state_ = std::make_unique<State>(
+      State{WideToUtf8(sourceName), own ? configured : kJournalSocket, !own});
   return log;
 }
 
 void EventLog::Report(EventKind kind, std::uint16_t category, std::uint32_t eventId,
                       const UserIdentity* user, std::u16string_view text) const {
   if (state_ == nullptr) return;
-  try {
-    const std::string utf8 = WideToUtf8(text);
-    EventMessage message{kind, category, eventId, state_->source, {}, utf8};
-    if (user != nullptr) {
-      message.user = {reinterpret_cast<const char*>(user->bytes.data()), user->bytes.size()};
-    }
-    if (SendMessage(state_->journal, JournalEntry(message)) || !state_->orSyslog) return;
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    (void)SendMessage(kSyslogSocket, SyslogLine(message, local, getpid()));
-  } catch (const std::bad_alloc&) {
-    // A report that cannot be made is lost.
+  const std::string utf8 = WideToUtf8(text);
+  EventMessage message{kind, category, eventId, state_->source, {}, utf8};
+  if (user != nullptr) {
+    message.user = {reinterpret_cast<const char*>(user->bytes.data()), user->bytes.size()};
   }
+  if (SendMessage(state_->journal, JournalEntry(message)) || !state_->orSyslog) return;
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  (void)SendMessage(kSyslogSocket, SyslogLine(message, local, getpid()));
 }
 
 }  // namespace talvorn::platform

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/resource.h>
@@ -30,6 +31,18 @@ void RaiseDescriptorLimit() {
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
   limit.rlim_cur = limit.rlim_max;
   (void)setrlimit(RLIMIT_NOFILE, &limit);  // the lower limit serves a smaller machine
+}
+
+// What a thread gets when nobody says how much: the look-up of a name, which runs what
+// the administrator has put into the system for that, needs the most.
+void SizeDefaultStack() {
+  constexpr std::size_t kStackSize = 512 * 1024;
+  pthread_attr_t attributes;
+  if (pthread_getattr_default_np(&attributes) != 0) return;
+  if (pthread_attr_setstacksize(&attributes, kStackSize) == 0) {
+    (void)pthread_setattr_default_np(&attributes);
+  }
+  pthread_attr_destroy(&attributes);
 }
 
 // The signals that ask for the end, as a descriptor. What has arrived is never
@@ -72,6 +85,7 @@ SignalRequest& Request() {
 
 bool PrepareProcess() {
   RaiseDescriptorLimit();
+  SizeDefaultStack();
   signal(SIGPIPE, SIG_IGN);
   return TakeStandardDescriptors();
 }

@@ -6,10 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
+#include <atomic>
 #include <cstddef>
-#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -17,28 +15,36 @@
 #include "platform/fault_injection.h"
 
 namespace talvorn::platform {
+namespace {
+
+timespec MonotonicTimeIn(std::uint32_t milliseconds) {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  time.tv_sec += milliseconds / 1000;
+  time.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
+  if (time.tv_nsec >= 1'000'000'000) {
+    time.tv_nsec -= 1'000'000'000;
+    ++time.tv_sec;
+  }
+  return time;
+}
+
+}  // namespace
 
 // Shared by the handle and the thread itself, whichever lives longer.
 struct Thread::State {
   Procedure procedure;
   std::string name;
   pthread_t handle{};
-
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::uint32_t id = 0;
-  bool ended = false;
+  std::atomic<std::uint32_t> id{0};  // 0 until the thread has said it
 
   static void* Run(void* parameter) noexcept {
     const std::unique_ptr<std::shared_ptr<State>> self(
         static_cast<std::shared_ptr<State>*>(parameter));
     State& state = **self;
     pthread_setname_np(pthread_self(), state.name.c_str());
-    {
-      const std::lock_guard lock(state.mutex);
-      state.id = static_cast<std::uint32_t>(gettid());
-    }
-    state.changed.notify_all();
+    state.id = static_cast<std::uint32_t>(gettid());
+    state.id.notify_all();
     try {
       state.procedure();
     } catch (...) {
@@ -47,11 +53,6 @@ struct Thread::State {
     }
     // What the procedure owns goes before anybody learns of the end.
     state.procedure = nullptr;
-    {
-      const std::lock_guard lock(state.mutex);
-      state.ended = true;
-    }
-    state.changed.notify_all();
     return nullptr;
   }
 };
@@ -65,10 +66,7 @@ Thread::~Thread() {
 }
 
 Thread& Thread::operator=(Thread&& other) noexcept {
-  if (this != &other) {
-    if (state_) pthread_detach(state_->handle);
-    state_ = std::move(other.state_);
-  }
+  std::swap(state_, other.state_);
   return *this;
 }
 
@@ -90,8 +88,7 @@ Thread Thread::Start(const char* name, Procedure procedure) {
 
 std::uint32_t Thread::id() const {
   if (!state_) return 0;
-  std::unique_lock lock(state_->mutex);
-  state_->changed.wait(lock, [this] { return state_->id != 0; });
+  state_->id.wait(0);
   return state_->id;
 }
 
@@ -106,27 +103,15 @@ bool Thread::Join() {
 
 bool Thread::JoinFor(std::uint32_t milliseconds) {
   if (!state_) return true;
-  bool ended = false;
-  {
-    std::unique_lock lock(state_->mutex);
-    ended = state_->changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                                     [this] { return state_->ended; });
-  }
-  if (ended) return Join();
-  pthread_detach(state_->handle);
+  const timespec until = MonotonicTimeIn(milliseconds);
+  const bool ended = pthread_clockjoin_np(state_->handle, nullptr, CLOCK_MONOTONIC, &until) == 0;
+  if (!ended) pthread_detach(state_->handle);
   state_.reset();
-  return false;
+  return ended;
 }
 
 void SleepMs(std::uint32_t milliseconds) {
-  timespec until{};
-  clock_gettime(CLOCK_MONOTONIC, &until);
-  until.tv_sec += milliseconds / 1000;
-  until.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
-  if (until.tv_nsec >= 1'000'000'000) {
-    until.tv_nsec -= 1'000'000'000;
-    ++until.tv_sec;
-  }
+  const timespec until = MonotonicTimeIn(milliseconds);
   while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
   }
 }

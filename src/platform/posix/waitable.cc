@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
-#include <vector>
 
 #include "platform/posix/wait.h"
 
@@ -49,35 +47,25 @@ WaitStatus WaitForDescriptor(int fd, short events, WaitLimit limit) {
 }
 
 WaitStatus WaitForAny(std::span<const Waitable* const> waitables, WaitLimit limit) {
-  // Nobody in the system waits on more than a handful; the heap serves the rest.
-  std::array<pollfd, 16> few;
-  std::vector<pollfd> many;
-  std::span<pollfd> descriptors = few;
-  if (waitables.size() > few.size()) {
-    try {
-      many.resize(waitables.size());
-    } catch (const std::bad_alloc&) {
-      return WaitStatus::kFailed;
-    }
-    descriptors = many;
-  }
-
+  std::array<pollfd, kMostWaitables> descriptors;
   std::size_t count = 0;
   for (const Waitable* waitable : waitables) {
     if (waitable == nullptr) continue;
     const std::intptr_t handle = waitable->waitHandle();
     if (handle == kNoWaitHandle) {
       limit = LimitToPoll(limit);
+    } else if (count == descriptors.size()) {
+      return WaitStatus::kFailed;
     } else {
       descriptors[count++] = {static_cast<int>(handle), POLLIN, 0};
     }
   }
-  descriptors = descriptors.first(count);
 
-  const int ready = PollDescriptors(descriptors, limit);
+  const std::span<pollfd> used = std::span(descriptors).first(count);
+  const int ready = PollDescriptors(used, limit);
   if (ready == 0) return WaitStatus::kTimeout;
-  const bool broken = std::any_of(descriptors.begin(), descriptors.end(),
-                                  [](const pollfd& d) { return (d.revents & kBroken) != 0; });
+  const bool broken =
+      std::ranges::any_of(used, [](const pollfd& d) { return (d.revents & kBroken) != 0; });
   return ready < 0 || broken ? WaitStatus::kFailed : WaitStatus::kSignalled;
 }
 

@@ -172,15 +172,4 @@ Clock& SystemClock() {
   return clock;
 }
 
-std::uint64_t MonotonicMs() {
-  // Always there since Windows XP. In two parts, so that nothing overflows.
-  LARGE_INTEGER frequency{};
-  LARGE_INTEGER counter{};
-  QueryPerformanceFrequency(&frequency);
-  QueryPerformanceCounter(&counter);
-  const auto perSecond = static_cast<std::uint64_t>(frequency.QuadPart);
-  const auto count = static_cast<std::uint64_t>(counter.QuadPart);
-  return count / perSecond * 1000 + count % perSecond * 1000 / perSecond;
-}
-
 }  // namespace talvorn::platform

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <new>
 
 #include "platform/text_encoding.h"
 #include "platform/win32/system_function.h"
@@ -62,11 +61,7 @@ bool WriteText(DWORD stream, std::string_view text) {
   if (handle == nullptr || handle == INVALID_HANDLE_VALUE) return false;
   DWORD mode = 0;
   if (GetConsoleMode(handle, &mode) == FALSE) return WriteFileText(handle, text);
-  try {
-    return WriteConsoleText(handle, Utf8ToWide(text));
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+  return WriteConsoleText(handle, Utf8ToWide(text));
 }
 
 // The state of our end of a pipe, which needs no right to read from it.

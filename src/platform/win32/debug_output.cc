@@ -3,7 +3,6 @@
 // that.
 #include "platform/debug_output.h"
 
-#include <new>
 #include <string>
 
 #include "platform/win32/wide_text.h"
@@ -12,19 +11,11 @@
 namespace talvorn::platform {
 
 void DebugOutputW(std::u16string_view text) {
-  try {
-    OutputDebugStringW(ToNative(std::u16string(text)));
-  } catch (const std::bad_alloc&) {
-    // The line is dropped.
-  }
+  OutputDebugStringW(ToNative(std::u16string(text)));
 }
 
 void DebugOutputA(std::string_view text) {
-  try {
-    OutputDebugStringA(std::string(text).c_str());
-  } catch (const std::bad_alloc&) {
-    // The line is dropped.
-  }
+  OutputDebugStringA(std::string(text).c_str());
 }
 
 }  // namespace talvorn::platform

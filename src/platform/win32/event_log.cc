@@ -2,7 +2,6 @@
 // by itself; a report that it refuses is lost.
 #include "platform/event_log.h"
 
-#include <new>
 #include <string>
 #include <utility>
 
@@ -44,23 +43,19 @@ std::optional<UserIdentity> CurrentUserIdentity() {
       GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
     return std::nullopt;
   }
-  try {
-    // Memory from the heap is aligned for anything.
-    std::vector<std::byte> buffer(size);
-    if (size < sizeof(TOKEN_USER) ||
-        GetTokenInformation(token.get(), TokenUser, buffer.data(), size, &size) == FALSE) {
-      return std::nullopt;
-    }
-    const PSID sid = reinterpret_cast<const TOKEN_USER*>(buffer.data())->User.Sid;
-    UserIdentity identity;
-    identity.bytes.resize(GetLengthSid(sid));
-    if (CopySid(static_cast<DWORD>(identity.bytes.size()), identity.bytes.data(), sid) == FALSE) {
-      return std::nullopt;
-    }
-    return identity;
-  } catch (const std::bad_alloc&) {
+  // Memory from the heap is aligned for anything.
+  std::vector<std::byte> buffer(size);
+  if (size < sizeof(TOKEN_USER) ||
+      GetTokenInformation(token.get(), TokenUser, buffer.data(), size, &size) == FALSE) {
     return std::nullopt;
   }
+  const PSID sid = reinterpret_cast<const TOKEN_USER*>(buffer.data())->User.Sid;
+  UserIdentity identity;
+  identity.bytes.resize(GetLengthSid(sid));
+  if (CopySid(static_cast<DWORD>(identity.bytes.size()), identity.bytes.data(), sid) == FALSE) {
+    return std::nullopt;
+  }
+  return identity;
 }
 
 struct EventLog::State {
@@ -75,31 +70,23 @@ EventLog& EventLog::operator=(EventLog&& other) noexcept = default;
 EventLog EventLog::Register(std::u16string_view sourceName) {
   EventLog log;
   if (FaultHits(Fault::kEventLogRegister)) return log;
-  try {
-    auto state = std::make_unique<State>();
-    state->source =
-        EventSourceHandle(RegisterEventSourceW(nullptr, ToNative(std::u16string(sourceName))));
-    if (state->source.valid()) log.state_ = std::move(state);
-  } catch (const std::bad_alloc&) {
-    // Not registered.
-  }
+  auto state = std::make_unique<State>();
+  state->source =
+      EventSourceHandle(RegisterEventSourceW(nullptr, ToNative(std::u16string(sourceName))));
+  if (state->source.valid()) log.state_ = std::move(state);
   return log;
 }
 
 void EventLog::Report(EventKind kind, std::uint16_t category, std::uint32_t eventId,
                       const UserIdentity* user, std::u16string_view text) const {
   if (state_ == nullptr) return;
-  try {
-    const std::u16string shown = EventText(text);
-    const wchar_t* strings[] = {ToNative(shown)};
-    const PSID sid = user != nullptr && !user->bytes.empty()
-                         ? const_cast<std::byte*>(user->bytes.data())  // only read
-                         : nullptr;
-    (void)ReportEventW(state_->source.get(), static_cast<WORD>(kind), category, eventId, sid, 1, 0,
-                       strings, nullptr);
-  } catch (const std::bad_alloc&) {
-    // A report that cannot be made is lost.
-  }
+  const std::u16string shown = EventText(text);
+  const wchar_t* strings[] = {ToNative(shown)};
+  const PSID sid = user != nullptr && !user->bytes.empty()
+                       ? const_cast<std::byte*>(user->bytes.data())  // only read
+                       : nullptr;
+  (void)ReportEventW(state_->source.get(), static_cast<WORD>(kind), category, eventId, sid, 1, 0,
+                     strings, nullptr);
 }
 
 }  // namespace talvorn::platform

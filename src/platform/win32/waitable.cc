@@ -27,7 +27,8 @@ WaitStatus WaitForHandles(std::span<const HANDLE> handles, WaitLimit limit, std:
 
 // Nothing that a Waitable hands out is consumed by a wait: see event.cc.
 WaitStatus WaitForAny(std::span<const Waitable* const> waitables, WaitLimit limit) {
-  std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles{};
+  static_assert(kMostWaitables == MAXIMUM_WAIT_OBJECTS);
+  std::array<HANDLE, kMostWaitables> handles{};
   std::size_t count = 0;
   for (const Waitable* waitable : waitables) {
     if (waitable == nullptr) continue;
@@ -35,7 +36,7 @@ WaitStatus WaitForAny(std::span<const Waitable* const> waitables, WaitLimit limi
     if (handle == nullptr) {
       limit = LimitToPoll(limit);
     } else if (count == handles.size()) {
-      return WaitStatus::kFailed;  // nobody in the system waits on more than a handful
+      return WaitStatus::kFailed;
     } else {
       handles[count++] = handle;
     }
