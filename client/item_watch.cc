@@ -11,7 +11,6 @@ namespace talvorn {
 // locator that pulses it may run as another user.
 ItemWatch::ItemWatch(std::uint32_t serial)
     : event_(platform::NamedEvent::Create(ChangeEventName(serial),
-                                          platform::NamedEvent::Mode::kManualReset,
                                           platform::ObjectAccess::kEveryone)) {}
 
 ItemWatch::Outcome ItemWatch::Wait(std::uint32_t rereadMs, const platform::Waitable* interrupt) {

@@ -117,8 +117,7 @@ class CommandServer {
     }
     TraceA("%s ThreadExchange() OpenEvent() failed try CreateEvent() - \"%s\"\n", kTraceTag,
            kLogModeEventA);
-    logModeEvent_ =
-        platform::NamedEvent::Create(kLogModeEvent, platform::NamedEvent::Mode::kManualReset);
+    logModeEvent_ = platform::NamedEvent::Create(kLogModeEvent);
     if (logModeEvent_.valid()) {
       TraceA("%s ThreadExchange() CreateEvent() success - \"%s\"\n", kTraceTag, kLogModeEventA);
     } else {

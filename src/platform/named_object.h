@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "platform/waitable.h"
 
@@ -15,13 +16,27 @@ namespace talvorn::platform {
 // or everyone. On Linux everyone may use every object.
 enum class ObjectAccess { kDefault, kEveryone };
 
-// A mutex of which only the existence counts; nobody ever owns it.
-class NamedMutex {
+class NamedObject {
  public:
-  NamedMutex();  // none
-  ~NamedMutex();
-  NamedMutex(NamedMutex&& other) noexcept;
-  NamedMutex& operator=(NamedMutex&& other) noexcept;
+  [[nodiscard]] bool valid() const { return state_ != nullptr; }
+  void Close() { state_.reset(); }
+
+ protected:
+  struct State;  // of the system: what holds the object
+
+  NamedObject() = default;  // none
+  ~NamedObject() = default;
+  NamedObject(NamedObject&& other) noexcept = default;
+  NamedObject& operator=(NamedObject&& other) noexcept = default;
+  explicit NamedObject(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+  std::shared_ptr<State> state_;
+};
+
+// A mutex of which only the existence counts; nobody ever owns it.
+class NamedMutex : public NamedObject {
+ public:
+  NamedMutex() = default;
 
   // Creates the mutex, or opens the existing one. None on failure.
   [[nodiscard]] static NamedMutex Create(std::u16string_view name,
@@ -29,38 +44,25 @@ class NamedMutex {
   // None when no process holds a mutex of this name.
   [[nodiscard]] static NamedMutex Open(std::u16string_view name);
 
-  [[nodiscard]] bool valid() const { return state_ != nullptr; }
-  void Close();
-
  private:
-  struct State;
-  std::unique_ptr<State> state_;
+  using NamedObject::NamedObject;
 };
 
-class NamedEvent {
+// A manual-reset event.
+class NamedEvent : public NamedObject {
  public:
-  enum class Mode { kAutoReset, kManualReset };
+  NamedEvent() = default;
 
-  NamedEvent();  // none
-  ~NamedEvent();
-  NamedEvent(NamedEvent&& other) noexcept;
-  NamedEvent& operator=(NamedEvent&& other) noexcept;
-
-  // Creates the event, not set, or opens the existing one, whose mode then counts.
-  // None on failure.
-  [[nodiscard]] static NamedEvent Create(std::u16string_view name, Mode mode,
+  // Creates the event, not set, or opens the existing one. None on failure.
+  [[nodiscard]] static NamedEvent Create(std::u16string_view name,
                                          ObjectAccess access = ObjectAccess::kDefault);
   // None when no process holds an event of this name.
   [[nodiscard]] static NamedEvent Open(std::u16string_view name);
 
-  [[nodiscard]] bool valid() const { return state_ != nullptr; }
-  void Close();
-
   // None of these blocks, whatever other holders do to the object.
   bool Set();
   bool Reset();
-  // Releases the threads that wait at this moment (of an auto-reset event, one)
-  // and leaves the event not set.
+  // Releases the threads that wait at this moment and leaves the event not set.
   bool Pulse();
 
   struct WaitResult {
@@ -69,13 +71,12 @@ class NamedEvent {
     std::size_t index = 0;  // of the event that was signalled
   };
   // Waits until one of `events` is set or pulsed, or `interrupt` (may be null) is
-  // signalled. Consumes an auto-reset event, never the interrupt.
+  // signalled. Consumes nothing.
   [[nodiscard]] static WaitResult WaitAny(std::span<NamedEvent* const> events,
                                           const Waitable* interrupt, WaitLimit limit);
 
  private:
-  struct State;
-  std::unique_ptr<State> state_;
+  using NamedObject::NamedObject;
 };
 
 }  // namespace talvorn::platform

@@ -1,5 +1,6 @@
 // Security of an object that other accounts may use: identifiers, a list of
-// access entries, a descriptor. On Linux the entries decide the file mode.
+// access entries, a descriptor. On Linux whoever has one gets a file that everybody
+// may read and write.
 #pragma once
 
 #include <cstdint>

@@ -5,8 +5,8 @@ namespace talvorn::platform {
 
 // Makes sure that descriptors 0 to 2 are taken, so that nothing else ever lands on
 // them; reading or writing one that was missing fails. Ignores SIGPIPE, raises the
-// limit of open descriptors as far as it may, and gives threads stacks of a sensible size. False when the first of these
-// cannot be had.
+// limit of open descriptors as far as it may, and gives threads stacks of a sensible size. False
+// when the first of these cannot be had.
 [[nodiscard]] bool PrepareProcess();
 
 // From now on the signals that ask a process to end (SIGTERM, SIGINT, and SIGHUP

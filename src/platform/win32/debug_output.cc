@@ -10,12 +10,8 @@
 
 namespace talvorn::platform {
 
-void DebugOutputW(std::u16string_view text) {
-  OutputDebugStringW(ToNative(std::u16string(text)));
-}
+void DebugOutputW(std::u16string_view text) { OutputDebugStringW(ToNative(std::u16string(text))); }
 
-void DebugOutputA(std::string_view text) {
-  OutputDebugStringA(std::string(text).c_str());
-}
+void DebugOutputA(std::string_view text) { OutputDebugStringA(std::string(text).c_str()); }
 
 }  // namespace talvorn::platform

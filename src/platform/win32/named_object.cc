@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstddef>
-#include <new>
 #include <string>
 
 #include "platform/fault_injection.h"
@@ -19,34 +18,23 @@ namespace {
 constexpr DWORD kAllMutexAccess = 0x1F0001;
 constexpr DWORD kAllEventAccess = 0x1F0003;
 
-// `make` gives a handle for the terminated name; a state on it when it is one.
-template <typename State, typename Make>
-std::unique_ptr<State> StateOn(std::u16string_view name, Make make) {
-  if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
-  try {
-    auto state = std::make_unique<State>();
-    state->handle = KernelHandle(make(ToNative(std::u16string(name))));
-    return state->handle.valid() ? std::move(state) : nullptr;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
 }  // namespace
 
-struct NamedMutex::State {
+struct NamedObject::State {
   KernelHandle handle;
+
+  // `make` gives a handle for the terminated name.
+  template <typename Make>
+  static std::shared_ptr<State> Of(std::u16string_view name, Make make) {
+    if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
+    auto state = std::make_shared<State>();
+    state->handle = KernelHandle(make(ToNative(std::u16string(name))));
+    return state->handle.valid() ? state : nullptr;
+  }
 };
 
-NamedMutex::NamedMutex() = default;
-NamedMutex::~NamedMutex() = default;
-NamedMutex::NamedMutex(NamedMutex&& other) noexcept = default;
-NamedMutex& NamedMutex::operator=(NamedMutex&& other) noexcept = default;
-void NamedMutex::Close() { state_.reset(); }
-
 NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess access) {
-  NamedMutex mutex;
-  mutex.state_ = StateOn<State>(name, [access](const wchar_t* native) {
+  return NamedMutex(State::Of(name, [access](const wchar_t* native) {
     if (access == ObjectAccess::kEveryone) {
       EveryoneAccess everyone(kAllMutexAccess);
       const HANDLE made = CreateMutexW(everyone.attributes(), FALSE, native);
@@ -56,47 +44,29 @@ NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess access) {
     const HANDLE made = CreateMutexW(nullptr, FALSE, native);
     // One that others made may refuse what creation asks for, and be there all the same.
     return made != nullptr ? made : OpenMutexW(kAllMutexAccess, FALSE, native);
-  });
-  return mutex;
+  }));
 }
 
 NamedMutex NamedMutex::Open(std::u16string_view name) {
-  NamedMutex mutex;
-  mutex.state_ = StateOn<State>(
-      name, [](const wchar_t* native) { return OpenMutexW(kAllMutexAccess, FALSE, native); });
-  return mutex;
+  return NamedMutex(State::Of(
+      name, [](const wchar_t* native) { return OpenMutexW(kAllMutexAccess, FALSE, native); }));
 }
 
-struct NamedEvent::State {
-  KernelHandle handle;
-};
-
-NamedEvent::NamedEvent() = default;
-NamedEvent::~NamedEvent() = default;
-NamedEvent::NamedEvent(NamedEvent&& other) noexcept = default;
-NamedEvent& NamedEvent::operator=(NamedEvent&& other) noexcept = default;
-void NamedEvent::Close() { state_.reset(); }
-
-NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode, ObjectAccess access) {
-  NamedEvent event;
-  event.state_ = StateOn<State>(name, [mode, access](const wchar_t* native) {
-    const bool manual = mode == Mode::kManualReset;
+NamedEvent NamedEvent::Create(std::u16string_view name, ObjectAccess access) {
+  return NamedEvent(State::Of(name, [access](const wchar_t* native) {
     if (access == ObjectAccess::kEveryone) {
       EveryoneAccess everyone(kAllEventAccess);
-      const HANDLE made = CreateEventW(everyone.attributes(), manual, FALSE, native);
+      const HANDLE made = CreateEventW(everyone.attributes(), TRUE, FALSE, native);
       // What another account made for itself can be waited for all the same.
       return made != nullptr ? made : OpenEventW(SYNCHRONIZE, FALSE, native);
     }
-    return CreateEventW(nullptr, manual, FALSE, native);
-  });
-  return event;
+    return CreateEventW(nullptr, TRUE, FALSE, native);
+  }));
 }
 
 NamedEvent NamedEvent::Open(std::u16string_view name) {
-  NamedEvent event;
-  event.state_ = StateOn<State>(
-      name, [](const wchar_t* native) { return OpenEventW(kAllEventAccess, FALSE, native); });
-  return event;
+  return NamedEvent(State::Of(
+      name, [](const wchar_t* native) { return OpenEventW(kAllEventAccess, FALSE, native); }));
 }
 
 bool NamedEvent::Set() { return valid() && SetEvent(state_->handle.get()) != FALSE; }

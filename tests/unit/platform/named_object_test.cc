@@ -11,7 +11,6 @@ namespace talvorn::platform {
 namespace {
 
 using Status = NamedEvent::WaitResult::Status;
-using Mode = NamedEvent::Mode;
 
 constexpr std::u16string_view kName = u"Global\\TALVORN_TEST";
 
@@ -21,8 +20,8 @@ class NamedObject : public ::testing::Test {
 };
 
 TEST_F(NamedObject, WaitAnyTellsWhatEndedIt) {
-  NamedEvent a = NamedEvent::Create(u"a", Mode::kManualReset);
-  NamedEvent b = NamedEvent::Create(u"b", Mode::kAutoReset);
+  NamedEvent a = NamedEvent::Create(u"a");
+  NamedEvent b = NamedEvent::Create(u"b");
   NamedEvent closed;
   NamedEvent* const events[] = {&closed, &a, nullptr, &b};
   const Event interrupt = Event::Create(Event::Mode::kAutoReset);
@@ -43,13 +42,14 @@ TEST_F(NamedObject, WaitAnyTellsWhatEndedIt) {
   EXPECT_TRUE(interrupt.Test()) << "the interrupt is not consumed";
   // An interrupt that could not be made leaves its owner to look for himself.
   a.Reset();
+  b.Reset();
   const Event none;
   EXPECT_EQ(NamedEvent::WaitAny(events, &none, std::nullopt).status, Status::kTimeout);
 }
 
 TEST_F(NamedObject, FailuresGiveNoObject) {
   ArmFault(Fault::kNamedObjectOpen, 2);
-  EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid());
+  EXPECT_FALSE(NamedEvent::Create(kName).valid());
   EXPECT_FALSE(NamedMutex::Create(kName).valid());
   EXPECT_TRUE(NamedMutex::Create(kName).valid());
   DisarmFaults();

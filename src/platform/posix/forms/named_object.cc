@@ -1,13 +1,10 @@
 #include "platform/named_object.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
 #include <array>
-#include <mutex>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,22 +18,8 @@
 #include "platform/posix/unix_address.h"
 #include "platform/posix/wait.h"
 #include "platform/text_encoding.h"
-#include "platform/thread.h"
 
 namespace talvorn::platform {
-
-struct NamedMutex::State {
-  explicit State(ObjectFile object) : file(std::move(object)) {}
-
-  ObjectFile file;
-};
-
-struct NamedEvent::State {
-  explicit State(ObjectFile object) : file(std::move(object)) {}
-
-  ObjectFile file;
-  std::mutex consuming;  // by threads of this process that share the event
-};
 
 namespace {
 
@@ -65,49 +48,6 @@ class ChangeWatch {
   Descriptor inotify_;
 };
 
-// Keeps other waiters from consuming the same signal. Only waiters lock this byte,
-// and for a moment; somebody who keeps it cannot keep us, so that having it is not
-// certain.
-class ConsumerLock {
- public:
-  explicit ConsumerLock(int fd) : fd_(fd) {
-    constexpr int kAttempts = 50;
-    for (int attempt = 0; !Set(F_WRLCK) && attempt < kAttempts; ++attempt) SleepMs(1);
-  }
-  ~ConsumerLock() { (void)Set(F_UNLCK); }
-  ConsumerLock(const ConsumerLock&) = delete;
-  ConsumerLock& operator=(const ConsumerLock&) = delete;
-
- private:
-  [[nodiscard]] bool Set(short type) const {
-    constexpr off_t kConsumerByte = 1;
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = kConsumerByte;
-    lock.l_len = 1;
-    return fcntl(fd_, F_OFD_SETLK, &lock) == 0;
-  }
-
-  int fd_;
-};
-
-bool IsSignalled(const ObjectRecord& record, std::uint64_t seen) {
-  return record.state != 0 || record.signal != seen;
-}
-
-// True for one of the waiters that find an auto-reset event signalled. `seen` becomes
-// the number of a signal that another one got.
-bool Consume(const ObjectFile& file, std::mutex& consuming, std::uint64_t& seen) {
-  const std::lock_guard threads(consuming);
-  const ConsumerLock processes(file.descriptor());
-  const ObjectRecord record = file.Read();
-  const bool ours =
-      record.state != 0 || (record.signal != seen && record.signal != record.consumed);
-  seen = record.signal;
-  return ours && file.WriteConsumed(record.signal);
-}
-
 bool IsEvent(const ObjectFile& file) {
   return file.valid() && (file.kind() == ObjectKind::kAutoResetEvent ||
                           file.kind() == ObjectKind::kManualResetEvent);
@@ -122,63 +62,44 @@ void TellOfObstacle(std::u16string_view name) {
                  "is in the way as root, and start again.");
 }
 
-// `open` gives a file; a state on it when it is of the right kind.
-template <typename State, typename Open>
-std::unique_ptr<State> StateOn(bool (*isRightKind)(const ObjectFile&), Open open) {
-  if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
-  try {
-    ObjectFile file = open();
-    return isRightKind(file) ? std::make_unique<State>(std::move(file)) : nullptr;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
 }  // namespace
 
-NamedMutex::NamedMutex() = default;
-NamedMutex::~NamedMutex() = default;
-NamedMutex::NamedMutex(NamedMutex&& other) noexcept = default;
-NamedMutex& NamedMutex::operator=(NamedMutex&& other) noexcept = default;
-void NamedMutex::Close() { state_.reset(); }
+struct NamedObject::State {
+  ObjectFile file;
+
+  // `open` gives a file; a state on it when it is of the right kind.
+  template <typename Open>
+  static std::shared_ptr<State> On(bool (*isRightKind)(const ObjectFile&), Open open) {
+    if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
+    ObjectFile file = open();
+    return isRightKind(file) ? std::make_shared<State>(State{std::move(file)}) : nullptr;
+  }
+};
 
 NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess /*access*/) {
-  NamedMutex mutex;
-  mutex.state_ =
-      StateOn<State>(IsMutex, [name] { return ObjectFile::Create(name, ObjectKind::kMutex); });
+  NamedMutex mutex(
+      State::On(IsMutex, [name] { return ObjectFile::Create(name, ObjectKind::kMutex); }));
   if (!mutex.valid()) TellOfObstacle(name);
   return mutex;
 }
 
 NamedMutex NamedMutex::Open(std::u16string_view name) {
-  NamedMutex mutex;
-  mutex.state_ = StateOn<State>(IsMutex, [name] { return ObjectFile::Open(name); });
+  NamedMutex mutex(State::On(IsMutex, [name] { return ObjectFile::Open(name); }));
   // Whoever has taken the name keeps others from holding the mutex; their need of it must
   // not look gone for that.
-  if (!mutex.valid() && ObjectFile::IsClaimed(name))
-    mutex.state_ = std::make_unique<State>(ObjectFile());
+  if (!mutex.valid() && ObjectFile::IsClaimed(name)) mutex.state_ = std::make_shared<State>();
   return mutex;
 }
 
-NamedEvent::NamedEvent() = default;
-NamedEvent::~NamedEvent() = default;
-NamedEvent::NamedEvent(NamedEvent&& other) noexcept = default;
-NamedEvent& NamedEvent::operator=(NamedEvent&& other) noexcept = default;
-void NamedEvent::Close() { state_.reset(); }
-
-NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode, ObjectAccess /*access*/) {
-  const ObjectKind kind =
-      mode == Mode::kAutoReset ? ObjectKind::kAutoResetEvent : ObjectKind::kManualResetEvent;
-  NamedEvent event;
-  event.state_ = StateOn<State>(IsEvent, [=] { return ObjectFile::Create(name, kind); });
+NamedEvent NamedEvent::Create(std::u16string_view name, ObjectAccess /*access*/) {
+  NamedEvent event(State::On(
+      IsEvent, [name] { return ObjectFile::Create(name, ObjectKind::kManualResetEvent); }));
   if (!event.valid()) TellOfObstacle(name);
   return event;
 }
 
 NamedEvent NamedEvent::Open(std::u16string_view name) {
-  NamedEvent event;
-  event.state_ = StateOn<State>(IsEvent, [name] { return ObjectFile::Open(name); });
-  return event;
+  return NamedEvent(State::On(IsEvent, [name] { return ObjectFile::Open(name); }));
 }
 
 // A new signal number releases those who wait, however soon the state changes again.
@@ -190,54 +111,49 @@ NamedEvent::WaitResult NamedEvent::WaitAny(std::span<NamedEvent* const> events,
                                            const Waitable* interrupt, WaitLimit limit) {
   using Status = WaitResult::Status;
   thread_local const ChangeWatch watch;
-  try {
-    // The signals of the past, which release nobody who comes now.
-    std::vector<std::uint64_t> seen(events.size());
-    bool notified = watch.descriptor() >= 0;
-    for (const NamedEvent* event : events) {
-      if (event == nullptr || !event->valid()) continue;
-      notified = notified && watch.Add(event->state_->file.descriptor());
+  // What there is to wait for, with the signals of the past, which release nobody who
+  // comes now.
+  struct Awaited {
+    std::size_t index;
+    const ObjectFile& file;
+    std::uint64_t seen;
+  };
+  std::vector<Awaited> awaited;
+  bool notified = watch.descriptor() >= 0;
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    if (events[i] == nullptr || !events[i]->valid()) continue;
+    awaited.push_back({i, events[i]->state_->file, 0});
+    notified = notified && watch.Add(awaited.back().file.descriptor());
+  }
+  watch.Drain();
+  for (Awaited& event : awaited) event.seen = event.file.Read().signal;
+
+  int interruptDescriptor = -1;
+  if (interrupt != nullptr) {
+    interruptDescriptor = static_cast<int>(interrupt->waitHandle());
+    if (interruptDescriptor < 0) limit = LimitToPoll(limit);
+  }
+  const std::uint64_t deadline = MonotonicMs() + limit.value_or(0);
+  for (bool interrupted = false, late = false;;) {
+    for (const Awaited& event : awaited) {
+      const ObjectRecord record = event.file.Read();
+      if (record.state != 0 || record.signal != event.seen) return {Status::kEvent, event.index};
     }
+    if (interrupted) return {Status::kInterrupted};
+    if (late) return {Status::kTimeout};
+
+    WaitLimit left;
+    if (limit) {
+      const std::uint64_t now = MonotonicMs();
+      left = static_cast<std::uint32_t>(now < deadline ? deadline - now : 0);
+      late = left == 0u;
+    }
+    if (!notified) left = LimitToPoll(left);
+    std::array<pollfd, 2> descriptors = {pollfd{watch.descriptor(), POLLIN, 0},
+                                         pollfd{interruptDescriptor, POLLIN, 0}};
+    if (PollDescriptors(descriptors, left) < 0) return {};
+    interrupted = descriptors[1].revents != 0;
     watch.Drain();
-    for (std::size_t i = 0; i < events.size(); ++i) {
-      if (events[i] == nullptr || !events[i]->valid()) continue;
-      seen[i] = events[i]->state_->file.Read().signal;
-    }
-
-    int interruptDescriptor = -1;
-    if (interrupt != nullptr) {
-      interruptDescriptor = static_cast<int>(interrupt->waitHandle());
-      if (interruptDescriptor < 0) limit = LimitToPoll(limit);
-    }
-    const std::uint64_t deadline = MonotonicMs() + limit.value_or(0);
-    for (bool interrupted = false, late = false;;) {
-      for (std::size_t i = 0; i < events.size(); ++i) {
-        if (events[i] == nullptr || !events[i]->valid()) continue;
-        State& state = *events[i]->state_;
-        if (!IsSignalled(state.file.Read(), seen[i])) continue;
-        if (state.file.kind() == ObjectKind::kManualResetEvent ||
-            Consume(state.file, state.consuming, seen[i])) {
-          return {Status::kEvent, i};
-        }
-      }
-      if (interrupted) return {Status::kInterrupted};
-      if (late) return {Status::kTimeout};
-
-      WaitLimit left;
-      if (limit) {
-        const std::uint64_t now = MonotonicMs();
-        left = static_cast<std::uint32_t>(now < deadline ? deadline - now : 0);
-        late = left == 0u;
-      }
-      if (!notified) left = LimitToPoll(left);
-      std::array<pollfd, 2> descriptors = {pollfd{watch.descriptor(), POLLIN, 0},
-                                           pollfd{interruptDescriptor, POLLIN, 0}};
-      if (PollDescriptors(descriptors, left) < 0) return {};
-      interrupted = descriptors[1].revents != 0;
-      watch.Drain();
-    }
-  } catch (const std::bad_alloc&) {
-    return {};
   }
 }
 

@@ -2,8 +2,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,8 +11,8 @@
 #include <cstddef>
 
 #include "platform/clock.h"
-#include "platform/posix/forms/object_names.h"
 #include "platform/posix/forms/runtime_directory.h"
+#include "platform/posix/io.h"
 #include "platform/posix/wide_text.h"
 #include "platform/text_encoding.h"
 #include "platform/thread.h"
@@ -69,6 +69,12 @@ std::string FileNameOf(std::u16string_view name) {
   return file.size() <= kLongestFileName ? file : std::string();
 }
 
+// Most events that are looked for do not exist: one look at the path tells.
+bool IsTaken(std::u16string_view name) {
+  const std::string path = RuntimeFolderPath(RuntimeFolder::kObjects) + '/' + FileNameOf(name);
+  return access(path.c_str(), F_OK) == 0;
+}
+
 // How long one attempt to make an object waits for locks.
 class LockPatience {
  public:
@@ -91,25 +97,8 @@ class LockPatience {
   std::uint64_t until_ = 0;
 };
 
-// The locks belong to the open file, not to the process, so that a process can hold
-// an object several times.
-bool SetLock(int fd, short type, off_t byte) {
-  struct flock lock {};
-  lock.l_type = type;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = byte;
-  lock.l_len = 1;
-  return fcntl(fd, F_OFD_SETLK, &lock) == 0;
-}
-
-bool IsHeld(int fd) {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = kExistenceByte;
-  lock.l_len = 1;
-  return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-}
+bool Lock(const Descriptor& file, short type) { return LockByte(file.get(), type, kExistenceByte); }
+bool IsHeld(const Descriptor& file) { return ByteIsLocked(file.get(), kExistenceByte); }
 
 Descriptor OpenFile(int directory, const std::string& name) {
   return Descriptor(
@@ -122,33 +111,27 @@ bool IsPlainFile(int fd) {
   return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1;
 }
 
-std::uint64_t Mix(std::uint64_t x) {
-  x = (x ^ x >> 30) * 0xBF58476D1CE4E5B9;
-  x = (x ^ x >> 27) * 0x94D049BB133111EB;
-  return x ^ x >> 31;
-}
-
 // Different from those of all processes and threads, so that any write of one is a
 // change to see and nobody has to count under a lock.
 std::uint64_t NewSignal() {
-  static std::atomic<std::uint64_t> counter{0};
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  const auto time = static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
-                    static_cast<std::uint64_t>(now.tv_nsec);
-  return Mix(Mix(time) + static_cast<std::uint64_t>(getpid())) + ++counter;
+  std::uint64_t signal = 0;
+  const ssize_t got = getrandom(&signal, sizeof(signal), 0);
+  (void)got;  // so few bytes never fail
+  return signal;
 }
 
 // What is missing in the file is zero in the record.
-ObjectRecord ReadRecord(int fd) {
+ObjectRecord ReadRecord(const Descriptor& file) {
   ObjectRecord record;
-  const ssize_t got = pread(fd, &record, sizeof(record), 0);
+  const ssize_t got = pread(file.get(), &record, sizeof(record), 0);
   (void)got;
   return record;
 }
 
-bool WriteAt(int fd, const void* bytes, std::size_t size, std::size_t offset) {
-  return pwrite(fd, bytes, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+// The beginning of the record, up to a field; anew from its mark, which mends a damaged
+// one.
+bool WriteRecord(const Descriptor& file, const ObjectRecord& record, std::size_t size) {
+  return pwrite(file.get(), &record, size, 0) == static_cast<ssize_t>(size);
 }
 
 }  // namespace
@@ -156,17 +139,17 @@ bool WriteAt(int fd, const void* bytes, std::size_t size, std::size_t offset) {
 ObjectFile::~ObjectFile() {
   if (!file_.valid()) return;
   // Everybody who leaves lets go before he looks whether he was the last.
-  (void)SetLock(file_.get(), F_UNLCK, kExistenceByte);
+  (void)Lock(file_, F_UNLCK);
   RemoveStale(file_);
 }
 
-ObjectFile ObjectFile::Open(std::u16string_view name) {
-  ObjectFile object({}, FileNameOf(name));
-  if (object.name_.empty()) return object;
-  // Most events that are looked for do not exist.
-  if (!MayBeObject(object.name_)) return object;
+ObjectFile::ObjectFile(std::u16string_view name, bool makeFolder) : name_(FileNameOf(name)) {
+  if (!name_.empty()) directory_ = OpenRuntimeFolder(RuntimeFolder::kObjects, makeFolder);
+}
 
-  object.directory_ = OpenRuntimeFolder(RuntimeFolder::kObjects, false);
+ObjectFile ObjectFile::Open(std::u16string_view name) {
+  if (!IsTaken(name)) return {};
+  ObjectFile object(name, false);
   Hold hold = Hold::kMoved;
   Descriptor stale;
   for (int attempt = 0; hold == Hold::kMoved && attempt < kOpenAttempts; ++attempt) {
@@ -177,9 +160,8 @@ ObjectFile ObjectFile::Open(std::u16string_view name) {
 }
 
 ObjectFile ObjectFile::Create(std::u16string_view name, ObjectKind kind) {
-  ObjectFile object({}, FileNameOf(name));
+  ObjectFile object(name, true);
   if (object.name_.empty()) return object;
-  object.directory_ = OpenRuntimeFolder(RuntimeFolder::kObjects, true);
   LockPatience patience;
   for (int attempt = 0; attempt < kMakeAttempts; ++attempt) {
     Descriptor stale;
@@ -205,25 +187,24 @@ ObjectFile ObjectFile::Create(std::u16string_view name, ObjectKind kind) {
 }
 
 bool ObjectFile::IsClaimed(std::u16string_view name) {
-  const std::string fileName = FileNameOf(name);
-  if (fileName.empty() || !MayBeObject(fileName)) return false;
-  const Descriptor directory = OpenRuntimeFolder(RuntimeFolder::kObjects, false);
-  const Descriptor file = OpenFile(directory.get(), fileName);
-  return file.valid() && IsPlainFile(file.get()) && IsHeld(file.get());
+  if (!IsTaken(name)) return false;
+  const ObjectFile object(name, false);
+  const Descriptor file = OpenFile(object.directory_.get(), object.name_);
+  return file.valid() && IsPlainFile(file.get()) && IsHeld(file);
 }
 
 ObjectFile::Hold ObjectFile::TryHold(Descriptor& stale) {
   Descriptor file = OpenFile(directory_.get(), name_);
   if (!file.valid()) return errno == ENOENT ? Hold::kAbsent : Hold::kBarred;
   if (!IsPlainFile(file.get())) return Hold::kBarred;
-  if (!IsHeld(file.get())) {
+  if (!IsHeld(file)) {
     stale = std::move(file);
     return Hold::kStale;
   }
-  if (!SetLock(file.get(), F_RDLCK, kExistenceByte)) return Hold::kLocked;
+  if (!Lock(file, F_RDLCK)) return Hold::kLocked;
   if (!IsStillAt(directory_.get(), name_, file.get())) return Hold::kMoved;
 
-  const ObjectRecord record = ReadRecord(file.get());
+  const ObjectRecord record = ReadRecord(file);
   if (record.mark != kMark) return Hold::kBarred;
   kind_ = record.kind;
   file_ = std::move(file);
@@ -241,49 +222,38 @@ bool ObjectFile::TryMake(Descriptor stale, ObjectKind kind) {
     (void)fchmod(file.get(), kMode);
   }
   // Nobody else finds the object before it is complete.
-  if (!SetLock(file.get(), F_WRLCK, kExistenceByte) ||
-      !IsStillAt(directory_.get(), name_, file.get())) {
-    return false;
-  }
+  if (!Lock(file, F_WRLCK) || !IsStillAt(directory_.get(), name_, file.get())) return false;
   // A killed process left the file. It makes room for a new one of ours, unless the
   // folder does not let us remove it.
   if (reuse && unlinkat(directory_.get(), name_.c_str(), 0) == 0) return false;
 
   const ObjectRecord record{.mark = kMark, .kind = kind, .signal = NewSignal()};
-  if (ftruncate(file.get(), sizeof(record)) != 0 ||
-      !WriteAt(file.get(), &record, sizeof(record), 0)) {
+  if (ftruncate(file.get(), sizeof(record)) != 0 || !WriteRecord(file, record, sizeof(record))) {
     if (!reuse) (void)unlinkat(directory_.get(), name_.c_str(), 0);
     return true;
   }
-  if (!SetLock(file.get(), F_RDLCK, kExistenceByte)) return true;
+  if (!Lock(file, F_RDLCK)) return true;
   kind_ = kind;
   file_ = std::move(file);
   return true;
 }
 
 void ObjectFile::RemoveStale(const Descriptor& stale) const {
-  if (SetLock(stale.get(), F_WRLCK, kExistenceByte) &&
-      IsStillAt(directory_.get(), name_, stale.get())) {
+  if (Lock(stale, F_WRLCK) && IsStillAt(directory_.get(), name_, stale.get())) {
     (void)unlinkat(directory_.get(), name_.c_str(), 0);
   }
 }
 
-ObjectRecord ObjectFile::Read() const { return ReadRecord(file_.get()); }
+ObjectRecord ObjectFile::Read() const { return ReadRecord(file_); }
 
-// Both write the beginning of the record anew, which mends a damaged one.
 bool ObjectFile::WriteSignal(std::uint32_t state) const {
   const ObjectRecord record{.mark = kMark, .kind = kind_, .state = state, .signal = NewSignal()};
-  return WriteAt(file_.get(), &record, offsetof(ObjectRecord, consumed), 0);
+  return WriteRecord(file_, record, offsetof(ObjectRecord, consumed));
 }
 
 bool ObjectFile::WriteState(std::uint32_t state) const {
   const ObjectRecord record{.mark = kMark, .kind = kind_, .state = state};
-  return WriteAt(file_.get(), &record, offsetof(ObjectRecord, signal), 0);
-}
-
-bool ObjectFile::WriteConsumed(std::uint64_t signal) const {
-  return WriteState(0) &&
-         WriteAt(file_.get(), &signal, sizeof(signal), offsetof(ObjectRecord, consumed));
+  return WriteRecord(file_, record, offsetof(ObjectRecord, signal));
 }
 
 }  // namespace talvorn::platform

@@ -10,7 +10,7 @@
 //        8      4  state of an event: 0, or set
 //       12      4  zero
 //       16      8  number of the last signal, different from all before it
-//       24      8  number of the last signal that a waiter has consumed
+//       24      8  kept for those who wait for an auto-reset event
 //
 // Anybody may write to it, so nothing in it is believed but what the holder can
 // bear.
@@ -25,6 +25,7 @@
 
 namespace talvorn::platform {
 
+// We make no auto-reset events, but signal those of others.
 enum class ObjectKind : std::uint32_t { kMutex = 1, kAutoResetEvent = 2, kManualResetEvent = 3 };
 
 struct ObjectRecord {
@@ -61,14 +62,12 @@ class ObjectFile {
   // The state with a new signal number.
   bool WriteSignal(std::uint32_t state) const;
   bool WriteState(std::uint32_t state) const;
-  // Resets the object and marks `signal` as consumed.
-  bool WriteConsumed(std::uint64_t signal) const;
 
  private:
   enum class Hold { kHeld, kAbsent, kStale, kLocked, kMoved, kBarred };
 
-  ObjectFile(Descriptor directory, std::string name)
-      : directory_(std::move(directory)), name_(std::move(name)) {}
+  // Nothing held yet: the folder and the name in it.
+  ObjectFile(std::u16string_view name, bool makeFolder);
 
   // One attempt to hold the file that stands under the name. `stale` gets a file
   // that nobody holds.
@@ -78,6 +77,7 @@ class ObjectFile {
   bool TryMake(Descriptor stale, ObjectKind kind);
   // Removes a file that nobody holds, as far as that is allowed.
   void RemoveStale(const Descriptor& stale) const;
+
   Descriptor directory_;
   std::string name_;
   Descriptor file_;

@@ -148,8 +148,7 @@ class WithoutMemory : public ::testing::Test {
 };
 
 TEST_F(WithoutMemory, TheListsLoseNothingButAnEntry) {
-  auto client =
-      platform::NamedEvent::Create(ChangeEventName(7), platform::NamedEvent::Mode::kAutoReset);
+  auto client = platform::NamedEvent::Create(ChangeEventName(7));
   ASSERT_TRUE(client.valid());
   const DeviceRecord record = Record(0);
   const auto first = testing::MakeItem(80, 1);

@@ -22,7 +22,6 @@ namespace {
 using testing::ChildProcess;
 using testing::ResultInChild;
 using Status = NamedEvent::WaitResult::Status;
-using Mode = NamedEvent::Mode;
 
 constexpr std::u16string_view kName = u"Global\\TALVORN_TEST";
 constexpr uid_t kNobody = 65534;
@@ -44,12 +43,11 @@ Status TestEvent(NamedEvent& event) {
   return NamedEvent::WaitAny(events, nullptr, 0).status;
 }
 
-void HoldSetEvent() { (new NamedEvent(NamedEvent::Create(kName, Mode::kManualReset)))->Set(); }
+void HoldSetEvent() { (new NamedEvent(NamedEvent::Create(kName)))->Set(); }
 
-bool SetLock(int fd, short type, off_t byte = 0) {
+bool SetLock(int fd, short type) {
   struct flock lock {};
   lock.l_type = type;
-  lock.l_start = byte;
   lock.l_len = 1;
   return fcntl(fd, F_OFD_SETLK, &lock) == 0;
 }
@@ -61,7 +59,7 @@ TEST_F(ObjectFiles, WhatAKilledProcessLeftIsNoObject) {
   EXPECT_TRUE(std::filesystem::is_empty(Folder())) << "a leftover is cleared away";
 
   ChildProcess([] { new NamedMutex(NamedMutex::Create(kName)); }).Kill();
-  NamedEvent fresh = NamedEvent::Create(kName, Mode::kAutoReset);
+  NamedEvent fresh = NamedEvent::Create(kName);
   EXPECT_TRUE(fresh.valid()) << "or made anew, as something else";
   EXPECT_EQ(TestEvent(fresh), Status::kTimeout);
 }
@@ -74,7 +72,7 @@ TEST_F(ObjectFiles, OtherAccountsShareObjectsAndLeftovers) {
            }) == 0;
   };
   const mode_t before = umask(077);
-  NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
+  NamedEvent event = NamedEvent::Create(kName);
   EXPECT_TRUE(doneByNobody([] { return NamedEvent::Open(kName).Set(); }));
   EXPECT_EQ(TestEvent(event), Status::kEvent);
   event.Close();
@@ -83,19 +81,19 @@ TEST_F(ObjectFiles, OtherAccountsShareObjectsAndLeftovers) {
   ChildProcess(HoldSetEvent).Kill();
   EXPECT_TRUE(doneByNobody([] {
     if (NamedEvent::Open(kName).valid()) return false;
-    NamedEvent made = NamedEvent::Create(kName, Mode::kAutoReset);
+    NamedEvent made = NamedEvent::Create(kName);
     return TestEvent(made) == Status::kTimeout;
   }));
   umask(before);
 }
 
 TEST_F(ObjectFiles, WhatOthersPutInPlaceOfAnObjectIsLeftAlone) {
-  const NamedEvent other = NamedEvent::Create(u"other", Mode::kManualReset);
+  const NamedEvent other = NamedEvent::Create(u"other");
   for (const auto& thing : testing::ThingsInTheWay(File(), "other")) {
     SCOPED_TRACE(thing.what);
     thing.Make();
     EXPECT_FALSE(NamedEvent::Open(kName).valid());
-    EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid());
+    EXPECT_FALSE(NamedEvent::Create(kName).valid());
     EXPECT_TRUE(std::filesystem::remove(File())) << "still there";
   }
   EXPECT_TRUE(NamedEvent::Open(u"other").valid());
@@ -109,23 +107,19 @@ TEST_F(ObjectFiles, ALockedOrDamagedFileHoldsNobodyUp) {
     for (const short lock : {short{F_RDLCK}, short{F_WRLCK}}) {
       ASSERT_TRUE(SetLock(holder.get(), lock));
       EXPECT_FALSE(NamedEvent::Open(kName).valid());
-      EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid());
+      EXPECT_FALSE(NamedEvent::Create(kName).valid());
     }
     ASSERT_TRUE(SetLock(holder.get(), F_UNLCK));
-    EXPECT_TRUE(NamedEvent::Create(kName, Mode::kManualReset).valid()) << "nobody holds it";
+    EXPECT_TRUE(NamedEvent::Create(kName).valid()) << "nobody holds it";
   }
 
-  NamedEvent event = NamedEvent::Create(kName, Mode::kAutoReset);
+  NamedEvent event = NamedEvent::Create(kName);
   const Descriptor hostile(open(File().c_str(), O_RDWR));
   ASSERT_EQ(ftruncate(hostile.get(), 0), 0);
   EXPECT_FALSE(NamedEvent::Open(kName).valid());
   EXPECT_NE(TestEvent(event), Status::kFailed);
   EXPECT_TRUE(event.Pulse());
   EXPECT_TRUE(NamedEvent::Open(kName).valid()) << "mended";
-  // Somebody who keeps the waiters' lock does not keep a signal from them.
-  ASSERT_TRUE(SetLock(hostile.get(), F_WRLCK, 1));
-  EXPECT_TRUE(event.Set());
-  EXPECT_EQ(TestEvent(event), Status::kEvent);
 }
 
 // A client that cannot hold the mutex for somebody's lock still counts as one.
@@ -156,12 +150,13 @@ TEST_F(ObjectFiles, WhoeverKeepsALockIsNotWaitedForAgainAndAgain) {
 }
 
 TEST_F(ObjectFiles, ManyThatComeAndGoLeaveNothingBehind) {
-  std::atomic<int> made{0};
-  const auto comeAndGo = [&made] {
+  std::atomic<int> found{0};
+  const auto comeAndGo = [&found] {
     for (int i = 0; i < 2'000; ++i) {
-      NamedEvent event = NamedEvent::Create(kName, Mode::kManualReset);
-      NamedEvent again = NamedEvent::Open(kName);
-      made += event.valid() && again.valid() && again.Pulse() ? 1 : 0;
+      NamedEvent event;
+      // One that was kept from running in the middle of it keeps the others waiting.
+      while (!event.valid()) event = NamedEvent::Create(kName);
+      found += NamedEvent::Open(kName).Pulse() ? 1 : 0;
     }
   };
   ChildProcess other([&] {
@@ -172,7 +167,7 @@ TEST_F(ObjectFiles, ManyThatComeAndGoLeaveNothingBehind) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) threads.emplace_back(comeAndGo);
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(made, 8'000) << "a name is never lost between them";
+  EXPECT_EQ(found, 8'000) << "a name is never lost between them";
   other.Kill();
   (void)NamedEvent::Open(kName);  // clears away what the killed one left
   EXPECT_TRUE(std::filesystem::is_empty(Folder()));
