@@ -1,14 +1,11 @@
 #include "client/reinitialisation.h"
 
-#include <array>
 #include <optional>
-#include <span>
 #include <string>
 
 #include "platform/address.h"
-#include "platform/registry.h"
+#include "platform/settings_store.h"
 #include "platform/text_encoding.h"
-#include "support/byte_io.h"
 #include "support/settings.h"
 
 namespace talvorn {
@@ -29,25 +26,18 @@ std::optional<std::u16string> ValueName(std::string_view address) {
 ReinitialisationStatus RequestReinitialisation(std::string_view address) {
   const auto name = ValueName(address);
   if (!name) return ReinitialisationStatus::kNoAddress;
-  platform::RegistryKey key = platform::RegistryKey::Create(kInterfacesKey);
-  if (!key.valid() || !key.SetDword(*name, kRequested)) return ReinitialisationStatus::kNotWritten;
+  platform::SettingsKey key = platform::SettingsKey::Create(kInterfacesKey);
+  if (!key.SetNumber(*name, kRequested)) return ReinitialisationStatus::kNotWritten;
   return ReinitialisationStatus::kPending;
 }
 
 ReinitialisationStatus QueryReinitialisation(std::string_view address) {
   const auto name = ValueName(address);
   if (!name) return ReinitialisationStatus::kNoAddress;
-  const platform::RegistryKey key =
-      platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kRead);
-  if (!key.valid()) return ReinitialisationStatus::kNotAsked;
-  std::array<std::byte, 4> data{};
-  const platform::RegistryResult result = key.Query(*name, data);
-  if (result.status != platform::RegistryStatus::kOk || result.size != data.size() ||
-      result.type != platform::kRegistryDword) {
-    return ReinitialisationStatus::kNotAsked;
-  }
-  return ByteReader(data).U32Little() == kRequested ? ReinitialisationStatus::kPending
-                                                    : ReinitialisationStatus::kDone;
+  const auto number =
+      platform::SettingsKey::Open(kInterfacesKey, platform::SettingsAccess::kRead).Number(*name);
+  if (!number) return ReinitialisationStatus::kNotAsked;
+  return *number == kRequested ? ReinitialisationStatus::kPending : ReinitialisationStatus::kDone;
 }
 
 }  // namespace talvorn

@@ -6,9 +6,8 @@
 #include <string>
 
 #include "platform/address.h"
-#include "platform/registry.h"
+#include "platform/settings_store.h"
 #include "platform/text_encoding.h"
-#include "support/byte_io.h"
 #include "support/debug_trace.h"
 #include "support/id_octets.h"
 #include "support/settings.h"
@@ -18,7 +17,6 @@ namespace {
 
 using platform::Ipv4AddressRow;
 using platform::Ipv6Adapter;
-using platform::RegistryStatus;
 
 bool IsLoopback(const Ipv4AddressRow& row) {
   return IdOctets(row.address) == std::array<std::uint8_t, 4>{127, 0, 0, 1};
@@ -184,25 +182,13 @@ bool InterfaceWatch::StartThread(ThreadItem& item) {
 }
 
 void InterfaceWatch::ReinitRequests() {
-  platform::RegistryKey key =
-      platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kReadWrite);
-  if (!key.valid()) return;
-
-  std::vector<std::u16string> served;
-  for (std::uint32_t index = 0; running_; ++index) {
-    std::array<char16_t, 100> name{};
-    std::array<std::byte, 4> data{};
-    const auto result = key.Enumerate(index, name, data);
-    if (result.status == RegistryStatus::kMoreData) continue;
-    if (result.status != RegistryStatus::kOk) break;
-    if (result.type != platform::kRegistryDword || result.size != data.size() ||
-        ByteReader(data).U32Little() != 0) {
-      continue;
-    }
-    Reinitialize(name.data());
-    served.emplace_back(name.data());
-  }
-  if (!served.empty()) (void)key.SetDwords(served, 1);  // what stays pending is served again
+  platform::SettingsKey key =
+      platform::SettingsKey::Open(kInterfacesKey, platform::SettingsAccess::kReadWrite);
+  std::vector<std::u16string> pending = key.PendingNumbers();
+  std::size_t served = 0;
+  for (; served < pending.size() && running_; ++served) Reinitialize(pending[served]);
+  pending.resize(served);
+  if (served > 0) (void)key.SetNumbers(pending, 1);  // what stays pending is served again
 }
 
 void InterfaceWatch::Reinitialize(std::u16string_view name) {

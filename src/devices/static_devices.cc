@@ -8,7 +8,7 @@
 
 #include "devices/status_query.h"
 #include "platform/address.h"
-#include "platform/ini_file.h"
+#include "platform/device_file.h"
 #include "platform/text_encoding.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
@@ -21,8 +21,6 @@ constexpr std::size_t kShortestPath = 8;
 constexpr std::uint32_t kTickMs = 10;
 constexpr std::uint32_t kShortestCycleTicks = 10;
 constexpr std::uint32_t kQueryGapMs = 30;
-constexpr std::size_t kNamesStep = 64;
-constexpr std::size_t kAddressTextSize = 100;
 
 // Whether the configured file can be worked with; says in the trace why not.
 bool FileIsUsable(std::u16string_view path) {
@@ -30,39 +28,18 @@ bool FileIsUsable(std::u16string_view path) {
     Trace(u"DeviceByHostName: Warning : static devices ini file not accessible (name:%s)\n", path);
     return false;
   }
-  std::array<char16_t, 4> probe{};
-  if (platform::ProfileSectionNames(probe, path) == 0)
+  if (platform::ReadDeviceFile(path).empty())
     Trace(u"DeviceByHostName: Info : static devices ini file has no entry (name:%s)\n", path);
   return true;
 }
 
-// The file's section names in its order.
-std::vector<std::u16string> SectionNames(std::u16string_view path) {
-  std::vector<char16_t> buffer(kNamesStep);
-  std::uint32_t length = platform::ProfileSectionNames(buffer, path);
-  while (length + 2 >= buffer.size()) {
-    buffer.resize(buffer.size() + kNamesStep);
-    length = platform::ProfileSectionNames(buffer, path);
-  }
-  std::vector<std::u16string> names;
-  std::u16string_view rest(buffer.data(), length);
-  while (!rest.empty()) {
-    const std::u16string_view name = rest.substr(0, rest.find(u'\0'));
-    if (name.empty()) break;
-    names.emplace_back(name);
-    rest.remove_prefix(std::min(name.size() + 1, rest.size()));
-  }
-  return names;
-}
-
 // The address that a section gives for its device, in network byte order; 0 when it
-// gives none. A text that is no address, or that the narrow code page has no room for,
-// gives 255.255.255.255, where nobody is.
-std::uint32_t ConfiguredAddress(std::u16string_view section, std::u16string_view path) {
-  std::array<char16_t, kAddressTextSize> text{};
-  if (platform::ProfileString(section, u"IpAddress", text, path) == 0) return 0;
-  const std::string narrow = platform::WideToNarrow({text.data(), text.size()});
-  return platform::ParseIpv4(narrow.size() <= kAddressTextSize ? narrow.c_str() : "");
+// gives none. A text that is no address, or that takes more bytes in the narrow code page
+// than it has characters, gives 255.255.255.255, where nobody is.
+std::uint32_t ConfiguredAddress(const std::u16string& text) {
+  if (text.empty()) return 0;
+  const std::string narrow = platform::WideToNarrow(text);
+  return platform::ParseIpv4(narrow.size() <= text.size() ? narrow.c_str() : "");
 }
 
 class Worker {
@@ -84,15 +61,16 @@ class Worker {
   // Ends when the queries of all listed devices have ended, also when the worker is
   // stopped meanwhile.
   void Cycle() {
-    const std::vector<std::u16string> names = SectionNames(path_);
-    const auto devices = std::make_unique<StaticDevice[]>(names.size());
-    for (std::size_t i = 0; i < names.size(); ++i) {
-      StartQuery(devices[i], names[i]);
+    const std::vector<platform::ListedDevice> listed = platform::ReadDeviceFile(path_);
+    const auto devices = std::make_unique<StaticDevice[]>(listed.size());
+    for (std::size_t i = 0; i < listed.size(); ++i) {
+      StartQuery(devices[i], listed[i]);
       platform::SleepMs(kQueryGapMs);
     }
   }
 
-  void StartQuery(StaticDevice& device, const std::u16string& name) {
+  void StartQuery(StaticDevice& device, const platform::ListedDevice& listed) {
+    const std::u16string& name = listed.name;
     if (name.size() > kLongestHostName) {
       Trace(
           u"DeviceByHostName: ERROR : hostname with size more than %u characters - ignore (is=%d "
@@ -101,7 +79,7 @@ class Worker {
       return;
     }
     std::ranges::copy(name, device.host.begin());
-    device.address = ConfiguredAddress(name, path_);
+    device.address = ConfiguredAddress(listed.address);
     device.validity = validity_;
     device.context = &context_;
     device.thread =

@@ -16,7 +16,7 @@ enum class Fault {
   kAclMake,
   kDescriptorMake,
   kDigest,
-  kRegistryOpen,
+  kSettingsOpen,
   kAdapterQuery,  // on Windows; the error is the one armed with it
   kGroupJoin,
   kCount,

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "platform/settings_store.h"
+
 namespace talvorn {
 
 inline constexpr std::u16string_view kSettingsKey = u"Software\\Kestrow\\TAL-VORN\\Settings";
@@ -24,7 +26,7 @@ struct RegistryValues {
   std::uint32_t timeRequestGapIfStatic = 5'000;
   std::uint32_t timeNetworkChanges = 1'000;
   std::uint32_t timeMulticastRequestAllowed = 0;
-  std::array<char16_t, 1'024> staticDevicesIniFile{};  // terminated path
+  std::array<char16_t, platform::kSettingsTextCapacity> staticDevicesIniFile{};  // terminated path
   std::uint32_t preferedIpVersion = 4;
   std::uint32_t ipv6Active = 1;
 };
@@ -37,7 +39,7 @@ bool RetrieveValues(RegistryValues& values);
 // The switch of the trace: "DebugView" as stored, 0 when it cannot be had.
 [[nodiscard]] std::uint32_t ReadDebugView();
 
-inline constexpr std::size_t kLogPathCapacity = 1'024;
+inline constexpr std::size_t kLogPathCapacity = platform::kSettingsTextCapacity;
 // "Log Path", terminated; empty when it cannot be had.
 [[nodiscard]] std::array<char, kLogPathCapacity> ReadLogPath();
 

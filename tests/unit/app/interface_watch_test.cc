@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/fault_injection.h"
-#include "platform/registry.h"
+#include "platform/settings_store.h"
 #include "platform/socket.h"
 #include "platform/text_encoding.h"
 #include "support/debug_trace.h"
@@ -166,25 +166,17 @@ TEST_F(InterfaceWatchTest, ManyPendingReinitialisationsAreServedInOnePassUnlessT
     names.push_back(
         platform::NarrowToWide("10.1." + std::to_string(i / 250) + '.' + std::to_string(i % 250)));
   names.back() = u"10.0.0.1";
-  platform::RegistryKey key = platform::RegistryKey::Create(kInterfacesKey);
-  ASSERT_TRUE(key.SetDwords(names, 0));
-  const auto served = [] {
-    const auto now = platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kRead);
-    std::uint32_t ones = 0;
-    for (std::uint32_t i = 0; i < kRequests; ++i) {
-      std::array<char16_t, 100> name{};
-      std::array<std::byte, 4> data{};
-      EXPECT_EQ(now.Enumerate(i, name, data).status, platform::RegistryStatus::kOk);
-      ones += std::to_integer<std::uint32_t>(data[0]);
-    }
-    return ones;
+  ASSERT_TRUE(platform::SettingsKey::Create(kInterfacesKey).SetNumbers(names, 0));
+  const auto served = [&names] {
+    const auto now = platform::SettingsKey::Open(kInterfacesKey, platform::SettingsAccess::kRead);
+    return std::ranges::count_if(names, [&](const auto& name) { return now.Number(name) == 1u; });
   };
 
   const Table table{Row("10.0.0.1"), Row("10.0.0.2")};
   watch_.WatchIpv4Interfaces(table);
   serviceRuns_.Clear();
   watch_.WatchIpv4Interfaces(table);
-  EXPECT_EQ(served(), 0u);
+  EXPECT_EQ(served(), 0);
   EXPECT_TRUE(Runs({Address("10.0.0.1"), Address("10.0.0.2")}));
   serviceRuns_.Set();
   watch_.WatchIpv4Interfaces(table);

@@ -1,6 +1,5 @@
 #include "platform/posix/forms/regular_file.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <time.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include <algorithm>
 
 #include "platform/posix/descriptor.h"
+#include "platform/posix/io.h"
 #include "platform/thread.h"
 
 namespace talvorn::platform {
@@ -39,15 +39,13 @@ bool Settled(const struct stat& status) {
 bool ReadBytes(int fd, std::size_t size, std::string& bytes) {
   bytes.resize(size);
   std::size_t done = 0;
-  while (done < size) {
-    const ssize_t got = read(fd, bytes.data() + done, size - done);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return false;
-    if (got == 0) break;
-    done += static_cast<std::size_t>(got);
-  }
+  ssize_t got = 0;
+  do {
+    got = Retried([&] { return read(fd, bytes.data() + done, size - done); });
+    if (got > 0) done += static_cast<std::size_t>(got);
+  } while (got > 0 && done < size);
   bytes.resize(done);
-  return true;
+  return got >= 0;
 }
 
 }  // namespace
@@ -62,7 +60,7 @@ std::optional<FileContent> ReadTextFile(const std::string& path) {
         content.status.st_size > static_cast<off_t>(kLargestTextFile)) {
       return std::nullopt;
     }
-    const bool settled = Settled(content.status);
+    content.settled = Settled(content.status);
     const auto size = static_cast<std::size_t>(content.status.st_size);
     struct stat after {};
     if (!ReadBytes(file.get(), size, content.bytes) || fstat(file.get(), &after) != 0) {
@@ -72,7 +70,7 @@ std::optional<FileContent> ReadTextFile(const std::string& path) {
       const bool confirmed = attempt >= kPatience && previous &&
                              FileStamp(previous->status) == FileStamp(content.status) &&
                              previous->bytes == content.bytes;
-      if (settled || confirmed) return content;
+      if (content.settled || confirmed) return content;
       previous = std::move(content);
     }
     SleepMs(kPauseMs);

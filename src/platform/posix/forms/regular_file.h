@@ -33,6 +33,7 @@ struct FileStamp {
 struct FileContent {
   std::string bytes;
   struct stat status {};
+  bool settled = false;  // any later change shows in the stamp
 };
 
 // None when `path` is no readable regular file, is larger than kLargestTextFile, or

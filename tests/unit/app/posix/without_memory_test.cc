@@ -35,7 +35,7 @@
 #include "platform/mailslot.h"
 #include "platform/named_object.h"
 #include "platform/posix/descriptor.h"
-#include "platform/registry.h"
+#include "platform/settings_store.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/settings.h"
@@ -312,10 +312,8 @@ TEST_F(WithoutMemory, TheInterfaceWatchMakesUpForItInItsNextPasses) {
       const std::lock_guard lock(runningMutex);
       return running == wanted;
     }));
-    const auto key = platform::RegistryKey::Open(kInterfacesKey, platform::RegistryAccess::kRead);
-    std::array<std::byte, 4> data{};
-    EXPECT_EQ(key.Query(u"10.0.0.2", data).status, platform::RegistryStatus::kOk);
-    EXPECT_EQ(data[0], std::byte{1}) << "the request is served";
+    const auto key = platform::SettingsKey::Open(kInterfacesKey, platform::SettingsAccess::kRead);
+    EXPECT_EQ(key.Number(u"10.0.0.2"), 1u) << "the request is served";
     failingAllocation = left;
     watch.ShutDownIpv4();
     watch.ShutDownIpv6();

@@ -21,4 +21,12 @@ ScratchMachine::~ScratchMachine() {
 
 std::filesystem::path ScratchMachine::registry() const { return root_ / "talvorn.reg"; }
 
+void ScratchMachine::Store(std::string_view key, std::string_view name, const Stored& value) const {
+  std::ofstream file(registry(), std::ios::trunc);
+  file << "[HKEY_LOCAL_MACHINE\\" << key << "]\n\"" << name << "\"=hex(" << std::hex << value.type
+       << "):";
+  for (const unsigned char byte : value.data) file << unsigned{byte} << ',';
+  file << '\n';
+}
+
 }  // namespace talvorn::testing

@@ -1,4 +1,4 @@
-#include "platform/registry.h"
+#include "platform/posix/forms/settings_file.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/posix/descriptor.h"
-#include "platform/posix/forms/registry_file.h"
+#include "platform/settings_store.h"
 #include "platform/text_encoding.h"
 #include "testing/scratch_machine.h"
 
@@ -32,19 +32,19 @@ std::string Utf16(std::u16string_view text) {
 }
 
 // The values of a key as "name:type:data" in hexadecimal digits, blanks between them.
-std::string Listing(const RegistryFile& file, std::u16string_view path) {
+std::string Listing(const SettingsFile& file, std::string_view path) {
   std::ostringstream listing;
-  for (const RegistryValue& value : file.ValuesOf(path)) {
+  for (const Setting* const value : file.ValuesOf(path)) {
     if (listing.tellp() > 0) listing << ' ';
-    listing << WideToUtf8(value.name) << ':' << std::dec << value.type << ':' << std::hex;
-    for (const std::byte byte : value.data) {
-      listing << std::setw(2) << std::setfill('0') << std::to_integer<int>(byte);
-    }
+    listing << value->name << ':' << std::dec << static_cast<std::uint32_t>(value->type) << ':'
+            << std::hex;
+    for (const unsigned char byte : value->data)
+      listing << std::setw(2) << std::setfill('0') << unsigned{byte};
   }
   return listing.str();
 }
 
-TEST(RegistryFile, ReadsWhatTheFormatAllowsAndPassesOverTheRest) {
+TEST(SettingsFile, ReadsWhatTheFormatAllowsAndPassesOverTheRest) {
   const struct {
     std::string_view lines;
     std::string_view listing;
@@ -72,17 +72,17 @@ TEST(RegistryFile, ReadsWhatTheFormatAllowsAndPassesOverTheRest) {
   for (const auto& c : cases) {
     const std::string text = std::string("[HKEY_LOCAL_MACHINE\\K]\n").append(c.lines);
     for (const std::string& bytes : {text, std::string("\xEF\xBB\xBF").append(text).append("\n")}) {
-      const RegistryFile file(bytes);
-      EXPECT_TRUE(file.HasKey(u"k")) << c.lines;
-      EXPECT_EQ(Listing(file, u"k"), c.listing) << c.lines;
+      const SettingsFile file(bytes);
+      EXPECT_TRUE(file.HasKey("k")) << c.lines;
+      EXPECT_EQ(Listing(file, "k"), c.listing) << c.lines;
     }
     if (text.find('\xFF') == std::string::npos) {
-      EXPECT_EQ(Listing(RegistryFile(Utf16(Utf8ToWide(text))), u"K"), c.listing) << c.lines;
+      EXPECT_EQ(Listing(SettingsFile(Utf16(Utf8ToWide(text))), "K"), c.listing) << c.lines;
     }
   }
 }
 
-TEST(RegistryFile, ChangesNothingButTheValue) {
+TEST(SettingsFile, ChangesNothingButTheValue) {
   const struct {
     std::string_view before;
     std::string_view after;
@@ -105,51 +105,46 @@ TEST(RegistryFile, ChangesNothingButTheValue) {
       {"[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=-\n",
        "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=dword:00000001\n"},
   };
-  const auto withDword = [](std::string_view bytes, const std::u16string& name,
-                            std::uint32_t value) {
-    return RegistryFile(std::string(bytes)).WithDwords(u"K", {&name, 1}, value);
+  const auto withDword = [](std::string_view bytes, const std::string& name, std::uint32_t value) {
+    return SettingsFile(std::string(bytes)).WithNumbers("K", {&name, 1}, value);
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(withDword(c.before, u"A", 1), c.after);
+    EXPECT_EQ(withDword(c.before, "A", 1), c.after);
     const std::u16string before = Utf8ToWide(c.before);
-    EXPECT_EQ(withDword(Utf16(before), u"A", 1), Utf16(Utf8ToWide(c.after)));
+    EXPECT_EQ(withDword(Utf16(before), "A", 1), Utf16(Utf8ToWide(c.after)));
   }
   // Characters of several bytes and bytes that are no characters before the value.
   EXPECT_EQ(withDword("[HKEY_LOCAL_MACHINE\\k]\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:7 ;\xFE\n",
-                      u"\U0001F600\u00FC\uFFFD", 0xABCDEF01),
+                      "\xF0\x9F\x98\x80\xC3\xBC\xEF\xBF\xBD", 0xABCDEF01),
             "[HKEY_LOCAL_MACHINE\\k]\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:abcdef01 ;\xFE\n");
-  EXPECT_EQ(withDword("[HKEY_LOCAL_MACHINE\\k]\n", u"a\"\\", 2),
+  EXPECT_EQ(withDword("[HKEY_LOCAL_MACHINE\\k]\n", "a\"\\", 2),
             "[HKEY_LOCAL_MACHINE\\k]\n\"a\\\"\\\\\"=dword:00000002\n");
-  EXPECT_EQ(withDword("", u"a", 2), std::nullopt);
+  EXPECT_EQ(withDword("", "a", 2), std::nullopt);
 
   // Several at once, in any order, new ones among them.
-  const std::u16string names[] = {u"n", u"C", u"a", u"m"};
-  EXPECT_EQ(RegistryFile("[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"x\"\n\"b\"=hex:1\n\"c\"=dword:0 ;c")
-                .WithDwords(u"K", names, 1),
+  const std::string names[] = {"n", "C", "a", "m"};
+  EXPECT_EQ(SettingsFile("[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"x\"\n\"b\"=hex:1\n\"c\"=dword:0 ;c")
+                .WithNumbers("K", names, 1),
             "[HKEY_LOCAL_MACHINE\\k]\n\"n\"=dword:00000001\n\"m\"=dword:00000001\n"
             "\"a\"=dword:00000001\n\"b\"=hex:1\n\"c\"=dword:00000001 ;c");
 }
 
-class Registry : public ::testing::Test {
+class SettingsStore : public ::testing::Test {
  protected:
-  // The first dword of the key; none when the key cannot be opened.
-  static std::optional<std::uint32_t> Dword(std::u16string_view name) {
-    const RegistryKey key = RegistryKey::Open(u"Software\\K", RegistryAccess::kRead);
-    if (!key.valid()) return std::nullopt;
-    std::uint32_t value = 0;
-    const auto result = key.Query(name, std::as_writable_bytes(std::span(&value, 1)));
-    return result.status == RegistryStatus::kOk ? value : 0xFFFFFFFF;
+  // The number in the key; none when the key cannot be opened.
+  static std::optional<std::uint32_t> Number(std::u16string_view name) {
+    return SettingsKey::Open(u"Software\\K", SettingsAccess::kRead).Number(name);
   }
 
   testing::ScratchMachine machine_;
 };
 
-TEST_F(Registry, APipeThatNobodyWritesToHasNoKeys) {
+TEST_F(SettingsStore, APipeThatNobodyWritesToHasNoKeys) {
   ASSERT_EQ(mkfifo(machine_.registry().c_str(), 0600), 0);
-  EXPECT_EQ(Dword(u"a"), std::nullopt);
+  EXPECT_EQ(Number(u"a"), std::nullopt);
 }
 
-TEST_F(Registry, WritingReplacesTheFileAndKeepsItsModeAndName) {
+TEST_F(SettingsStore, WritingReplacesTheFileAndKeepsItsModeAndName) {
   const std::filesystem::path target = machine_.root() / "real.reg";
   std::filesystem::create_symlink("real.reg", machine_.registry());
   std::ofstream(target) << "[HKEY_LOCAL_MACHINE\\Software\\K]\n\"10.0.0.1\"=dword:00000000\n";
@@ -158,9 +153,9 @@ TEST_F(Registry, WritingReplacesTheFileAndKeepsItsModeAndName) {
   stat(target.c_str(), &before);
   const Descriptor reader(open(target.c_str(), O_RDONLY));
 
-  RegistryKey key = RegistryKey::Open(u"SOFTWARE\\K", RegistryAccess::kReadWrite);
-  EXPECT_TRUE(key.SetDword(u"10.0.0.1", 1) && key.SetDword(u"10.0.0.2", 2));
-  EXPECT_FALSE(key.SetDword(u"a\nb", 2));
+  SettingsKey key = SettingsKey::Open(u"SOFTWARE\\K", SettingsAccess::kReadWrite);
+  EXPECT_TRUE(key.SetNumber(u"10.0.0.1", 1) && key.SetNumber(u"10.0.0.2", 2));
+  EXPECT_FALSE(key.SetNumber(u"a\nb", 2));
 
   struct stat after {};
   stat(target.c_str(), &after);
@@ -174,25 +169,25 @@ TEST_F(Registry, WritingReplacesTheFileAndKeepsItsModeAndName) {
   EXPECT_NE(after.st_ino, before.st_ino) << "whoever reads the old file reads it to its end";
 }
 
-TEST_F(Registry, WritesOfSeveralProgramsAreAllKept) {
+TEST_F(SettingsStore, WritesOfSeveralProgramsAreAllKept) {
   std::vector<std::thread> writers;
-  RegistryKey made = RegistryKey::Create(u"Software\\K");
+  SettingsKey made = SettingsKey::Create(u"Software\\K");
   for (int writer = 0; writer < 3; ++writer) {
     writers.emplace_back([writer] {
-      RegistryKey key = RegistryKey::Open(u"Software\\K", RegistryAccess::kReadWrite);
+      SettingsKey key = SettingsKey::Open(u"Software\\K", SettingsAccess::kReadWrite);
       for (int i = 0; i < 4; ++i) {
-        EXPECT_TRUE(key.SetDword(Utf8ToWide(std::to_string(writer * 4 + i)), 1));
+        EXPECT_TRUE(key.SetNumber(Utf8ToWide(std::to_string(writer * 4 + i)), 1));
       }
     });
   }
   for (std::thread& writer : writers) writer.join();
-  for (int i = 0; i < 12; ++i) EXPECT_EQ(Dword(Utf8ToWide(std::to_string(i))), 1u) << i;
+  for (int i = 0; i < 12; ++i) EXPECT_EQ(Number(Utf8ToWide(std::to_string(i))), 1u) << i;
 
   // Somebody who keeps the lock makes the write fail, not wait for ever.
   const Descriptor lock(open((machine_.registry().string() + ".lock").c_str(), O_RDWR));
   ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
-  EXPECT_FALSE(made.SetDword(u"0", 4));
-  EXPECT_EQ(Dword(u"0"), 1u);
+  EXPECT_FALSE(made.SetNumber(u"0", 4));
+  EXPECT_EQ(Number(u"0"), 1u);
   EXPECT_EQ(std::ranges::distance(std::filesystem::directory_iterator(machine_.root())), 3)
       << "run, the file and its lock, but no temporary ones";
 }

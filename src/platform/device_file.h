@@ -1,0 +1,24 @@
+// The file of static devices: a private-profile (INI) file with a section for each.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace talvorn::platform {
+
+struct ListedDevice {
+  std::u16string name;     // of the section
+  std::u16string address;  // its "IpAddress", cut to 99 characters; empty when there is none
+};
+
+// The sections of the file in its order; none when there is no file. On Linux they are
+// those of one moment. Names compare without case, so that of several sections with one
+// name the first one's address counts; blanks and one pair of quotes around an address
+// are no part of it.
+[[nodiscard]] std::vector<ListedDevice> ReadDeviceFile(std::u16string_view path);
+
+inline constexpr std::size_t kAddressCapacity = 100;  // characters, with the terminator
+inline constexpr std::u16string_view kAddressKey = u"IpAddress";
+
+}  // namespace talvorn::platform

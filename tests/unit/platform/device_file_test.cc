@@ -1,0 +1,55 @@
+#include "platform/device_file.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/text_encoding.h"
+#include "testing/scratch_machine.h"
+
+namespace talvorn::platform {
+namespace {
+
+class DeviceFile : public ::testing::Test {
+ protected:
+  // The devices of a file with this content, each as "name=address" and a comma.
+  [[nodiscard]] std::string Listing(std::string_view bytes) const {
+    const std::string path = (machine_.root() / "devices.ini").string();
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+    std::string listing;
+    for (const ListedDevice& device : ReadDeviceFile(Utf8ToWide(path)))
+      listing += WideToUtf8(device.name) + '=' + WideToUtf8(device.address) + ',';
+    return listing;
+  }
+
+  testing::ScratchMachine machine_;
+};
+
+TEST_F(DeviceFile, SectionsComeInFileOrderWithWhatMakesNoneLeftOut) {
+  EXPECT_EQ(
+      Listing("ignored=1\r\n; [comment]\r\n[ host b ] ; x\r\n  [hosta]\n[]\n[open\n=\n[hosta]\r"
+              "[last]"),
+      "host b=,hosta=,hosta=,last=,");
+  EXPECT_EQ(Listing(""), "");
+  EXPECT_TRUE(ReadDeviceFile(u"no such file").empty());
+}
+
+TEST_F(DeviceFile, TheFirstAddressOfTheFirstSectionCounts) {
+  EXPECT_EQ(Listing("[a]\nipADDRESS = \" 10.0.0.1 \" \nIpAddress=2\n[A]\nIpAddress=3\n"
+                    "[b]\nIpAddress=\n[c]\nOther=4\n[d]\n;IpAddress=5\nIpAddress='6'"),
+            "a= 10.0.0.1 ,A= 10.0.0.1 ,b=,c=,d=6,");
+}
+
+TEST_F(DeviceFile, HoweverManyAndHoweverLongAllAreListed) {
+  std::string bytes;
+  std::string listing;
+  for (int i = 0; i < 500; ++i) {
+    const std::string name(static_cast<std::size_t>(1 + i * 3), 'n');
+    bytes += '[' + name + "]\nIpAddress=" + std::string(static_cast<std::size_t>(i), '1') + '\n';
+    listing += name + '=' + std::string(static_cast<std::size_t>(std::min(i, 99)), '1') + ',';
+  }
+  EXPECT_EQ(Listing(bytes), listing);
+}
+
+}  // namespace
+}  // namespace talvorn::platform

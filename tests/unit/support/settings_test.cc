@@ -1,0 +1,151 @@
+// Settings as they are stored, in every form that they should have and should not.
+#include "support/settings.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "testing/scratch_machine.h"
+
+namespace talvorn {
+namespace {
+
+using testing::Stored;
+
+constexpr std::uint32_t kNone = 0;
+constexpr std::uint32_t kString = 1;
+constexpr std::uint32_t kExpandString = 2;
+constexpr std::uint32_t kBinary = 3;
+constexpr std::uint32_t kNumber = 4;
+constexpr std::uint32_t kBigEndianNumber = 5;
+constexpr std::uint32_t kMultiString = 7;
+constexpr std::uint32_t kLongNumber = 11;
+
+std::string Wide(std::u16string_view text) {
+  return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)};
+}
+std::string Terminated(std::u16string_view text) { return Wide(std::u16string(text) + u'\0'); }
+
+class Settings : public ::testing::Test {
+ protected:
+  void Store(std::string_view name, const Stored& value) const {
+    machine_.Store("Software\\Kestrow\\TAL-VORN\\Settings", name, value);
+  }
+
+  static RegistryValues Retrieve() {
+    RegistryValues values;
+    values.timeRequest = 1;
+    values.staticDevicesIniFile = {u'o', u'l', u'd'};
+    EXPECT_TRUE(RetrieveValues(values));
+    return values;
+  }
+
+  testing::ScratchMachine machine_;
+};
+
+TEST_F(Settings, EachNumberHasItsNameAndItsDefault) {
+  const struct {
+    std::string_view name;
+    std::uint32_t RegistryValues::*value;
+    std::uint32_t otherwise;
+  } numbers[] = {
+      {"Time Request", &RegistryValues::timeRequest, 5'000},
+      {"Time Master", &RegistryValues::timeMaster, 60'000},
+      {"Time Response Valid", &RegistryValues::timeResponseValid, 10'000},
+      {"Time Response Valid IFSTATIC", &RegistryValues::timeResponseValidIfStatic, 30'000},
+      {"Time Request Gap IFSTATIC", &RegistryValues::timeRequestGapIfStatic, 5'000},
+      {"Time Network Changes", &RegistryValues::timeNetworkChanges, 1'000},
+      {"Time Multicast Request Allowed", &RegistryValues::timeMulticastRequestAllowed, 0},
+      {"Prefered IP Version", &RegistryValues::preferedIpVersion, 4},
+      {"IPv6 Active", &RegistryValues::ipv6Active, 1},
+  };
+  for (const auto& number : numbers) {
+    Store(number.name, {kNumber, std::string("\x77\0\0\x80", 4)});
+    EXPECT_EQ(Retrieve().*number.value, 0x80000077u) << number.name;
+    Store(number.name, {kString, Terminated(u"7000")});
+    EXPECT_EQ(Retrieve().*number.value, number.otherwise) << number.name;
+  }
+}
+
+TEST_F(Settings, ANumberHasItsTypeAndFourBytes) {
+  const std::string four("\x58\x1B\0\0", 4);
+  Store("DebugView", {kNumber, four});
+  EXPECT_EQ(ReadDebugView(), 7'000u);
+  const std::vector<Stored> wrong = {
+      {kString, Terminated(u"7")},
+      {kExpandString, Terminated(u"7")},
+      {kMultiString, four},
+      {kBinary, four},
+      {kNone, four},
+      {kBigEndianNumber, four},
+      {kLongNumber, four + std::string(4, '\0')},
+      {kLongNumber, four},
+      {kNumber, four.substr(0, 3)},
+      {kNumber, four + four},
+      {kNumber, std::string(5, '\x01')},
+      {kNumber, ""},
+  };
+  for (const Stored& value : wrong) {
+    Store("DebugView", value);
+    EXPECT_EQ(ReadDebugView(), 0u) << value;
+  }
+}
+
+TEST_F(Settings, APathIsAStringThatFits) {
+  const std::u16string longest(1'023, u'p');
+  const std::vector<std::pair<Stored, std::u16string>> cases = {
+      {{kString, Terminated(u"C:\\a.ini")}, u"C:\\a.ini"},
+      {{kString, Terminated(longest)}, longest},
+      {{kString, Terminated(longest + u"p")}, u""},
+      {{kString, Terminated(std::u16string(5'000, u'p'))}, u""},
+      // Terminated or not, a text ends where its data ends.
+      {{kString, Wide(u"C:\\a.ini")}, u"C:\\a.ini"},
+      {{kString, Wide(longest)}, longest},
+      {{kString, Wide(longest + u"p")}, u""},
+      {{kString, Terminated(u"a") + Terminated(u"b")}, u"a"},
+      {{kString, Terminated(u"a") + Terminated(longest)}, u""},
+      {{kString, Wide(u"ab") + "c"}, u"ab"},
+      {{kString, ""}, u""},
+      {{kExpandString, Terminated(u"C:\\a.ini")}, u""},
+      {{kMultiString, Terminated(u"C:\\a.ini") + Terminated(u"")}, u""},
+      {{kBinary, Terminated(u"C:\\a.ini")}, u""},
+      {{kNumber, Wide(u"ab")}, u""},
+  };
+  for (const auto& [value, expected] : cases) {
+    Store("TAL-VORN INI-File Static Devices", value);
+    EXPECT_EQ(Retrieve().staticDevicesIniFile.data(), expected) << value;
+  }
+}
+
+TEST_F(Settings, TheLogPathIsAStringOfNarrowCharacters) {
+  const std::u16string longest(1'023, u'p');
+  const std::vector<std::pair<Stored, std::string>> cases = {
+      {{kString, Terminated(u"D:\\Logs")}, "D:\\Logs"},
+      {{kString, Wide(u"D:\\Logs")}, "D:\\Logs"},
+      {{kString, Terminated(longest)}, std::string(1'023, 'p')},
+      {{kString, Terminated(longest + u"p")}, ""},
+      {{kString, ""}, ""},
+      {{kExpandString, Terminated(u"D:\\Logs")}, ""},
+      {{kMultiString, Terminated(u"D:\\Logs") + Terminated(u"")}, ""},
+      {{kBinary, "D:\\Logs"}, ""},
+      {{kNumber, "D:\\L"}, ""},
+  };
+  for (const auto& [value, expected] : cases) {
+    Store("Log Path", value);
+    EXPECT_EQ(ReadLogPath().data(), expected) << value;
+  }
+}
+
+TEST_F(Settings, WithoutTheKeyARecordKeepsWhatItHeld) {
+  RegistryValues values;
+  values.timeRequest = 1;
+  EXPECT_FALSE(RetrieveValues(values));
+  EXPECT_EQ(values.timeRequest, 1u);
+}
+
+}  // namespace
+}  // namespace talvorn
