@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <random>
 #include <utility>
 
@@ -15,6 +16,10 @@ namespace talvorn {
 namespace {
 
 using platform::MonotonicMs;
+using Taken = platform::Mailslot::Taken;
+
+// No reply is refused for its size: their number of devices and items is the locator's.
+constexpr std::size_t kLargestReply = std::numeric_limits<std::size_t>::max();
 
 // A busy locator is given its time in slices, between which an interrupt counts.
 constexpr std::uint32_t kSendSliceMs = 100;
@@ -42,9 +47,7 @@ std::uint32_t MsUntil(std::uint64_t deadlineMs) {
 }  // namespace
 
 LocatorClient::LocatorClient(const ClientOptions& options)
-    : options_(options),
-      never_(platform::Event::Create(platform::Event::Mode::kManualReset)),
-      readEvent_(platform::Event::Create(platform::Event::Mode::kAutoReset)) {}
+    : options_(options), never_(platform::Event::Create(platform::Event::Mode::kManualReset)) {}
 
 Answer<std::string> LocatorClient::GetVersion() {
   return AskText(kGetVersion, ReplyType::kVersion);
@@ -114,14 +117,15 @@ ClientStatus LocatorClient::Tell(std::string_view command) {
 bool LocatorClient::PrepareMailslot(std::uint64_t deadlineMs) {
   for (int attempt = 0; !mailslot_.valid() && attempt < kNameAttempts; ++attempt) {
     mailslotName_ = NewMailslotName();
-    mailslot_ = platform::Mailslot::Create(mailslotName_, 0, nullptr);
+    mailslot_ = platform::Mailslot::Create(mailslotName_, nullptr);
   }
   // Anybody may write to it.
   if (!mailslot_.AcceptOnlyFromOwnerOf(kServerMailslot)) return false;
   // Strays, such as the locator's answer to a request so short that it names no
   // mailslot: that goes to the one who asked last.
+  std::vector<std::byte> message;
   for (int stray = 0; stray < kMaxStrays && MsUntil(deadlineMs) > 0 && !Interrupted(); ++stray) {
-    if (TakeMessage().empty()) break;
+    if (mailslot_.Take(message, kLargestReply) == Taken::kNone) break;
   }
   return true;
 }
@@ -156,8 +160,9 @@ ClientStatus LocatorClient::AwaitReply(ReplyType type, const Accept& accept,
     const auto waited = mailslot_.WaitForMessage(wake, MsUntil(deadlineMs));
     if (waited == platform::WaitStatus::kFailed) return ClientStatus::kNoMailslot;
     if (waited == platform::WaitStatus::kSignalled) {
-      const std::vector<std::byte> reply = TakeMessage();
-      const auto header = DecodeReplyHeader(reply);
+      std::vector<std::byte> reply;
+      const bool taken = mailslot_.Take(reply, kLargestReply) == Taken::kMessage;
+      const auto header = taken ? DecodeReplyHeader(reply) : std::nullopt;
       if (header && header->type == type && accept(reply)) return ClientStatus::kOk;
       // Anybody may write to the mailslot; a reply of another type is a stray.
       badReply = badReply || !header || header->type == type;
@@ -166,16 +171,6 @@ ClientStatus LocatorClient::AwaitReply(ReplyType type, const Accept& accept,
     if (MsUntil(deadlineMs) == 0)
       return badReply ? ClientStatus::kBadReply : ClientStatus::kNoAnswer;
   }
-}
-
-// The next message; empty when none waits or it cannot be read.
-std::vector<std::byte> LocatorClient::TakeMessage() {
-  const auto waiting = mailslot_.Query();
-  if (!waiting || !waiting->nextSize) return {};
-  std::vector<std::byte> message(*waiting->nextSize);
-  const auto size = mailslot_.Read(message, readEvent_);
-  message.resize(std::min(size.value_or(0), message.size()));
-  return message;
 }
 
 bool LocatorClient::Interrupted() const {

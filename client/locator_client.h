@@ -86,12 +86,10 @@ class LocatorClient {
   [[nodiscard]] ClientStatus Send(std::string_view command, std::uint64_t deadlineMs);
   [[nodiscard]] ClientStatus AwaitReply(ReplyType type, const Accept& accept,
                                         std::uint64_t deadlineMs);
-  [[nodiscard]] std::vector<std::byte> TakeMessage();
   [[nodiscard]] bool Interrupted() const;
 
   ClientOptions options_;
-  platform::Event never_;      // stands in for a missing interrupt
-  platform::Event readEvent_;  // of overlapped reads
+  platform::Event never_;  // stands in for a missing interrupt
   std::u16string mailslotName_;
   platform::Mailslot mailslot_;
 };

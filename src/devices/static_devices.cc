@@ -116,8 +116,12 @@ void StopStaticDevices(StaticDeviceContext& context) {
 std::uint32_t DeviceByHostName(StaticDeviceContext& context) {
   RegistryValues settings;
   bool readable = false;
+  bool usable = false;
   CompleteWhile(context.running, [&] { readable = RetrieveValues(settings); });
-  if (!FileIsUsable(readable ? settings.staticDevicesIniFile.data() : u"")) return 1;
+  CompleteWhile(context.running, [&] {
+    usable = FileIsUsable(readable ? settings.staticDevicesIniFile.data() : u"");
+  });
+  if (!usable) return 1;
   Worker(context, settings).Run();
   return 0;
 }

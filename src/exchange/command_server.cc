@@ -15,7 +15,6 @@
 #include "exchange/messages/messages.h"
 #include "exchange/object_security.h"
 #include "platform/ascii_case.h"
-#include "platform/event.h"
 #include "platform/mailslot.h"
 #include "platform/process.h"
 #include "support/byte_io.h"
@@ -27,7 +26,6 @@
 namespace talvorn {
 namespace {
 
-constexpr std::uint32_t kReadTimeoutMs = 100;
 constexpr std::uint32_t kTickMs = 10;
 // How often a mailslot that could not be made is tried again.
 constexpr std::uint32_t kRetryMs = 2'000;
@@ -39,29 +37,33 @@ constexpr std::string_view kFallbackLogPath = "c:\\";
 constexpr std::string_view kTraceTag = "TALVORN_APPL";
 constexpr std::string_view kLogModeEventA = "Global\\DRAVIK_LOGMODE";
 
-using Reply = std::vector<std::byte>;
+// A reply; what follows the header stands here or in a list's snapshot.
+struct Reply {
+  std::array<std::byte, kReplyHeaderSize> header;
+  std::span<const std::byte> payload;
+  std::vector<std::byte> own;
+};
 
-// A reply whose payload is still to be filled in, zeroed. None when it would be
-// longer than its length field can say.
-std::optional<Reply> MakeReply(ReplyType type, std::size_t count, std::size_t payloadSize) {
-  if (payloadSize > std::numeric_limits<std::uint32_t>::max() - kReplyHeaderSize)
-    return std::nullopt;
-  Reply reply(kReplyHeaderSize + payloadSize);
-  EncodeReplyHeader({.totalLength = static_cast<std::uint32_t>(reply.size()),
+// None when it would be longer than its length field can say.
+std::optional<Reply> MakeReply(ReplyType type, std::size_t count,
+                               std::span<const std::byte> payload) {
+  const std::size_t size = kReplyHeaderSize + payload.size();
+  if (size > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
+  Reply reply{{}, payload, {}};
+  EncodeReplyHeader({.totalLength = static_cast<std::uint32_t>(size),
                      .type = type,
                      .count = static_cast<std::uint32_t>(count)},
-                    reply);
+                    reply.header);
   return reply;
-}
-
-void FillPayload(Reply& reply, std::span<const std::byte> payload) {
-  std::ranges::copy(payload, reply.begin() + kReplyHeaderSize);
 }
 
 // The text and its terminator.
 std::optional<Reply> MakeTextReply(ReplyType type, std::string_view text) {
-  auto reply = MakeReply(type, text.size() + 1, text.size() + 1);
-  if (reply) FillPayload(*reply, AsBytes(text));
+  const auto bytes = AsBytes(text);
+  std::vector<std::byte> own(bytes.begin(), bytes.end());
+  own.push_back(std::byte{0});
+  auto reply = MakeReply(type, own.size(), own);
+  if (reply) reply->own = std::move(own);
   return reply;
 }
 
@@ -100,10 +102,7 @@ class CommandServer {
   std::optional<bool> CreateMailslot() {
     platform::SecurityAttributes security;
     const bool secured = CreateSecurityAttributes(context_, security);
-    if (secured && !readEvent_.valid())
-      readEvent_ = platform::Event::Create(platform::Event::Mode::kAutoReset);
-    if (secured && readEvent_.valid())
-      mailslot_ = platform::Mailslot::Create(kServerMailslot, kReadTimeoutMs, &security);
+    if (secured) mailslot_ = platform::Mailslot::Create(kServerMailslot, &security);
     FreeSecurityAttributes(context_);
     if (!secured) return std::nullopt;
     return mailslot_.valid();
@@ -126,12 +125,18 @@ class CommandServer {
   }
 
   void Pass() {
-    const auto waiting = mailslot_.Query();
-    if (!waiting) {
-      Pause(kTickMs);
-    } else if (!waiting->nextSize) {
+    using Taken = platform::Mailslot::Taken;
+    Taken taken = Taken::kFailed;
+    const bool served = Completed([&] {
+      std::vector<std::byte> message;
+      taken = mailslot_.Take(message, kLargestMessage);
+      if (taken == Taken::kMessage) Serve(message);
+    });
+    context_.responseList->DropSnapshot();
+    context_.itemList->DropSnapshot();
+    if (taken == Taken::kNone) {
       (void)mailslot_.WaitForMessage(context_.running.cleared(), std::nullopt);
-    } else if (!Completed([&] { Serve(*waiting->nextSize); })) {
+    } else if (taken == Taken::kFailed || !served) {
       Pause(kTickMs);  // the message may still be there, the memory not
     }
   }
@@ -141,23 +146,20 @@ class CommandServer {
     (void)platform::WaitForAny(cleared, milliseconds);
   }
 
-  void Serve(std::size_t messageSize) {
-    const std::string command = ReadCommand(messageSize);
+  void Serve(std::span<const std::byte> message) {
+    const std::string command = CommandIn(message);
     if (command.empty()) return;
     const std::optional<Reply> reply = Dispatch(command);
     const std::u16string_view name =
         replyMailslot_.empty() ? kDefaultReplyMailslot : std::u16string_view(replyMailslot_);
     if (!reply || !platform::IsMailslotName(name)) return;
     // A client that is gone or does not read loses its reply.
-    (void)platform::WriteMailslot(name, *reply, 0);
+    const std::span<const std::byte> parts[] = {reply->header, reply->payload};
+    (void)platform::WriteMailslot(name, parts, 0);
   }
 
-  // The command of the next message; empty when there is nothing to serve.
-  std::string ReadCommand(std::size_t messageSize) {
-    std::vector<std::byte> message(std::min(messageSize, kLargestMessage));
-    const auto size = mailslot_.Read(message, readEvent_);
-    if (!size) return {};
-    message.resize(*size);
+  // Empty when there is nothing to serve.
+  std::string CommandIn(std::span<const std::byte> message) {
     if (message.size() < kReplyNameOffset) return std::string(kInvalidCommand);
     const std::optional<Request> request = DecodeRequest(message);
     if (!request) return {};
@@ -193,11 +195,10 @@ class CommandServer {
       count = context_.responseList->GetResponses(records, settings_.preferedIpVersion);
     }
     // Only this thread takes snapshots and drops them, so the block stays as it is.
-    auto reply = MakeReply(ReplyType::kDevices, count,
-                           std::max(std::size_t{count}, std::size_t{1}) * kDeviceRecordSize);
-    if (reply && count != 0) FillPayload(*reply, {records, count * kDeviceRecordSize});
-    context_.responseList->DropSnapshot();
-    return reply;
+    static constexpr std::array<std::byte, kDeviceRecordSize> kSpareRecord{};
+    return MakeReply(
+        ReplyType::kDevices, count,
+        count == 0 ? std::span(kSpareRecord) : std::span(records, count * kDeviceRecordSize));
   }
 
   std::optional<Reply> ItemReply() {
@@ -206,10 +207,8 @@ class CommandServer {
       const std::lock_guard guard(context_.itemList->lock);
       items = context_.itemList->GetItems();
     }
-    auto reply = MakeReply(ReplyType::kItems, items.size(), std::max(items.size(), std::size_t{1}));
-    if (reply) FillPayload(*reply, items);
-    context_.itemList->DropSnapshot();
-    return reply;
+    static constexpr std::array<std::byte, 1> kNoItems{};
+    return MakeReply(ReplyType::kItems, items.size(), items.empty() ? std::span(kNoItems) : items);
   }
 
   void SetLogPath(std::string_view command) {
@@ -257,7 +256,6 @@ class CommandServer {
   std::u16string replyMailslot_;  // of the last request; empty: the default
   platform::NamedEvent logModeEvent_;
   platform::Mailslot mailslot_;
-  platform::Event readEvent_;
 };
 
 }  // namespace

@@ -6,11 +6,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
+#include <vector>
 
-#include "platform/event.h"
+#include "platform/mailslot_name.h"
 #include "platform/security.h"
 #include "platform/waitable.h"
 
@@ -18,16 +19,15 @@ namespace talvorn::platform {
 
 class Mailslot {
  public:
-  Mailslot();  // none
-  ~Mailslot();
-  Mailslot(Mailslot&& other) noexcept;
-  Mailslot& operator=(Mailslot&& other) noexcept;
+  Mailslot() = default;  // none
+  Mailslot(Mailslot&& other) noexcept = default;
+  Mailslot& operator=(Mailslot&& other) noexcept = default;
 
   // A new mailslot without limit on the message size. None when the name is no
   // mailslot name, is taken by a living process, or the system refuses. A null
   // `security` means that everyone may write, since the locator that answers may
   // run as another user; on Linux only its own account where that is the locator's.
-  [[nodiscard]] static Mailslot Create(std::u16string_view name, std::uint32_t readTimeoutMs,
+  [[nodiscard]] static Mailslot Create(std::u16string_view name,
                                        const SecurityAttributes* security);
 
   [[nodiscard]] bool valid() const { return state_ != nullptr; }
@@ -36,18 +36,11 @@ class Mailslot {
   // where the system attests who writes (Linux). False when there is none such.
   [[nodiscard]] bool AcceptOnlyFromOwnerOf(std::u16string_view name);
 
-  struct Waiting {
-    std::optional<std::size_t> nextSize;  // bytes; none when no message waits
-    std::uint32_t count = 0;              // messages known to wait, at least
-  };
-  // None when the query fails.
-  [[nodiscard]] std::optional<Waiting> Query();
-
-  // Reads the next message into `buffer`; `readEvent` is the event of an
-  // overlapped read. Number of bytes read; none when the read fails (the message
-  // is lost then, as is one that is larger than the buffer).
-  [[nodiscard]] std::optional<std::size_t> Read(std::span<std::byte> buffer,
-                                                const Event& readEvent);
+  // kLost: one was taken out that is larger than wanted, or is nothing to read.
+  enum class Taken { kMessage, kNone, kLost, kFailed };
+  // Takes the next message, of at most `largest` bytes, out of the mailslot. Does not
+  // wait for one. Without memory for it, it is still there where the system can.
+  [[nodiscard]] Taken Take(std::vector<std::byte>& message, std::size_t largest);
 
   // Blocks until a message waits (kSignalled), `wake` is signalled or the limit
   // has passed (kTimeout for both).
@@ -55,24 +48,28 @@ class Mailslot {
 
  private:
   struct State;
-  std::unique_ptr<State> state_;
+  explicit Mailslot(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+  std::shared_ptr<State> state_;
 };
 
 enum class MailslotWrite { kWritten, kAbsent, kFull, kFailed };
 
-// Opens the existing mailslot `name`, writes `message` in one write and closes
+// A message in pieces that need not stand together.
+using MessageParts = std::span<const std::span<const std::byte>>;
+
+// Opens the existing mailslot `name`, writes the message in one write and closes
 // it. Waits at most `limitMs` for room. The name is the caller's to check
 // (IsMailslotName): kFailed for anything that is not one.
-[[nodiscard]] MailslotWrite WriteMailslot(std::u16string_view name,
-                                          std::span<const std::byte> message,
+[[nodiscard]] MailslotWrite WriteMailslot(std::u16string_view name, MessageParts message,
                                           std::uint32_t limitMs);
+[[nodiscard]] inline MailslotWrite WriteMailslot(std::u16string_view name,
+                                                 std::span<const std::byte> message,
+                                                 std::uint32_t limitMs) {
+  return WriteMailslot(name, MessageParts(&message, 1), limitMs);
+}
 
 // True while some process has a mailslot of this name.
 [[nodiscard]] bool MailslotExists(std::u16string_view name);
-
-// True for `\\.\mailslot\` (any case), on this machine, followed by a name or a path of
-// names with backslashes between them, none of them empty, "." or "..": no slashes and
-// no control characters.
-[[nodiscard]] bool IsMailslotName(std::u16string_view name);
 
 }  // namespace talvorn::platform

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "platform/ascii_case.h"
-#include "platform/mailslot.h"
 #include "platform/text_encoding.h"
 
 namespace talvorn::platform {

@@ -10,4 +10,9 @@ inline constexpr std::u16string_view kMailslotPrefix = u"\\\\.\\mailslot\\";
 // The one that the locator reads.
 inline constexpr std::u16string_view kLocatorMailslot = u"\\\\.\\mailslot\\talvorn_out";
 
+// True for the beginning above, on this machine, followed by a name or a path of names
+// with backslashes between them, none of them empty, "." or "..": no slashes and no
+// control characters.
+[[nodiscard]] bool IsMailslotName(std::u16string_view name);
+
 }  // namespace talvorn::platform

@@ -8,8 +8,7 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
-#include <new>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +26,9 @@
 namespace talvorn::platform {
 namespace {
 
+// Of a read when nothing waits, which nobody tries.
+constexpr DWORD kReadTimeoutMs = 100;
+
 // How often a waiting thread looks: soon at first, for the answer to a request.
 constexpr std::uint32_t kFirstLookMs = 1;
 constexpr std::uint32_t kLookMs = 10;
@@ -35,7 +37,7 @@ constexpr std::uint32_t kLookMs = 10;
 constexpr std::uint32_t kPendingWriteMs = 20;
 
 // The size that Wine reports for every message from there on. Such a message is read
-// into a large buffer before anybody is told of it.
+// into a large buffer.
 constexpr std::size_t kUncertainSize = 65'536;
 constexpr std::size_t kLargestUncertain = 4 << 20;
 
@@ -61,8 +63,7 @@ MailslotWrite Deliver(HANDLE file, std::span<const std::byte> message, std::uint
   if (!done.valid()) return MailslotWrite::kFailed;
   OVERLAPPED operation{};
   operation.hEvent = done.get();
-  if (WriteFile(file, message.data(), static_cast<DWORD>(message.size()), nullptr, &operation) ==
-      FALSE) {
+  if (WriteFile(file, message.data(), DwordSize(message.size()), nullptr, &operation) == FALSE) {
     if (GetLastError() != ERROR_IO_PENDING) return MailslotWrite::kFailed;
     if (WaitForHandles(std::array{done.get()}, std::max(limitMs, kPendingWriteMs)) !=
         WaitStatus::kSignalled) {
@@ -80,46 +81,30 @@ MailslotWrite Deliver(HANDLE file, std::span<const std::byte> message, std::uint
 
 struct Mailslot::State {
   FileHandle handle;
-  KernelHandle ownReadEvent;
-  std::optional<std::vector<std::byte>> pending;  // read, but not yet asked for
+  KernelHandle readEvent;
 
-  [[nodiscard]] std::optional<Waiting> Look() const {
+  // The size of the next message, or MAILSLOT_NO_MESSAGE; none when the query fails.
+  [[nodiscard]] std::optional<DWORD> NextSize() const {
     DWORD next = MAILSLOT_NO_MESSAGE;
     DWORD count = 0;
-    if (GetMailslotInfo(handle.get(), nullptr, &next, &count, nullptr) == FALSE) {
+    if (GetMailslotInfo(handle.get(), nullptr, &next, &count, nullptr) == FALSE)
       return std::nullopt;
-    }
-    if (next == MAILSLOT_NO_MESSAGE) return Waiting{};
-    return Waiting{next, std::max<std::uint32_t>(count, 1)};
+    return next;
   }
 
-  // One overlapped read with `event`, waited for to its end.
-  [[nodiscard]] std::optional<std::size_t> ReadNext(std::span<std::byte> buffer,
-                                                    HANDLE event) const {
+  // One overlapped read, waited for to its end; false when it fails.
+  [[nodiscard]] bool ReadNext(std::span<std::byte> buffer, DWORD& received) const {
     OVERLAPPED operation{};
-    operation.hEvent = event;
-    // A read of no bytes would leave an empty message where it is.
-    std::byte spare{};
-    const std::span<std::byte> target = buffer.empty() ? std::span(&spare, 1) : buffer;
-    DWORD received = 0;
-    if (ReadFile(handle.get(), target.data(), DwordSize(target.size()), nullptr, &operation) !=
-            FALSE ||
-        GetLastError() == ERROR_IO_PENDING) {
-      if (GetOverlappedResult(handle.get(), &operation, &received, TRUE) != FALSE) return received;
-    }
-    return std::nullopt;
+    operation.hEvent = readEvent.get();
+    return (ReadFile(handle.get(), buffer.data(), DwordSize(buffer.size()), nullptr, &operation) !=
+                FALSE ||
+            GetLastError() == ERROR_IO_PENDING) &&
+           GetOverlappedResult(handle.get(), &operation, &received, TRUE) != FALSE;
   }
 };
 
-Mailslot::Mailslot() = default;
-Mailslot::~Mailslot() = default;
-Mailslot::Mailslot(Mailslot&& other) noexcept = default;
-Mailslot& Mailslot::operator=(Mailslot&& other) noexcept = default;
-
-Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
-                          const SecurityAttributes* security) {
-  Mailslot mailslot;
-  if (FaultHits(Fault::kMailslotCreate) || !IsMailslotName(name)) return mailslot;
+Mailslot Mailslot::Create(std::u16string_view name, const SecurityAttributes* security) {
+  if (FaultHits(Fault::kMailslotCreate) || !IsMailslotName(name)) return {};
   EveryoneAccess everyone(FILE_GENERIC_WRITE);
   SECURITY_ATTRIBUTES native{};
   if (security != nullptr) {
@@ -127,13 +112,13 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
     native.lpSecurityDescriptor = NativeDescriptor(security->securityDescriptor);
     native.bInheritHandle = security->inheritHandle;
   }
-  auto state = std::make_unique<State>();
-  state->ownReadEvent = KernelHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  auto state = std::make_shared<State>();
+  state->readEvent = KernelHandle(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  if (!state->readEvent.valid()) return {};
   state->handle =
-      FileHandle(CreateMailslotW(ToNative(std::u16string(name)), 0, readTimeoutMs,
+      FileHandle(CreateMailslotW(ToNative(std::u16string(name)), 0, kReadTimeoutMs,
                                  security != nullptr ? &native : everyone.attributes()));
-  if (state->handle.valid() && state->ownReadEvent.valid()) mailslot.state_ = std::move(state);
-  return mailslot;
+  return state->handle.valid() ? Mailslot(std::move(state)) : Mailslot();
 }
 
 // Windows does not tell who writes.
@@ -141,49 +126,19 @@ bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
   return valid() && MailslotExists(name);
 }
 
-std::optional<Mailslot::Waiting> Mailslot::Query() {
-  if (state_ == nullptr) return std::nullopt;
-  if (state_->pending) return Waiting{state_->pending->size(), 1};
-  const auto waiting = state_->Look();
-  if (!waiting || waiting->nextSize != kUncertainSize) return waiting;
-  try {
-    std::vector<std::byte> message(kLargestUncertain);
-    const auto size = state_->ReadNext(message, state_->ownReadEvent.get());
-    if (!size) return Waiting{};
-    message.resize(*size);
-    message.shrink_to_fit();
-    state_->pending = std::move(message);
-    return Waiting{*size, waiting->count};
-  } catch (const std::bad_alloc&) {
-    return waiting;
-  }
-}
-
-std::optional<std::size_t> Mailslot::Read(std::span<std::byte> buffer, const Event& readEvent) {
-  if (state_ == nullptr) return std::nullopt;
-  if (state_->pending) {
-    const std::vector<std::byte> message = *std::exchange(state_->pending, std::nullopt);
-    if (message.size() > buffer.size()) return std::nullopt;
-    std::ranges::copy(message, buffer.begin());
-    return message.size();
-  }
-  const HANDLE event = NativeHandle(readEvent);
-  if (event == nullptr) return std::nullopt;
-  const auto waiting = state_->Look();
-  if (waiting && waiting->nextSize.value_or(0) > buffer.size()) {
-    // The system would keep the message, and every one behind it, for ever.
-    try {
-      const std::size_t size = *waiting->nextSize;
-      const auto lost = std::make_unique_for_overwrite<std::byte[]>(size);
-      (void)state_->ReadNext({lost.get(), size}, event);
-    } catch (const std::bad_alloc&) {
-      SleepMs(kLookMs);  // later there may be the memory
-    }
-    return std::nullopt;
-  }
-  const auto size = state_->ReadNext(buffer, event);
+Mailslot::Taken Mailslot::Take(std::vector<std::byte>& message, std::size_t largest) {
+  if (!valid()) return Taken::kFailed;
+  const auto size = state_->NextSize();
+  if (!size) return Taken::kFailed;
+  if (*size == MAILSLOT_NO_MESSAGE) return Taken::kNone;
+  // A read of no bytes would leave an empty message where it is, and so would one of too
+  // few, with every message behind it.
+  message.resize(*size == kUncertainSize ? kLargestUncertain : std::max<DWORD>(*size, 1));
+  DWORD received = 0;
   // Wine takes an empty message out, but reports that there was none.
-  return !size && waiting && waiting->nextSize == 0 ? 0 : size;
+  const bool taken = state_->ReadNext(message, received) || *size == 0;
+  message.resize(taken ? received : 0);
+  return taken && message.size() <= largest ? Taken::kMessage : Taken::kLost;
 }
 
 WaitStatus Mailslot::WaitForMessage(const Waitable& wake, WaitLimit limit) {
@@ -191,10 +146,9 @@ WaitStatus Mailslot::WaitForMessage(const Waitable& wake, WaitLimit limit) {
   const std::uint64_t start = MonotonicMs();
   const std::array<const Waitable*, 1> wakes = {&wake};
   for (std::uint32_t step = kFirstLookMs;; step = std::min(step * 2, kLookMs)) {
-    if (state_->pending) return WaitStatus::kSignalled;
-    const auto waiting = state_->Look();
-    if (!waiting) return WaitStatus::kFailed;
-    if (waiting->nextSize) return WaitStatus::kSignalled;
+    const auto size = state_->NextSize();
+    if (!size) return WaitStatus::kFailed;
+    if (*size != MAILSLOT_NO_MESSAGE) return WaitStatus::kSignalled;
     std::uint32_t pause = step;
     if (limit) {
       const std::uint64_t passed = MonotonicMs() - start;
@@ -207,47 +161,36 @@ WaitStatus Mailslot::WaitForMessage(const Waitable& wake, WaitLimit limit) {
   }
 }
 
-MailslotWrite WriteMailslot(std::u16string_view name, std::span<const std::byte> message,
-                            std::uint32_t limitMs) {
-  if (!IsMailslotName(name) || message.size() > std::numeric_limits<DWORD>::max()) {
-    return MailslotWrite::kFailed;
-  }
-  try {
-    const std::u16string terminated(name);
-    const std::uint64_t start = MonotonicMs();
-    const auto passed = [start] { return MonotonicMs() - start; };
-    for (;;) {
-      const FileHandle file = OpenForWriting(terminated);
-      if (file.valid()) {
-        const auto left =
-            static_cast<std::uint32_t>(limitMs - std::min<std::uint64_t>(passed(), limitMs));
-        return Deliver(file.get(), message, left);
-      }
-      const DWORD error = GetLastError();
-      if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
-        return MailslotWrite::kAbsent;
-      }
-      if (error != ERROR_SHARING_VIOLATION) return MailslotWrite::kFailed;
-      // A mailslot has one writer at a time.
-      if (passed() >= limitMs) return MailslotWrite::kFull;
-      SleepMs(1);
+MailslotWrite WriteMailslot(std::u16string_view name, MessageParts message, std::uint32_t limitMs) {
+  if (!IsMailslotName(name)) return MailslotWrite::kFailed;
+  std::vector<std::byte> whole;
+  for (const auto part : message) whole.insert(whole.end(), part.begin(), part.end());
+  const std::u16string terminated(name);
+  const std::uint64_t start = MonotonicMs();
+  const auto passed = [start] { return MonotonicMs() - start; };
+  for (;;) {
+    const FileHandle file = OpenForWriting(terminated);
+    if (file.valid()) {
+      const auto left =
+          static_cast<std::uint32_t>(limitMs - std::min<std::uint64_t>(passed(), limitMs));
+      return Deliver(file.get(), whole, left);
     }
-  } catch (const std::bad_alloc&) {
-    return MailslotWrite::kFailed;
+    const DWORD error = GetLastError();
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
+      return MailslotWrite::kAbsent;
+    if (error != ERROR_SHARING_VIOLATION) return MailslotWrite::kFailed;
+    // A mailslot has one writer at a time.
+    if (passed() >= limitMs) return MailslotWrite::kFull;
+    SleepMs(1);
   }
 }
 
 bool MailslotExists(std::u16string_view name) {
   if (!IsMailslotName(name)) return false;
-  try {
-    const std::u16string terminated(name);
-    const FileHandle file = OpenForWriting(terminated);
-    if (file.valid()) return true;
-    const DWORD error = GetLastError();
-    return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+  const FileHandle file = OpenForWriting(std::u16string(name));
+  if (file.valid()) return true;
+  const DWORD error = GetLastError();
+  return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
 }
 
 }  // namespace talvorn::platform

@@ -31,7 +31,8 @@ std::optional<std::basic_string<Char>> QueryText(Query query) {
   DWORD size = sizeof(buffer);
   const LSTATUS status = query(&type, reinterpret_cast<BYTE*>(buffer.data()), &size);
   if (status != ERROR_SUCCESS || type != REG_SZ) return std::nullopt;
-  return std::basic_string<Char>(buffer.begin(), std::ranges::find(buffer, Char{}));
+  const auto stored = std::span(buffer).first(size / sizeof(Char));
+  return std::basic_string<Char>(stored.begin(), std::ranges::find(stored, Char{}));
 }
 
 }  // namespace
@@ -82,8 +83,7 @@ std::optional<std::u16string> SettingsKey::Text(std::u16string_view name) const 
     return RegQueryValueExW(state_->key.get(), ToNative(std::u16string(name)), nullptr, type, data,
                             size);
   });
-  if (text && text->size() == kSettingsTextCapacity) text.reset();
-  return text;
+  return text && text->size() < kSettingsTextCapacity ? std::move(text) : std::nullopt;
 }
 
 std::optional<std::string> SettingsKey::NarrowText(std::u16string_view name) const {
@@ -92,7 +92,7 @@ std::optional<std::string> SettingsKey::NarrowText(std::u16string_view name) con
     return RegQueryValueExA(state_->key.get(), WideToNarrow(name).c_str(), nullptr, type, data,
                             size);
   });
-  if (text && text->size() == kSettingsTextCapacity) text->pop_back();
+  if (text) text->resize(std::min(text->size(), kSettingsTextCapacity - 1));
   return text;
 }
 

@@ -51,7 +51,7 @@ class FakeLocator {
   explicit FakeLocator(Serve serve)
       : serve_(std::move(serve)),
         stop_(Event::Create(Event::Mode::kManualReset)),
-        mailslot_(platform::Mailslot::Create(kServerMailslot, 0, nullptr)) {
+        mailslot_(platform::Mailslot::Create(kServerMailslot, nullptr)) {
     EXPECT_TRUE(mailslot_.valid());
     thread_ = platform::Thread::Start("fake-locator", [this] { return Run(); });
   }
@@ -64,11 +64,8 @@ class FakeLocator {
   std::uint32_t Run() {
     while (!stop_.Test()) {
       if (mailslot_.WaitForMessage(stop_, kLongMs) != platform::WaitStatus::kSignalled) continue;
-      const auto waiting = mailslot_.Query();
-      if (!waiting || !waiting->nextSize) continue;
-      Bytes message(*waiting->nextSize);
-      const auto size = mailslot_.Read(message, readEvent_);
-      message.resize(size.value_or(0));
+      Bytes message;
+      (void)mailslot_.Take(message, 64 << 10);
       if (const auto request = DecodeRequest(message)) serve_(*request);
     }
     return 0;
@@ -76,7 +73,6 @@ class FakeLocator {
 
   Serve serve_;
   Event stop_;
-  Event readEvent_ = Event::Create(Event::Mode::kAutoReset);
   platform::Mailslot mailslot_;
   platform::Thread thread_;
 };

@@ -29,7 +29,8 @@ TEST(CommandServer, EndsByItselfWithoutSecurityButWaitsForItsMailslot) {
   platform::ArmFault(platform::Fault::kMailslotCreate, 1);
   ASSERT_TRUE(StartExchange(context));
   EXPECT_TRUE(testing::WaitUntil([] {
-    return platform::WriteMailslot(kServerMailslot, {}, 0) == platform::MailslotWrite::kWritten;
+    return platform::WriteMailslot(kServerMailslot, std::span<const std::byte>(), 0) ==
+           platform::MailslotWrite::kWritten;
   })) << "and tries again when only its mailslot could not be made";
   StopExchange(context);
   platform::DisarmFaults();

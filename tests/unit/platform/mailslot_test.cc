@@ -2,13 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
+#include "platform/event.h"
 #include "platform/text_encoding.h"
 #include "testing/scratch_machine.h"
 
 namespace talvorn::platform {
 namespace {
+
+using Taken = Mailslot::Taken;
+
+constexpr std::span<const std::byte> kEmpty;
 
 constexpr std::u16string_view kName = u"\\\\.\\mailslot\\talvorn_test";
 constexpr std::uint32_t kGenerousMs = 30'000;
@@ -16,23 +22,37 @@ constexpr std::uint32_t kGenerousMs = 30'000;
 class MailslotTest : public ::testing::Test {
  protected:
   testing::ScratchMachine machine_;
-  Event readEvent_ = Event::Create(Event::Mode::kAutoReset);
 };
 
-TEST_F(MailslotTest, AMessageLargerThanTheBufferIsLostAndTheNextOneIsNot) {
-  Mailslot mailslot = Mailslot::Create(kName, 5, nullptr);
+TEST_F(MailslotTest, AMessageComesInItsPiecesAsOne) {
+  Mailslot mailslot = Mailslot::Create(kName, nullptr);
+  for (const std::size_t size : std::initializer_list<std::size_t>{0, 3, 200'000}) {
+    const std::vector<std::byte> head(5, std::byte{1});
+    const std::vector<std::byte> rest(size, std::byte{2});
+    const std::span<const std::byte> parts[] = {head, rest};
+    ASSERT_EQ(WriteMailslot(kName, parts, kGenerousMs), MailslotWrite::kWritten);
+    std::vector<std::byte> message;
+    ASSERT_EQ(mailslot.Take(message, size + 5), Taken::kMessage);
+    EXPECT_TRUE(std::ranges::equal(std::span(message).first(5), head));
+    EXPECT_TRUE(std::ranges::equal(std::span(message).subspan(5), rest));
+  }
+}
+
+TEST_F(MailslotTest, AMessageLargerThanWantedIsLostAndTheNextOneIsNot) {
+  Mailslot mailslot = Mailslot::Create(kName, nullptr);
   for (const std::size_t size : std::initializer_list<std::size_t>{11, 200'000, 10}) {
     ASSERT_EQ(WriteMailslot(kName, std::vector<std::byte>(size), 0), MailslotWrite::kWritten);
   }
-  std::byte buffer[10];
-  EXPECT_EQ(mailslot.Read(buffer, readEvent_), std::nullopt);
-  EXPECT_EQ(mailslot.Read(buffer, readEvent_), std::nullopt);
-  EXPECT_EQ(mailslot.Read(buffer, readEvent_), 10u);
-  EXPECT_EQ(mailslot.Read(buffer, readEvent_), std::nullopt) << "nothing waits";
+  std::vector<std::byte> message;
+  EXPECT_EQ(mailslot.Take(message, 10), Taken::kLost);
+  EXPECT_EQ(mailslot.Take(message, 10), Taken::kLost);
+  EXPECT_EQ(mailslot.Take(message, 10), Taken::kMessage);
+  EXPECT_EQ(message.size(), 10u);
+  EXPECT_EQ(mailslot.Take(message, 10), Taken::kNone);
 }
 
 TEST_F(MailslotTest, WaitingEndsWithAMessageTheWakeOrTheLimit) {
-  Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
+  Mailslot mailslot = Mailslot::Create(kName, nullptr);
   const Event wake = Event::Create(Event::Mode::kAutoReset);
   EXPECT_EQ(mailslot.WaitForMessage(wake, 0), WaitStatus::kTimeout);
   wake.Set();
@@ -40,9 +60,6 @@ TEST_F(MailslotTest, WaitingEndsWithAMessageTheWakeOrTheLimit) {
   EXPECT_TRUE(wake.Test()) << "the wake is not consumed";
   ASSERT_EQ(WriteMailslot(kName, std::vector<std::byte>(1), 0), MailslotWrite::kWritten);
   EXPECT_EQ(mailslot.WaitForMessage(wake, kGenerousMs), WaitStatus::kSignalled);
-  EXPECT_EQ(mailslot.Query()->nextSize, 1u);
-  EXPECT_EQ(mailslot.WaitForMessage(wake, kGenerousMs), WaitStatus::kSignalled)
-      << "also when it has been looked at";
 }
 
 TEST_F(MailslotTest, ANameMayHaveAPathThatLeadsNowhereElse) {
@@ -50,9 +67,11 @@ TEST_F(MailslotTest, ANameMayHaveAPathThatLeadsNowhereElse) {
   for (const char16_t* const good : {u"a", u"a\\b", u"A b\\..c\\d.e"}) {
     const std::u16string name = prefix + good;
     EXPECT_TRUE(IsMailslotName(name)) << WideToUtf8(name);
-    Mailslot mailslot = Mailslot::Create(name, 0, nullptr);
-    EXPECT_EQ(WriteMailslot(name, {}, 0), MailslotWrite::kWritten) << WideToUtf8(name);
-    EXPECT_TRUE(mailslot.Query()->nextSize.has_value()) << WideToUtf8(name);
+    Mailslot mailslot = Mailslot::Create(name, nullptr);
+    EXPECT_EQ(WriteMailslot(name, kEmpty, 0), MailslotWrite::kWritten) << WideToUtf8(name);
+    std::vector<std::byte> message(1);
+    EXPECT_EQ(mailslot.Take(message, 0), Taken::kMessage) << WideToUtf8(name);
+    EXPECT_TRUE(message.empty());
   }
   for (const char16_t* const bad : {u"", u".", u"..", u"\\a", u"a\\", u"a\\\\b", u"a\\.\\b",
                                     u"..\\a", u"a\\..\\b", u"a\\..", u"a/b", u"a\nb"}) {

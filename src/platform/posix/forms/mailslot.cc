@@ -13,40 +13,35 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <new>
 #include <string>
 #include <system_error>
+#include <vector>
 
+#include "platform/ascii_case.h"
 #include "platform/clock.h"
 #include "platform/fault_injection.h"
-#include "platform/mailslot_name.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/forms/memory_file.h"
 #include "platform/posix/forms/message_queue.h"
 #include "platform/posix/forms/runtime_directory.h"
 #include "platform/posix/forms/unread_files.h"
+#include "platform/posix/io.h"
 #include "platform/posix/obstacle.h"
 #include "platform/posix/unix_address.h"
 #include "platform/posix/wait.h"
 #include "platform/text_encoding.h"
-#include "platform/thread.h"
 
 namespace talvorn::platform {
 namespace {
 
 // A larger message travels as an empty datagram with a memory file.
 constexpr std::size_t kLargestDatagram = 128 << 10;
-// Messages passed over before Query gives its caller a turn.
-constexpr int kDroppedPerQuery = 64;
-
-constexpr int kLockAttempts = 500;
-constexpr std::uint32_t kLockPauseMs = 2;
+constexpr std::uint32_t kLockLimitMs = 1'000;
 
 // In lower case, since mailslot names compare without case.
 std::string FileNameOf(std::u16string_view name) {
   std::string file = WideToUtf8(name.substr(kMailslotPrefix.size()));
-  std::transform(file.begin(), file.end(), file.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+  std::ranges::transform(file, file.begin(), ToAsciiLower<char>);
   return file;
 }
 
@@ -89,10 +84,7 @@ NameState StateOfName(int directory, const std::string& name) {
 class FolderLock {
  public:
   explicit FolderLock(int directory) : directory_(directory) {
-    for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
-      if (flock(directory_, LOCK_EX | LOCK_NB) == 0) return;
-      SleepMs(kLockPauseMs);
-    }
+    (void)Within(kLockLimitMs, [=] { return flock(directory, LOCK_EX | LOCK_NB) == 0; });
   }
   ~FolderLock() { (void)flock(directory_, LOCK_UN); }
   FolderLock(const FolderLock&) = delete;
@@ -173,43 +165,45 @@ Sent SentOf(ssize_t result) {
   }
 }
 
-Sent SendBytes(int socket, std::span<const std::byte> message) {
-  return SentOf(send(socket, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
-}
-
-Sent SendDescriptor(int socket, int fd) {
+// `file` travels along unless it is -1.
+Sent Send(int socket, MessageParts message, int file) {
+  std::vector<iovec> bytes;
+  for (const auto part : message)
+    bytes.push_back({const_cast<std::byte*>(part.data()), part.size()});
   alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int))> control{};
-  iovec none{};
   msghdr header{};
-  header.msg_iov = &none;
-  header.msg_iovlen = 1;
-  header.msg_control = control.data();
-  header.msg_controllen = control.size();
-  cmsghdr* const rights = CMSG_FIRSTHDR(&header);
-  rights->cmsg_level = SOL_SOCKET;
-  rights->cmsg_type = SCM_RIGHTS;
-  rights->cmsg_len = CMSG_LEN(sizeof(int));
-  std::memcpy(CMSG_DATA(rights), &fd, sizeof(fd));
+  header.msg_iov = bytes.data();
+  header.msg_iovlen = bytes.size();
+  if (file >= 0) {
+    header.msg_control = control.data();
+    header.msg_controllen = control.size();
+    cmsghdr* const rights = CMSG_FIRSTHDR(&header);
+    rights->cmsg_level = SOL_SOCKET;
+    rights->cmsg_type = SCM_RIGHTS;
+    rights->cmsg_len = CMSG_LEN(sizeof(int));
+    std::memcpy(CMSG_DATA(rights), &file, sizeof(file));
+  }
   return SentOf(sendmsg(socket, &header, MSG_DONTWAIT | MSG_NOSIGNAL));
 }
 
 // Writes `message` to the mailslot `receiver`, to which `socket` is connected.
-MailslotWrite Deliver(const MailslotFile& receiver, Descriptor socket,
-                      std::span<const std::byte> message, std::uint32_t limitMs) {
+MailslotWrite Deliver(const MailslotFile& receiver, Descriptor socket, MessageParts message,
+                      std::uint32_t limitMs) {
+  const std::size_t size = SizeOf(message);
   const std::uint64_t deadline = limitMs > 0 ? MonotonicMs() + limitMs : 0;
-  bool direct = message.size() <= kLargestDatagram;
+  bool direct = size <= kLargestDatagram;
   UnreadFiles& unread = UnreadFiles::Own();
   std::shared_ptr<const Descriptor> memory;
   for (bool waited = false;; waited = true) {
-    Sent sent = direct ? SendBytes(socket.get(), message) : Sent::kTooLarge;
+    Sent sent = direct ? Send(socket.get(), message, -1) : Sent::kTooLarge;
     if (sent == Sent::kTooLarge) {
       direct = false;
-      if (message.size() > kLargestMessage) return MailslotWrite::kFailed;
+      if (size > kLargestMessage) return MailslotWrite::kFailed;
       if (!unread.HasRoomFor(receiver)) {
         sent = Sent::kNoRoom;
       } else {
         if (!memory) memory = unread.FileWith(message);
-        sent = memory ? SendDescriptor(socket.get(), memory->get()) : Sent::kFailed;
+        sent = memory ? Send(socket.get(), {}, memory->get()) : Sent::kFailed;
         if (sent == Sent::kDone) unread.Add(receiver, std::move(socket));
       }
     }
@@ -278,26 +272,15 @@ mode_t ModeFor(const SecurityAttributes* security) {
   return security == nullptr && OwnerOf(kLocatorMailslot) == geteuid() ? kOwnAccount : kEveryone;
 }
 
-// A descriptor as something to wait on.
-class DescriptorWaitable final : public Waitable {
- public:
-  explicit DescriptorWaitable(int fd) : fd_(fd) {}
-  [[nodiscard]] std::intptr_t waitHandle() const override { return fd_; }
-
- private:
-  int fd_;
-};
-
 }  // namespace
 
 struct Mailslot::State {
   State(Descriptor folder, Descriptor socketFile, Descriptor reader, MessageQueue::Files files,
-        std::string fileName, std::uint32_t timeout)
+        std::string fileName)
       : directory(std::move(folder)),
         file(std::move(socketFile)),
         queue(std::move(reader), files),
-        name(std::move(fileName)),
-        readTimeoutMs(timeout) {}
+        name(std::move(fileName)) {}
   ~State() {
     if (IsStillAt(directory.get(), name, file.get())) {
       (void)unlinkat(directory.get(), name.c_str(), 0);
@@ -306,44 +289,14 @@ struct Mailslot::State {
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  // Takes the next message out of the queue unless one is out already. False when
-  // the socket fails.
-  bool TakeNext() {
-    if (pending) return true;
-    for (int dropped = 0; dropped < kDroppedPerQuery; ++dropped) {
-      Message message;
-      switch (queue.Take(message)) {
-        case MessageQueue::Taken::kMessage:
-          pending = std::move(message);
-          return true;
-        case MessageQueue::Taken::kDropped:
-          break;
-        case MessageQueue::Taken::kNothing:
-          return true;
-        case MessageQueue::Taken::kFailed:
-          return false;
-      }
-    }
-    return true;
-  }
-
   Descriptor directory;
   Descriptor file;  // of the socket, to know it again
   MessageQueue queue;
   std::string name;
-  std::uint32_t readTimeoutMs;
-  std::optional<Message> pending;
 };
 
-Mailslot::Mailslot() = default;
-Mailslot::~Mailslot() = default;
-Mailslot::Mailslot(Mailslot&& other) noexcept = default;
-Mailslot& Mailslot::operator=(Mailslot&& other) noexcept = default;
-
-Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
-                          const SecurityAttributes* security) {
-  Mailslot mailslot;
-  if (FaultHits(Fault::kMailslotCreate) || !IsMailslotName(name)) return mailslot;
+Mailslot Mailslot::Create(std::u16string_view name, const SecurityAttributes* security) {
+  if (FaultHits(Fault::kMailslotCreate) || !IsMailslotName(name)) return {};
   const std::string file = FileNameOf(name);
   const RuntimeFolder folder = FolderOf(file);
   const MessageQueue::Files files = folder == RuntimeFolder::kLocator
@@ -362,14 +315,13 @@ Mailslot Mailslot::Create(std::u16string_view name, std::uint32_t readTimeoutMs,
     }
     if (own.valid() && error == 0) {
       // Without memory for this the file stays behind, as one that can be replaced.
-      mailslot.state_ = std::make_unique<State>(std::move(directory), std::move(own),
-                                                std::move(made.socket), files, file, readTimeoutMs);
-      return mailslot;
+      return Mailslot(std::make_shared<State>(std::move(directory), std::move(own),
+                                              std::move(made.socket), files, file));
     }
     (void)unlinkat(directory.get(), made.name.c_str(), 0);
   }
   TellWhyNotMade(folder, file, error);
-  return mailslot;
+  return {};
 }
 
 bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
@@ -379,91 +331,50 @@ bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
   return owner.has_value();
 }
 
-std::optional<Mailslot::Waiting> Mailslot::Query() {
-  if (state_ == nullptr) return std::nullopt;
-  try {
-    if (!state_->TakeNext()) return std::nullopt;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
-  if (!state_->pending) return Waiting{};
-  return Waiting{state_->pending->size, 1};
-}
-
-std::optional<std::size_t> Mailslot::Read(std::span<std::byte> buffer, const Event& /*readEvent*/) {
-  auto waiting = Query();
-  if (waiting && !waiting->nextSize && state_->readTimeoutMs > 0) {
-    (void)WaitForDescriptor(state_->queue.descriptor(), POLLIN, state_->readTimeoutMs);
-    waiting = Query();
-  }
-  if (!waiting || !waiting->nextSize) return std::nullopt;
-
-  const Message message = std::move(*state_->pending);
-  state_->pending.reset();
-  if (message.size > buffer.size()) return std::nullopt;
-  if (!message.memory.valid()) {
-    std::copy(message.bytes.begin(), message.bytes.end(), buffer.begin());
-  } else if (!ReadMemoryFile(message.memory.get(), buffer.first(message.size))) {
-    return std::nullopt;
-  }
-  return message.size;
+Mailslot::Taken Mailslot::Take(std::vector<std::byte>& message, std::size_t largest) {
+  return valid() ? state_->queue.Take(message, largest) : Taken::kFailed;
 }
 
 WaitStatus Mailslot::WaitForMessage(const Waitable& wake, WaitLimit limit) {
-  if (state_ == nullptr) return WaitStatus::kFailed;
-  if (state_->pending) return WaitStatus::kSignalled;
-  const DescriptorWaitable queue(state_->queue.descriptor());
-  const std::array<const Waitable*, 2> either = {&queue, &wake};
+  if (!valid()) return WaitStatus::kFailed;
+  const std::array<const Waitable*, 2> either = {&state_->queue, &wake};
   const WaitStatus status = WaitForAny(either, limit);
   return status == WaitStatus::kSignalled ? WaitForDescriptor(state_->queue.descriptor(), POLLIN, 0)
                                           : status;
 }
 
-MailslotWrite WriteMailslot(std::u16string_view name, std::span<const std::byte> message,
-                            std::uint32_t limitMs) {
+MailslotWrite WriteMailslot(std::u16string_view name, MessageParts message, std::uint32_t limitMs) {
   if (!IsMailslotName(name)) return MailslotWrite::kFailed;
-  try {
-    const std::string fileName = FileNameOf(name);
-    const Descriptor directory = OpenRuntimeFolder(FolderOf(fileName), false);
-    if (!directory.valid()) return MailslotWrite::kAbsent;
-    const Descriptor file = OpenPath(directory.get(), fileName);
-    if (!file.valid()) return errno == ENOENT ? MailslotWrite::kAbsent : MailslotWrite::kFailed;
-    // A second link could lead the message to a socket elsewhere in the system.
-    struct stat status {};
-    if (fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode) || status.st_nlink > 1) {
-      return MailslotWrite::kFailed;
-    }
-    Descriptor socket = MakeSocket();
-    if (!socket.valid()) return MailslotWrite::kFailed;
-    const int error = ConnectTo(socket, file);
-    if (error == 0) {
-      return Deliver({status.st_dev, status.st_ino, status.st_uid}, std::move(socket), message,
-                     limitMs);
-    }
-    return error == ECONNREFUSED ? MailslotWrite::kAbsent : MailslotWrite::kFailed;
-  } catch (const std::bad_alloc&) {
+  const std::string fileName = FileNameOf(name);
+  const Descriptor directory = OpenRuntimeFolder(FolderOf(fileName), false);
+  if (!directory.valid()) return MailslotWrite::kAbsent;
+  const Descriptor file = OpenPath(directory.get(), fileName);
+  if (!file.valid()) return errno == ENOENT ? MailslotWrite::kAbsent : MailslotWrite::kFailed;
+  // A second link could lead the message to a socket elsewhere in the system.
+  struct stat status {};
+  if (fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode) || status.st_nlink > 1) {
     return MailslotWrite::kFailed;
   }
+  Descriptor socket = MakeSocket();
+  if (!socket.valid()) return MailslotWrite::kFailed;
+  const int error = ConnectTo(socket, file);
+  if (error == 0) {
+    return Deliver({status.st_dev, status.st_ino, status.st_uid}, std::move(socket), message,
+                   limitMs);
+  }
+  return error == ECONNREFUSED ? MailslotWrite::kAbsent : MailslotWrite::kFailed;
 }
 
 bool MailslotExists(std::u16string_view name) {
   if (!IsMailslotName(name)) return false;
-  try {
-    const std::string file = FileNameOf(name);
-    const Descriptor directory = OpenRuntimeFolder(FolderOf(file), false);
-    return directory.valid() && StateOfName(directory.get(), file) == NameState::kTaken;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+  const std::string file = FileNameOf(name);
+  const Descriptor directory = OpenRuntimeFolder(FolderOf(file), false);
+  return directory.valid() && StateOfName(directory.get(), file) == NameState::kTaken;
 }
 
 void RemoveStaleMailslots() {
-  try {
-    RemoveStaleMailslotsIn(RuntimeFolder::kMailslot);
-    RemoveStaleMailslotsIn(RuntimeFolder::kLocator);
-  } catch (const std::bad_alloc&) {
-    // They harm nobody.
-  }
+  RemoveStaleMailslotsIn(RuntimeFolder::kMailslot);
+  RemoveStaleMailslotsIn(RuntimeFolder::kLocator);
 }
 
 }  // namespace talvorn::platform

@@ -1,12 +1,15 @@
 #include "platform/posix/forms/memory_file.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
+
+#include "platform/posix/io.h"
 
 #ifndef MFD_NOEXEC_SEAL
 #define MFD_NOEXEC_SEAL 0x0008U
@@ -19,17 +22,21 @@ constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
 
 }  // namespace
 
-Descriptor MakeMemoryFile(std::span<const std::byte> content) {
+std::size_t SizeOf(MessageParts parts) {
+  std::size_t size = 0;
+  for (const auto part : parts) size += part.size();
+  return size;
+}
+
+Descriptor MakeMemoryFile(MessageParts content) {
   constexpr const char* kName = "talvorn-message";
   constexpr unsigned int kFlags = MFD_CLOEXEC | MFD_ALLOW_SEALING;
   Descriptor file(memfd_create(kName, kFlags | MFD_NOEXEC_SEAL));
   // Kernels before 6.3 do not know that flag.
   if (!file.valid()) file = Descriptor(memfd_create(kName, kFlags));
   if (!file.valid()) return {};
-  while (!content.empty()) {
-    const ssize_t written = write(file.get(), content.data(), content.size());
-    if (written < 0 && errno != EINTR) return {};
-    if (written > 0) content = content.subspan(static_cast<std::size_t>(written));
+  for (const auto part : content) {
+    if (!WriteAll(file.get(), {reinterpret_cast<const char*>(part.data()), part.size()})) return {};
   }
   if (fcntl(file.get(), F_ADD_SEALS, kSeals) != 0) return {};
   return file;
@@ -42,21 +49,25 @@ std::optional<std::size_t> SealedSize(int fd) {
   return static_cast<std::size_t>(status.st_size);
 }
 
-bool HoldsContent(int fd, std::span<const std::byte> content) {
-  if (SealedSize(fd) != content.size()) return false;
-  if (content.empty()) return true;
-  void* const mapped = mmap(nullptr, content.size(), PROT_READ, MAP_PRIVATE, fd, 0);
+bool HoldsContent(int fd, MessageParts content) {
+  const std::size_t size = SizeOf(content);
+  if (SealedSize(fd) != size) return false;
+  if (size == 0) return true;
+  void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
   if (mapped == MAP_FAILED) return false;
-  const bool same = std::memcmp(mapped, content.data(), content.size()) == 0;
-  (void)munmap(mapped, content.size());
+  const auto* at = static_cast<const std::byte*>(mapped);
+  const bool same = std::ranges::all_of(content, [&at](std::span<const std::byte> part) {
+    return part.empty() ||
+           std::memcmp(std::exchange(at, at + part.size()), part.data(), part.size()) == 0;
+  });
+  (void)munmap(mapped, size);
   return same;
 }
 
 bool ReadMemoryFile(int fd, std::span<std::byte> buffer) {
   off_t offset = 0;
   while (!buffer.empty()) {
-    const ssize_t got = pread(fd, buffer.data(), buffer.size(), offset);
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = Retried([&] { return pread(fd, buffer.data(), buffer.size(), offset); });
     if (got <= 0) return false;
     buffer = buffer.subspan(static_cast<std::size_t>(got));
     offset += got;

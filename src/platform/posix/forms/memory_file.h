@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 
+#include "platform/mailslot.h"
 #include "platform/posix/descriptor.h"
 
 namespace talvorn::platform {
@@ -14,14 +15,16 @@ namespace talvorn::platform {
 // reader the size.
 inline constexpr std::size_t kLargestMessage = 256 << 20;
 
+[[nodiscard]] std::size_t SizeOf(MessageParts parts);
+
 // None when the system has no room for it.
-[[nodiscard]] Descriptor MakeMemoryFile(std::span<const std::byte> content);
+[[nodiscard]] Descriptor MakeMemoryFile(MessageParts content);
 
 // The size of a sealed memory file; none for any other kind of descriptor.
 [[nodiscard]] std::optional<std::size_t> SealedSize(int fd);
 
-// True when the file is as long as `content` and holds the same.
-[[nodiscard]] bool HoldsContent(int fd, std::span<const std::byte> content);
+// True when the file holds this and nothing more.
+[[nodiscard]] bool HoldsContent(int fd, MessageParts content);
 
 // Reads the first `buffer.size()` bytes.
 [[nodiscard]] bool ReadMemoryFile(int fd, std::span<std::byte> buffer);

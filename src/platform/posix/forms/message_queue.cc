@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>
@@ -124,29 +125,30 @@ MessageQueue::~MessageQueue() {
   }
 }
 
-MessageQueue::Taken MessageQueue::Take(Message& message) {
+Mailslot::Taken MessageQueue::Take(std::vector<std::byte>& message, std::size_t largest) {
+  using Taken = Mailslot::Taken;
   const auto next = LookAtNext(socket_.get());
-  if (!next) return errno == EBADF || errno == ENOTSOCK ? Taken::kFailed : Taken::kNothing;
+  if (!next) return errno == EBADF || errno == ENOTSOCK ? Taken::kFailed : Taken::kNone;
   const bool stranger = only_ && next->account != *only_;
   const bool carries = (next->flags & MSG_CTRUNC) != 0;
-  if (stranger || (carries && files_ == Files::kRefused)) {
+  if (stranger || (carries && files_ == Files::kRefused) || next->size > largest) {
     if (stranger) TellOfStranger(next->account);
-    return Drop(socket_.get(), *next) ? Taken::kDropped : Taken::kFailed;
+    return Drop(socket_.get(), *next) ? Taken::kLost : Taken::kFailed;
   }
 
-  message.bytes.resize(next->size);
-  auto received = Receive(socket_.get(), {message.bytes.data(), message.bytes.size()},
-                          kAccountRoom + kFileRoom, 0);
-  if (!received) return Taken::kNothing;
-  if ((received->flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) return Taken::kDropped;
-  message.size = received->size;
-  message.memory = std::move(received->file);
+  message.resize(next->size);
+  const auto received =
+      Receive(socket_.get(), {message.data(), message.size()}, kAccountRoom + kFileRoom, 0);
+  if (!received) return Taken::kNone;
+  if ((received->flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) return Taken::kLost;
   if (!carries) return Taken::kMessage;
 
-  const auto size = message.memory.valid() ? SealedSize(message.memory.get()) : std::nullopt;
-  if (received->size != 0 || !size || *size > kLargestMessage) return Taken::kDropped;
-  message.size = *size;
-  return Taken::kMessage;
+  const int file = received->file.get();
+  const auto size = received->file.valid() ? SealedSize(file) : std::nullopt;
+  if (received->size != 0 || !size || *size > std::min(largest, kLargestMessage))
+    return Taken::kLost;
+  message.resize(*size);
+  return ReadMemoryFile(file, message) ? Taken::kMessage : Taken::kLost;
 }
 
 }  // namespace talvorn::platform

@@ -10,18 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "platform/mailslot.h"
 #include "platform/posix/descriptor.h"
 
 namespace talvorn::platform {
 
-// One message, taken out of the queue.
-struct Message {
-  std::vector<std::byte> bytes;
-  Descriptor memory;  // holds the message instead, where there is one
-  std::size_t size = 0;
-};
-
-class MessageQueue {
+class MessageQueue final : public Waitable {
  public:
   enum class Files { kTaken, kRefused };
 
@@ -37,14 +31,14 @@ class MessageQueue {
   MessageQueue& operator=(const MessageQueue&) = delete;
 
   [[nodiscard]] int descriptor() const { return socket_.get(); }
+  [[nodiscard]] std::intptr_t waitHandle() const override { return socket_.get(); }
 
   // From now on messages of all other accounts are dropped.
   void AcceptOnlyFrom(uid_t account) { only_ = account; }
 
-  enum class Taken { kMessage, kDropped, kNothing, kFailed };
-
-  // Never blocks for longer than a moment, whatever the message carries.
-  [[nodiscard]] Taken Take(Message& message);
+  // As Mailslot::Take(). Never blocks for longer than a moment, whatever the message
+  // carries.
+  [[nodiscard]] Mailslot::Taken Take(std::vector<std::byte>& message, std::size_t largest);
 
  private:
   Descriptor socket_;

@@ -36,7 +36,7 @@ bool UnreadFiles::HasRoomFor(const MailslotFile& receiver) {
   return ofAccount < kMostOfAccount && unread_.size() < kMost;
 }
 
-std::shared_ptr<const Descriptor> UnreadFiles::FileWith(std::span<const std::byte> message) {
+std::shared_ptr<const Descriptor> UnreadFiles::FileWith(MessageParts message) {
   const std::lock_guard lock(mutex_);
   if (last_ && HoldsContent(last_->get(), message)) return last_;
   last_.reset();

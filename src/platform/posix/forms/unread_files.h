@@ -8,9 +8,9 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
-#include <span>
 #include <vector>
 
+#include "platform/mailslot.h"
 #include "platform/posix/descriptor.h"
 
 namespace talvorn::platform {
@@ -35,7 +35,7 @@ class UnreadFiles {
   [[nodiscard]] bool HasRoomFor(const MailslotFile& receiver);
   // A file with this message: the last one again if it has the same. Null when the
   // system has no room for it.
-  [[nodiscard]] std::shared_ptr<const Descriptor> FileWith(std::span<const std::byte> message);
+  [[nodiscard]] std::shared_ptr<const Descriptor> FileWith(MessageParts message);
   // A file has gone to `receiver` by way of `socket`.
   void Add(const MailslotFile& receiver, Descriptor socket);
 

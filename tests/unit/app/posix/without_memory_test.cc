@@ -322,8 +322,7 @@ TEST_F(WithoutMemory, TheInterfaceWatchMakesUpForItInItsNextPasses) {
 }
 
 TEST_F(WithoutMemory, TheCommandServerLosesNothingButARequest) {
-  auto replies = platform::Mailslot::Create(kDefaultReplyMailslot, 0, nullptr);
-  const platform::Event readEvent = platform::Event::Create(platform::Event::Mode::kAutoReset);
+  auto replies = platform::Mailslot::Create(kDefaultReplyMailslot, nullptr);
   ASSERT_TRUE(replies.valid());
   const auto send = [](const std::string& command) {
     const auto request = EncodeRequest({{}, command});
@@ -333,10 +332,8 @@ TEST_F(WithoutMemory, TheCommandServerLosesNothingButARequest) {
   // Whether this text, or any when it is empty, is among the replies that wait.
   const auto received = [&](std::string_view text) {
     bool found = false;
-    while (const auto waiting = replies.Query()) {
-      if (!waiting->nextSize) break;
-      std::vector<std::byte> reply(*waiting->nextSize);
-      (void)replies.Read(reply, readEvent);
+    std::vector<std::byte> reply;
+    while (replies.Take(reply, 64 << 10) != platform::Mailslot::Taken::kNone) {
       found = found || AsText(reply).find(text) != std::string_view::npos;
     }
     return found;

@@ -28,15 +28,16 @@ class LargeReplies : public ::testing::Test {
   std::size_t SizeOfReply(const std::string& command) {
     constexpr std::uint32_t kLimitMs = 300'000;  // sanitizers take their time
     const auto request = EncodeRequest({.replyMailslot = {}, .command = command});
-    auto replies = platform::Mailslot::Create(kDefaultReplyMailslot, 0, nullptr);
+    auto replies = platform::Mailslot::Create(kDefaultReplyMailslot, nullptr);
     EXPECT_TRUE(testing::WaitUntil([&] {
       return platform::WriteMailslot(kServerMailslot, *request, 0) ==
              platform::MailslotWrite::kWritten;
     }));
     const auto never = platform::Event::Create(platform::Event::Mode::kAutoReset);
     (void)replies.WaitForMessage(never, kLimitMs);
-    const auto waiting = replies.Query();
-    return waiting ? waiting->nextSize.value_or(0) : 0;
+    std::vector<std::byte> reply;
+    (void)replies.Take(reply, std::size_t{1} << 30);
+    return reply.size();
   }
 
   testing::ScratchMachine machine_;

@@ -12,7 +12,7 @@ TEST(MailslotSecurity, EveryoneMayReadAndWriteAndAdministratorsMayAll) {
   ExchangeContext context;
   platform::SecurityAttributes attributes;
   ASSERT_TRUE(CreateSecurityAttributes(context, attributes));
-  const platform::Mailslot mailslot = platform::Mailslot::Create(kServerMailslot, 0, &attributes);
+  const platform::Mailslot mailslot = platform::Mailslot::Create(kServerMailslot, &attributes);
   FreeSecurityAttributes(context);
   ASSERT_TRUE(mailslot.valid());
 

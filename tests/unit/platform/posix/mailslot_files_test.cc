@@ -30,6 +30,9 @@
 namespace talvorn::platform {
 namespace {
 
+using Taken = Mailslot::Taken;
+
+constexpr std::span<const std::byte> kEmpty;
 using testing::ChildProcess;
 
 constexpr std::u16string_view kName = u"\\\\.\\mailslot\\Talvorn_Test";
@@ -43,11 +46,12 @@ class MailslotFiles : public ::testing::Test {
   }
 
   testing::ScratchMachine machine_;
+  std::vector<std::byte> message_;
 };
 
 TEST_F(MailslotFiles, OnlyOneOfSeveralStartersGetsAStaleName) {
   for (int round = 0; round < 20; ++round) {
-    ChildProcess([] { new Mailslot(Mailslot::Create(kName, 0, nullptr)); }).Kill();
+    ChildProcess([] { new Mailslot(Mailslot::Create(kName, nullptr)); }).Kill();
     ASSERT_TRUE(std::filesystem::is_socket(File()));
     std::atomic<int> ready{0};
     std::atomic<int> winners{0};
@@ -57,23 +61,23 @@ TEST_F(MailslotFiles, OnlyOneOfSeveralStartersGetsAStaleName) {
       starters.emplace_back([&] {
         for (++ready; ready < 4;) {
         }
-        mailslot = Mailslot::Create(kName, 0, nullptr);
+        mailslot = Mailslot::Create(kName, nullptr);
         winners += mailslot.valid() ? 1 : 0;
       });
     }
     for (std::thread& starter : starters) starter.join();
     ASSERT_EQ(winners, 1);
-    ASSERT_EQ(WriteMailslot(kName, {}, 0), MailslotWrite::kWritten);
+    ASSERT_EQ(WriteMailslot(kName, kEmpty, 0), MailslotWrite::kWritten);
   }
 }
 
 TEST_F(MailslotFiles, WhatIsNoSocketIsNeitherReplacedNorWrittenTo) {
-  const Mailslot other = Mailslot::Create(u"\\\\.\\mailslot\\other", 0, nullptr);
+  const Mailslot other = Mailslot::Create(u"\\\\.\\mailslot\\other", nullptr);
   for (const auto& thing : testing::ThingsInTheWay(File(), "other")) {
     SCOPED_TRACE(thing.what);
     thing.Make();
-    EXPECT_FALSE(Mailslot::Create(kName, 0, nullptr).valid());
-    EXPECT_EQ(WriteMailslot(kName, {}, 0), MailslotWrite::kFailed);
+    EXPECT_FALSE(Mailslot::Create(kName, nullptr).valid());
+    EXPECT_EQ(WriteMailslot(kName, kEmpty, 0), MailslotWrite::kFailed);
     RemoveStaleMailslots();
     EXPECT_TRUE(std::filesystem::remove(File())) << "still there";
   }
@@ -112,12 +116,10 @@ constexpr int kAllSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SE
 
 // Whoever could still cut a message short while it is read would end the reader.
 TEST_F(MailslotFiles, AMemoryFileThatMayStillChangeIsNoMessage) {
-  Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
+  Mailslot mailslot = Mailslot::Create(kName, nullptr);
   for (const int missing : {F_SEAL_SHRINK, F_SEAL_WRITE, 0}) {
     ASSERT_TRUE(SendFiles(File(), {SealedFile(3, kAllSeals & ~missing).get()}));
-    std::byte buffer[3];
-    EXPECT_EQ(mailslot.Query()->nextSize.has_value(), missing == 0) << missing;
-    EXPECT_EQ(mailslot.Read(buffer, {}).has_value(), missing == 0) << missing;
+    EXPECT_EQ(mailslot.Take(message_, 3), missing == 0 ? Taken::kMessage : Taken::kLost);
   }
 }
 
@@ -150,7 +152,7 @@ TEST_F(MailslotFiles, ALingeringSocketThatComesAlongHoldsNobodyUp) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   constexpr std::uint64_t kPatienceMs = 20'000;
   std::vector<LingeringSocket> sockets(20);
-  Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
+  Mailslot mailslot = Mailslot::Create(kName, nullptr);
   ASSERT_TRUE(mailslot.AcceptOnlyFromOwnerOf(kName));
   const auto sendAll = [&] {
     std::vector<int> files;
@@ -165,8 +167,7 @@ TEST_F(MailslotFiles, ALingeringSocketThatComesAlongHoldsNobodyUp) {
   ASSERT_EQ(WriteMailslot(kName, std::array<std::byte, 3>{}, 0), MailslotWrite::kWritten);
 
   const std::uint64_t start = MonotonicMs();
-  std::byte buffer[3];
-  EXPECT_TRUE(testing::WaitUntil([&] { return mailslot.Read(buffer, {}) == 3u; }));
+  EXPECT_TRUE(testing::WaitUntil([&] { return mailslot.Take(message_, 3) == Taken::kMessage; }));
   EXPECT_LT(MonotonicMs() - start, kPatienceMs);
 
   sockets = std::vector<LingeringSocket>(20);
@@ -178,7 +179,7 @@ TEST_F(MailslotFiles, ALingeringSocketThatComesAlongHoldsNobodyUp) {
 
 TEST_F(MailslotFiles, OnlyTheAccountThatIsListenedToIsHeard) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
-  Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
+  Mailslot mailslot = Mailslot::Create(kName, nullptr);
   ASSERT_TRUE(mailslot.AcceptOnlyFromOwnerOf(kName));
   const std::array<std::byte, 3> message{};
   const int written = testing::ResultInChild([&] {
@@ -191,19 +192,19 @@ TEST_F(MailslotFiles, OnlyTheAccountThatIsListenedToIsHeard) {
   });
   ASSERT_EQ(written, 0);
   ASSERT_EQ(WriteMailslot(kName, message, 0), MailslotWrite::kWritten);
-  EXPECT_TRUE(testing::WaitUntil([&] { return mailslot.Query()->nextSize.has_value(); }));
-  EXPECT_EQ(mailslot.Query()->nextSize, message.size());
+  EXPECT_TRUE(testing::WaitUntil([&] { return mailslot.Take(message_, 7) == Taken::kMessage; }));
+  EXPECT_EQ(message_.size(), message.size());
 }
 
 TEST_F(MailslotFiles, TheLocatorsOwnStandsBesideTheFolderThatAllMayWriteTo) {
-  const Mailslot locators = Mailslot::Create(kLocatorMailslot, 0, nullptr);
+  const Mailslot locators = Mailslot::Create(kLocatorMailslot, nullptr);
   EXPECT_TRUE(std::filesystem::is_socket(machine_.root() / "run/talvorn_out"));
   EXPECT_TRUE(MailslotExists(kLocatorMailslot));
   EXPECT_TRUE(std::filesystem::is_empty(machine_.root() / "run/mailslot"));
   const Descriptor null(open("/dev/null", O_RDONLY));
-  Mailslot other = Mailslot::Create(kName, 0, nullptr);
+  Mailslot other = Mailslot::Create(kName, nullptr);
   ASSERT_TRUE(SendFiles(File(), {null.get()})) << "a file may come to another one";
-  EXPECT_FALSE(other.Query()->nextSize.has_value());
+  EXPECT_EQ(other.Take(message_, 0), Taken::kLost);
 }
 
 // Each large message occupies memory of the writer until it is read.
@@ -214,18 +215,17 @@ TEST_F(MailslotFiles, UnreadLargeMessagesAreBoundedInNumber) {
   std::size_t written = 0;
   for (std::size_t i = 0; i < 2 * UnreadFiles::kMostOfAccount; ++i) {
     const std::u16string name = NumberedName(i);
-    deaf.push_back(Mailslot::Create(name, 0, nullptr));
+    deaf.push_back(Mailslot::Create(name, nullptr));
     written += WriteMailslot(name, large, 0) == MailslotWrite::kWritten ? 1u : 0u;
     EXPECT_EQ(WriteMailslot(name, large, 0), MailslotWrite::kFull) << "one waits already";
     EXPECT_EQ(WriteMailslot(name, small, 0), MailslotWrite::kWritten);
   }
   EXPECT_EQ(written, UnreadFiles::kMostOfAccount);
   // Who has read gets the next.
-  std::vector<std::byte> buffer(large.size());
-  ASSERT_EQ(deaf.front().Read(buffer, {}), large.size());
+  ASSERT_EQ(deaf.front().Take(message_, large.size()), Taken::kMessage);
   EXPECT_EQ(WriteMailslot(NumberedName(0), large, 0), MailslotWrite::kWritten);
   deaf.clear();
-  const Mailslot again = Mailslot::Create(kName, 0, nullptr);
+  const Mailslot again = Mailslot::Create(kName, nullptr);
   EXPECT_EQ(WriteMailslot(kName, large, 0), MailslotWrite::kWritten) << "gone with the readers";
 }
 

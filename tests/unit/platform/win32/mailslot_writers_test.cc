@@ -11,7 +11,7 @@ namespace {
 // The mailslot's own writer is the only one that it has at a time.
 TEST(MailslotWriters, WaitForEachOtherForABoundedTime) {
   constexpr std::u16string_view kName = u"\\\\.\\mailslot\\talvorn_test";
-  Mailslot mailslot = Mailslot::Create(kName, 0, nullptr);
+  Mailslot mailslot = Mailslot::Create(kName, nullptr);
   ASSERT_TRUE(mailslot.valid());
   FileHandle other(CreateFileW(L"\\\\.\\mailslot\\talvorn_test", GENERIC_WRITE, FILE_SHARE_READ,
                                nullptr, OPEN_EXISTING, 0, nullptr));
