@@ -3,6 +3,7 @@
 // Windows, with or without "Global\"; the scope is the whole machine either way.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -15,36 +16,32 @@ namespace talvorn::platform {
 // or everyone. On Linux everyone may use every object.
 enum class ObjectAccess { kDefault, kEveryone };
 
-// A mutex of which only the existence counts; nobody ever owns it.
-class NamedMutex {
+class NamedObject {
  public:
-  NamedMutex();  // none
-  ~NamedMutex();
-  NamedMutex(NamedMutex&& other) noexcept;
-  NamedMutex& operator=(NamedMutex&& other) noexcept;
+  [[nodiscard]] bool valid() const { return state_ != nullptr; }
+  void Close() { state_.reset(); }
 
+ protected:
+  struct State;
+  struct StateDeleter {
+    void operator()(State* state) const;
+  };
+  std::unique_ptr<State, StateDeleter> state_;  // null when there is none
+};
+
+// A mutex of which only the existence counts; nobody ever owns it.
+class NamedMutex : public NamedObject {
+ public:
   // Creates the mutex, or opens the existing one. None on failure.
   [[nodiscard]] static NamedMutex Create(std::u16string_view name,
                                          ObjectAccess access = ObjectAccess::kDefault);
   // None when no process holds a mutex of this name.
   [[nodiscard]] static NamedMutex Open(std::u16string_view name);
-
-  [[nodiscard]] bool valid() const { return state_ != nullptr; }
-  void Close();
-
- private:
-  struct State;
-  std::unique_ptr<State> state_;
 };
 
-class NamedEvent {
+class NamedEvent : public NamedObject {
  public:
   enum class Mode { kAutoReset, kManualReset };
-
-  NamedEvent();  // none
-  ~NamedEvent();
-  NamedEvent(NamedEvent&& other) noexcept;
-  NamedEvent& operator=(NamedEvent&& other) noexcept;
 
   // Creates the event, not set, or opens the existing one, whose mode then counts.
   // None on failure.
@@ -52,9 +49,6 @@ class NamedEvent {
                                          ObjectAccess access = ObjectAccess::kDefault);
   // None when no process holds an event of this name.
   [[nodiscard]] static NamedEvent Open(std::u16string_view name);
-
-  [[nodiscard]] bool valid() const { return state_ != nullptr; }
-  void Close();
 
   // None of these blocks, whatever other holders do to the object.
   bool Set();
@@ -72,10 +66,6 @@ class NamedEvent {
   // signalled. Consumes an auto-reset event, never the interrupt.
   [[nodiscard]] static WaitResult WaitAny(std::span<NamedEvent* const> events,
                                           const Waitable* interrupt, WaitLimit limit);
-
- private:
-  struct State;
-  std::unique_ptr<State> state_;
 };
 
 }  // namespace talvorn::platform

@@ -1,5 +1,5 @@
 // Security of an object that other accounts may use: identifiers, a list of
-// access entries, a descriptor. On Linux the entries decide the file mode.
+// access entries, a descriptor. Linux gives such an object a constant file mode.
 #pragma once
 
 #include <cstdint>

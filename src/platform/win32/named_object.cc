@@ -3,8 +3,8 @@
 
 #include <array>
 #include <cstddef>
-#include <new>
 #include <string>
+#include <utility>
 
 #include "platform/fault_injection.h"
 #include "platform/win32/everyone_access.h"
@@ -19,34 +19,27 @@ namespace {
 constexpr DWORD kAllMutexAccess = 0x1F0001;
 constexpr DWORD kAllEventAccess = 0x1F0003;
 
-// `make` gives a handle for the terminated name; a state on it when it is one.
-template <typename State, typename Make>
-std::unique_ptr<State> StateOn(std::u16string_view name, Make make) {
-  if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
-  try {
-    auto state = std::make_unique<State>();
-    state->handle = KernelHandle(make(ToNative(std::u16string(name))));
-    return state->handle.valid() ? std::move(state) : nullptr;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
 }  // namespace
 
-struct NamedMutex::State {
+struct NamedObject::State {
+  // What `make` gives for the terminated name; null when that is no handle.
+  template <typename Make>
+  [[nodiscard]] static std::unique_ptr<State, StateDeleter> On(std::u16string_view name,
+                                                               Make make) {
+    if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
+    std::unique_ptr<State, StateDeleter> state(new State);
+    state->handle = KernelHandle(make(ToNative(std::u16string(name))));
+    return state->handle.valid() ? std::move(state) : nullptr;
+  }
+
   KernelHandle handle;
 };
 
-NamedMutex::NamedMutex() = default;
-NamedMutex::~NamedMutex() = default;
-NamedMutex::NamedMutex(NamedMutex&& other) noexcept = default;
-NamedMutex& NamedMutex::operator=(NamedMutex&& other) noexcept = default;
-void NamedMutex::Close() { state_.reset(); }
+void NamedObject::StateDeleter::operator()(State* state) const { delete state; }
 
 NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess access) {
   NamedMutex mutex;
-  mutex.state_ = StateOn<State>(name, [access](const wchar_t* native) {
+  mutex.state_ = State::On(name, [access](const wchar_t* native) {
     if (access == ObjectAccess::kEveryone) {
       EveryoneAccess everyone(kAllMutexAccess);
       const HANDLE made = CreateMutexW(everyone.attributes(), FALSE, native);
@@ -62,24 +55,14 @@ NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess access) {
 
 NamedMutex NamedMutex::Open(std::u16string_view name) {
   NamedMutex mutex;
-  mutex.state_ = StateOn<State>(
+  mutex.state_ = State::On(
       name, [](const wchar_t* native) { return OpenMutexW(kAllMutexAccess, FALSE, native); });
   return mutex;
 }
 
-struct NamedEvent::State {
-  KernelHandle handle;
-};
-
-NamedEvent::NamedEvent() = default;
-NamedEvent::~NamedEvent() = default;
-NamedEvent::NamedEvent(NamedEvent&& other) noexcept = default;
-NamedEvent& NamedEvent::operator=(NamedEvent&& other) noexcept = default;
-void NamedEvent::Close() { state_.reset(); }
-
 NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode, ObjectAccess access) {
   NamedEvent event;
-  event.state_ = StateOn<State>(name, [mode, access](const wchar_t* native) {
+  event.state_ = State::On(name, [mode, access](const wchar_t* native) {
     const bool manual = mode == Mode::kManualReset;
     if (access == ObjectAccess::kEveryone) {
       EveryoneAccess everyone(kAllEventAccess);
@@ -94,7 +77,7 @@ NamedEvent NamedEvent::Create(std::u16string_view name, Mode mode, ObjectAccess 
 
 NamedEvent NamedEvent::Open(std::u16string_view name) {
   NamedEvent event;
-  event.state_ = StateOn<State>(
+  event.state_ = State::On(
       name, [](const wchar_t* native) { return OpenEventW(kAllEventAccess, FALSE, native); });
   return event;
 }

@@ -24,7 +24,6 @@
 #include "platform/posix/forms/memory_file.h"
 #include "platform/posix/forms/message_queue.h"
 #include "platform/posix/forms/runtime_directory.h"
-#include "platform/posix/forms/security_mode.h"
 #include "platform/posix/forms/unread_files.h"
 #include "platform/posix/obstacle.h"
 #include "platform/posix/unix_address.h"
@@ -275,8 +274,9 @@ std::optional<uid_t> OwnerOf(std::u16string_view name) {
 // Where it is our own, nobody else can fill the mailslot.
 mode_t ModeFor(const SecurityAttributes* security) {
   constexpr mode_t kOwnAccount = 0600;
-  if (security == nullptr && OwnerOf(kLocatorMailslot) == geteuid()) return kOwnAccount;
-  return FileModeFor(security);
+  constexpr mode_t kEveryone = 0666;
+  const bool own = security == nullptr && OwnerOf(kLocatorMailslot) == geteuid();
+  return own ? kOwnAccount : kEveryone;
 }
 
 // A descriptor as something to wait on.
