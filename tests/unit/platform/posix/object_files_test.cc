@@ -12,6 +12,7 @@
 #include "platform/clock.h"
 #include "platform/named_object.h"
 #include "platform/posix/descriptor.h"
+#include "platform/posix/io.h"
 #include "testing/child_process.h"
 #include "testing/scratch_machine.h"
 #include "testing/things_in_the_way.h"
@@ -45,14 +46,6 @@ Status TestEvent(NamedEvent& event) {
 }
 
 void HoldSetEvent() { (new NamedEvent(NamedEvent::Create(kName, Mode::kManualReset)))->Set(); }
-
-bool SetLock(int fd, short type, off_t byte = 0) {
-  struct flock lock {};
-  lock.l_type = type;
-  lock.l_start = byte;
-  lock.l_len = 1;
-  return fcntl(fd, F_OFD_SETLK, &lock) == 0;
-}
 
 TEST_F(ObjectFiles, WhatAKilledProcessLeftIsNoObject) {
   ChildProcess(HoldSetEvent).Kill();
@@ -107,11 +100,11 @@ TEST_F(ObjectFiles, ALockedOrDamagedFileHoldsNobodyUp) {
     std::ofstream(File(), std::ios::trunc) << content;
     const Descriptor holder(open(File().c_str(), O_RDWR));
     for (const short lock : {short{F_RDLCK}, short{F_WRLCK}}) {
-      ASSERT_TRUE(SetLock(holder.get(), lock));
+      ASSERT_TRUE(LockByte(holder.get(), lock, 0));
       EXPECT_FALSE(NamedEvent::Open(kName).valid());
       EXPECT_FALSE(NamedEvent::Create(kName, Mode::kManualReset).valid());
     }
-    ASSERT_TRUE(SetLock(holder.get(), F_UNLCK));
+    ASSERT_TRUE(LockByte(holder.get(), F_UNLCK, 0));
     EXPECT_TRUE(NamedEvent::Create(kName, Mode::kManualReset).valid()) << "nobody holds it";
   }
 
@@ -123,7 +116,7 @@ TEST_F(ObjectFiles, ALockedOrDamagedFileHoldsNobodyUp) {
   EXPECT_TRUE(event.Pulse());
   EXPECT_TRUE(NamedEvent::Open(kName).valid()) << "mended";
   // Somebody who keeps the waiters' lock does not keep a signal from them.
-  ASSERT_TRUE(SetLock(hostile.get(), F_WRLCK, 1));
+  ASSERT_TRUE(LockByte(hostile.get(), F_WRLCK, 1));
   EXPECT_TRUE(event.Set());
   EXPECT_EQ(TestEvent(event), Status::kEvent);
 }
@@ -135,7 +128,7 @@ TEST_F(ObjectFiles, AMutexWhoseFileSomebodyLocksExists) {
     std::ofstream(File(), std::ios::trunc) << "anything";
     {
       const Descriptor hostile(open(File().c_str(), O_RDWR));
-      ASSERT_TRUE(SetLock(hostile.get(), lock));
+      ASSERT_TRUE(LockByte(hostile.get(), lock, 0));
       EXPECT_FALSE(NamedMutex::Create(kName).valid());
       EXPECT_TRUE(NamedMutex::Open(kName).valid());
     }
@@ -146,12 +139,12 @@ TEST_F(ObjectFiles, AMutexWhoseFileSomebodyLocksExists) {
 TEST_F(ObjectFiles, WhoeverKeepsALockIsNotWaitedForAgainAndAgain) {
   std::ofstream(File()) << "";
   const Descriptor hostile(open(File().c_str(), O_RDWR));
-  ASSERT_TRUE(SetLock(hostile.get(), F_WRLCK));
+  ASSERT_TRUE(LockByte(hostile.get(), F_WRLCK, 0));
   EXPECT_FALSE(NamedMutex::Create(kName).valid());
   const std::uint64_t start = MonotonicMs();
   for (int i = 0; i < 100; ++i) EXPECT_FALSE(NamedMutex::Create(kName).valid());
   EXPECT_LT(MonotonicMs() - start, 4'000u) << "2 ms each";
-  ASSERT_TRUE(SetLock(hostile.get(), F_UNLCK));
+  ASSERT_TRUE(LockByte(hostile.get(), F_UNLCK, 0));
   EXPECT_TRUE(NamedMutex::Create(kName).valid()) << "until they let go";
 }
 
