@@ -92,6 +92,9 @@ ObjectFile::~ObjectFile() {
 }
 
 void ObjectFile::Open() {
+  // Most events that are looked for do not exist, which one call tells.
+  const std::string path = RuntimeFolderPath(RuntimeFolder::kObjects) + '/' + name_;
+  if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) return;
   directory_ = OpenRuntimeFolder(RuntimeFolder::kObjects, false);
   if (directory_.valid()) (void)Hold(std::nullopt);
 }
