@@ -30,7 +30,7 @@ class Process {
     (void)Completed([&] { RetrieveValues(settings); });  // on failure the defaults stand
     DebugTrace().SetEnabled(ReadDebugView());
     DebugTrace().SetPrefix(kTracePrefix);
-    serviceInstanceMutex_ = platform::NamedMutex::Create(kServiceMutex);
+    (void)Completed([&] { serviceInstanceMutex_ = platform::NamedMutex::Create(kServiceMutex); });
 
     const bool dynamic = platform::EqualsIgnoringCase(commandLine, kDynamicMode);
     if (dynamic) {

@@ -49,11 +49,13 @@ class ChangeWatch {
 };
 
 bool IsEvent(const ObjectFile& file) {
-  return file.valid() && (file.kind() == ObjectKind::kAutoResetEvent ||
-                          file.kind() == ObjectKind::kManualResetEvent);
+  return file.held() && (file.kind() == ObjectKind::kAutoResetEvent ||
+                         file.kind() == ObjectKind::kManualResetEvent);
 }
 
-bool IsMutex(const ObjectFile& file) { return file.valid() && file.kind() == ObjectKind::kMutex; }
+bool IsMutex(const ObjectFile& file) { return file.held() && file.kind() == ObjectKind::kMutex; }
+
+void Look(ObjectFile& file) { file.Open(); }
 
 void TellOfObstacle(std::u16string_view name) {
   ReportObstacle("cannot hold " + WideToUtf8(name) + ": something is in its way in " +
@@ -65,41 +67,43 @@ void TellOfObstacle(std::u16string_view name) {
 }  // namespace
 
 struct NamedObject::State {
+  explicit State(std::u16string_view name) : file(name) {}
+
   ObjectFile file;
 
-  // `open` gives a file; a state on it when it is of the right kind.
+  // After `open`; none when the object is not of the right kind then.
   template <typename Open>
-  static std::shared_ptr<State> On(bool (*isRightKind)(const ObjectFile&), Open open) {
+  static std::shared_ptr<State> On(std::u16string_view name, Open open,
+                                   bool (*isRight)(const ObjectFile&)) {
     if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
-    ObjectFile file = open();
-    return isRightKind(file) ? std::make_shared<State>(State{std::move(file)}) : nullptr;
+    auto state = std::make_shared<State>(name);
+    open(state->file);
+    return isRight(state->file) ? state : nullptr;
   }
 };
 
 NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess /*access*/) {
-  NamedMutex mutex(
-      State::On(IsMutex, [name] { return ObjectFile::Create(name, ObjectKind::kMutex); }));
+  const auto create = [](ObjectFile& file) { file.Create(ObjectKind::kMutex); };
+  NamedMutex mutex(State::On(name, create, IsMutex));
   if (!mutex.valid()) TellOfObstacle(name);
   return mutex;
 }
 
 NamedMutex NamedMutex::Open(std::u16string_view name) {
-  NamedMutex mutex(State::On(IsMutex, [name] { return ObjectFile::Open(name); }));
   // Whoever has taken the name keeps others from holding the mutex; their need of it must
   // not look gone for that.
-  if (!mutex.valid() && ObjectFile::IsClaimed(name)) mutex.state_ = std::make_shared<State>();
-  return mutex;
+  return NamedMutex(State::On(name, &Look, [](const ObjectFile& file) { return file.claimed(); }));
 }
 
 NamedEvent NamedEvent::Create(std::u16string_view name, ObjectAccess /*access*/) {
-  NamedEvent event(State::On(
-      IsEvent, [name] { return ObjectFile::Create(name, ObjectKind::kManualResetEvent); }));
+  const auto create = [](ObjectFile& file) { file.Create(ObjectKind::kManualResetEvent); };
+  NamedEvent event(State::On(name, create, IsEvent));
   if (!event.valid()) TellOfObstacle(name);
   return event;
 }
 
 NamedEvent NamedEvent::Open(std::u16string_view name) {
-  return NamedEvent(State::On(IsEvent, [name] { return ObjectFile::Open(name); }));
+  return NamedEvent(State::On(name, &Look, IsEvent));
 }
 
 // A new signal number releases those who wait, however soon the state changes again.

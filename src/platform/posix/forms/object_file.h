@@ -17,9 +17,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "platform/posix/descriptor.h"
 
@@ -37,22 +37,21 @@ struct ObjectRecord {
   std::uint64_t consumed = 0;
 };
 
-// A hold on an object.
+// A hold on the object of one name; none at first.
 class ObjectFile {
  public:
-  ObjectFile() = default;  // none
+  explicit ObjectFile(std::u16string_view name);
   ~ObjectFile();
-  ObjectFile(ObjectFile&& other) noexcept = default;
-  ObjectFile& operator=(ObjectFile&& other) = delete;
+  ObjectFile(const ObjectFile&) = delete;
+  ObjectFile& operator=(const ObjectFile&) = delete;
 
-  // Holds the object `name` if some process holds it, or makes it with `kind`.
-  [[nodiscard]] static ObjectFile Open(std::u16string_view name);
-  [[nodiscard]] static ObjectFile Create(std::u16string_view name, ObjectKind kind);
+  // Holds the object if some process holds it, or makes it with `kind`.
+  void Open();
+  void Create(ObjectKind kind);
 
-  // True while somebody has a lock on a file of this name, of whatever kind and content.
-  [[nodiscard]] static bool IsClaimed(std::u16string_view name);
-
-  [[nodiscard]] bool valid() const { return file_.valid(); }
+  [[nodiscard]] bool held() const { return file_.valid(); }
+  // Whether somebody else had a lock on the file, of whatever kind and content.
+  [[nodiscard]] bool claimed() const { return claimed_; }
   [[nodiscard]] int descriptor() const { return file_.get(); }
   // Of the time when the object was opened.
   [[nodiscard]] ObjectKind kind() const { return kind_; }
@@ -64,24 +63,20 @@ class ObjectFile {
   bool WriteState(std::uint32_t state) const;
 
  private:
-  enum class Hold { kHeld, kAbsent, kStale, kLocked, kMoved, kBarred };
+  enum class Attempt { kFinal, kMoved, kLocked };
 
-  // Nothing held yet: the folder and the name in it.
-  ObjectFile(std::u16string_view name, bool makeFolder);
+  // Holds the file that stands under the name, or one that it makes with `kind`, if any.
+  Attempt TryHold(std::optional<ObjectKind> kind);
+  // The same, again for as long as others make and remove the file.
+  Attempt Hold(std::optional<ObjectKind> kind);
+  [[nodiscard]] bool IsInPlace(const Descriptor& file) const;
+  bool Remove() const;
 
-  // One attempt to hold the file that stands under the name. `stale` gets a file
-  // that nobody holds.
-  Hold TryHold(Descriptor& stale);
-  // One attempt to make the object: false when the attempt may be repeated, true
-  // when it is held then or cannot be made.
-  bool TryMake(Descriptor stale, ObjectKind kind);
-  // Removes a file that nobody holds, as far as that is allowed.
-  void RemoveStale(const Descriptor& stale) const;
-
-  Descriptor directory_;
   std::string name_;
+  Descriptor directory_;
   Descriptor file_;
   ObjectKind kind_{};
+  bool claimed_ = false;
 };
 
 }  // namespace talvorn::platform

@@ -16,53 +16,42 @@ constexpr mode_t kDirectoryMode = 0755;
 // Everybody may make files in it, nobody may remove another's.
 constexpr mode_t kFolderMode = 01777;
 
-const char* FolderName(RuntimeFolder folder) {
-  return folder == RuntimeFolder::kMailslot ? "mailslot" : "objects";
-}
-
-// Makes the directory with this very mode, whatever the umask, unless something of
-// this name is there. What is there in the end is opened.
-Descriptor OpenOrMake(int parent, const char* path, mode_t mode, int flags) {
-  const bool made = mkdirat(parent, path, mode) == 0;
-  const int makeError = errno;
-  Descriptor directory(openat(parent, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags));
-  if (directory.valid() && made) {
-    (void)fchmod(directory.get(), mode);
-  } else if (!directory.valid() && errno == ENOENT) {
-    errno = makeError;
-  }
-  return directory;
-}
-
 std::string ReasonOf(int error) { return std::generic_category().message(error); }
 
-std::string WritingFaultOf(const Descriptor& directory) {
-  if (faccessat(directory.get(), ".", W_OK | X_OK, AT_EACCESS) == 0) return {};
-  return ReasonOf(errno);
+Descriptor OpenFolder(RuntimeFolder folder) {
+  const int noLink = folder == RuntimeFolder::kLocator ? 0 : O_NOFOLLOW;
+  return Descriptor(
+      open(RuntimeFolderPath(folder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | noLink));
 }
 
-// Why the directory cannot be trusted; empty when it can.
-std::string DistrustOf(const Descriptor& directory) {
+// Makes the folder with its very mode, whatever the umask, unless something of this name
+// is there. What is there in the end is opened.
+Descriptor OpenOrMakeFolder(RuntimeFolder folder) {
+  const mode_t mode = folder == RuntimeFolder::kLocator ? kDirectoryMode : kFolderMode;
+  const bool made = mkdir(RuntimeFolderPath(folder).c_str(), mode) == 0;
+  const int makeError = errno;
+  Descriptor opened = OpenFolder(folder);
+  if (opened.valid() && made) {
+    (void)fchmod(opened.get(), mode);
+  } else if (!opened.valid() && errno == ENOENT) {
+    errno = makeError;
+  }
+  return opened;
+}
+
+// Makes the folder ready. Why it cannot be used otherwise; empty when it can.
+std::string FaultOf(RuntimeFolder folder) {
+  const Descriptor opened = OpenOrMakeFolder(folder);
   struct stat status {};
-  if (!directory.valid() || fstat(directory.get(), &status) != 0) return ReasonOf(errno);
-  if (status.st_uid == 0 || status.st_uid == geteuid()) return {};
-  return "It belongs to another account";
-}
-
-// Why the runtime directory itself cannot be used; empty when it can.
-std::string DirectoryFaultOf(const Descriptor& directory) {
-  if (std::string reason = DistrustOf(directory); !reason.empty()) return reason;
-  struct stat status {};
-  if (fstat(directory.get(), &status) != 0) return ReasonOf(errno);
-  if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "Other accounts may write to it";
-  return WritingFaultOf(directory);
-}
-
-// Why the folder cannot be used; empty when it can.
-std::string FaultOf(const Descriptor& folder) {
-  if (std::string reason = DistrustOf(folder); !reason.empty()) return reason;
-  (void)fchmod(folder.get(), kFolderMode);  // works if it is ours
-  return WritingFaultOf(folder);
+  if (!opened.valid() || fstat(opened.get(), &status) != 0) return ReasonOf(errno);
+  if (status.st_uid != 0 && status.st_uid != geteuid()) return "It belongs to another account";
+  if (folder != RuntimeFolder::kLocator) {
+    (void)fchmod(opened.get(), kFolderMode);  // works if it is ours
+  } else if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    return "Other accounts may write to it";
+  }
+  const bool writable = faccessat(opened.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
+  return writable ? std::string() : ReasonOf(errno);
 }
 
 std::string Sentence(const std::string& path, const std::string& reason) {
@@ -81,18 +70,16 @@ const char* RuntimeDirectory() {
 }
 
 std::string RuntimeFolderPath(RuntimeFolder folder) {
-  std::string path = RuntimeDirectory();
-  return folder == RuntimeFolder::kLocator ? path : (path += '/') += FolderName(folder);
+  const std::string path = RuntimeDirectory();
+  if (folder == RuntimeFolder::kLocator) return path;
+  return path + (folder == RuntimeFolder::kMailslot ? "/mailslot" : "/objects");
 }
 
 Descriptor OpenRuntimeFolder(RuntimeFolder folder, bool create) {
-  const std::string path = RuntimeFolderPath(folder);
-  const int noLink = folder == RuntimeFolder::kLocator ? 0 : O_NOFOLLOW;
-  Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | noLink));
-  if (directory.valid() || !create || errno != ENOENT) return directory;
-  Descriptor runtime = OpenOrMake(AT_FDCWD, RuntimeDirectory(), kDirectoryMode, 0);
-  if (folder == RuntimeFolder::kLocator) return runtime;
-  return OpenOrMake(AT_FDCWD, path.c_str(), kFolderMode, O_NOFOLLOW);
+  Descriptor opened = OpenFolder(folder);
+  if (opened.valid() || !create || errno != ENOENT) return opened;
+  if (folder != RuntimeFolder::kLocator) (void)OpenOrMakeFolder(RuntimeFolder::kLocator);
+  return OpenOrMakeFolder(folder);
 }
 
 bool PrepareRuntimeDirectory(std::string& obstacle) {
@@ -102,15 +89,9 @@ bool PrepareRuntimeDirectory(std::string& obstacle) {
                ": Not an absolute path. Set TALVORN_RUNTIME_DIR to a path that begins with /.";
     return false;
   }
-  const Descriptor directory = OpenOrMake(AT_FDCWD, path.c_str(), kDirectoryMode, 0);
-  if (const std::string reason = DirectoryFaultOf(directory); !reason.empty()) {
-    obstacle = Sentence(path, reason);
-    return false;
-  }
-  for (const RuntimeFolder folder : {RuntimeFolder::kMailslot, RuntimeFolder::kObjects}) {
-    const Descriptor opened =
-        OpenOrMake(directory.get(), FolderName(folder), kFolderMode, O_NOFOLLOW);
-    if (const std::string reason = FaultOf(opened); !reason.empty()) {
+  for (const RuntimeFolder folder :
+       {RuntimeFolder::kLocator, RuntimeFolder::kMailslot, RuntimeFolder::kObjects}) {
+    if (const std::string reason = FaultOf(folder); !reason.empty()) {
       obstacle = Sentence(RuntimeFolderPath(folder), reason);
       return false;
     }
