@@ -28,7 +28,7 @@ class Process {
   int Run(std::u16string_view commandLine) {
     RegistryValues settings;
     (void)Completed([&] { RetrieveValues(settings); });  // on failure the defaults stand
-    DebugTrace().SetEnabled(ReadDebugView());
+    (void)Completed([] { DebugTrace().SetEnabled(ReadDebugView()); });
     DebugTrace().SetPrefix(kTracePrefix);
     (void)Completed([&] { serviceInstanceMutex_ = platform::NamedMutex::Create(kServiceMutex); });
 
