@@ -11,6 +11,7 @@
 #include "support/debug_trace.h"
 #include "support/id_octets.h"
 #include "support/settings.h"
+#include "support/thread.h"
 
 namespace talvorn {
 namespace {
@@ -175,8 +176,7 @@ ThreadItem* InterfaceWatch::AddItem(CThreadList& threads, std::uint32_t id, std:
 
 bool InterfaceWatch::StartThread(ThreadItem& item) {
   item.running.Set();
-  item.thread = platform::Thread::Start(
-      "request", [&item, procedure = procedure_] { return procedure(item); });
+  item.thread = StartThread("request", [&item, procedure = procedure_] { return procedure(item); });
   item.handleValue = item.thread.handleValue();
   return item.thread.valid();
 }

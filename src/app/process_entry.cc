@@ -15,6 +15,7 @@
 #include "support/interval_timer.h"
 #include "support/run_flag.h"
 #include "support/settings.h"
+#include "support/thread.h"
 
 namespace talvorn {
 namespace {
@@ -59,8 +60,7 @@ class Process {
     EventSource events;
     OpenEventSource(events, kSourceTalvorn);
     runVariable_.Set();
-    serviceThread_ =
-        platform::Thread::Start("service", [this] { return ThreadServiceMain(runVariable_); });
+    serviceThread_ = StartThread("service", [this] { return ThreadServiceMain(runVariable_); });
     std::array<char16_t, 1'024> text{};
     FormatTextW(text, u"ThreadServiceMain --> Thread Id = %lu", serviceThread_.id());
     Report(events, EventKind::kInformation, text.data());

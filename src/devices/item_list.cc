@@ -9,6 +9,7 @@
 #include "devices/item_hash.h"
 #include "support/byte_io.h"
 #include "support/debug_trace.h"
+#include "support/thread.h"
 
 namespace talvorn {
 
@@ -55,7 +56,7 @@ void CItemList::FreeNode::operator()(ItemNode* node) const {
 bool CItemList::Start(std::uint32_t validityMs) {
   validity_ = validityMs * platform::kFileTimePerMs;
   running_.Set();
-  thread_ = platform::Thread::Start("item-list", [this] {
+  thread_ = StartThread("item-list", [this] {
     SweepWhile(running_, [this] { Sweep(); });
     return 0u;
   });

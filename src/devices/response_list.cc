@@ -3,6 +3,7 @@
 #include <new>
 
 #include "support/debug_trace.h"
+#include "support/thread.h"
 
 namespace talvorn {
 namespace {
@@ -35,7 +36,7 @@ CResponseList::SerialKey CResponseList::KeyOf(const DeviceRecord& record) {
 bool CResponseList::Start(std::uint32_t validityMs) {
   defaultValidity_ = validityMs * platform::kFileTimePerMs;
   running_.Set();
-  thread_ = platform::Thread::Start("response-list", [this] {
+  thread_ = StartThread("response-list", [this] {
     SweepWhile(running_, [this] { Sweep(); });
     return 0u;
   });

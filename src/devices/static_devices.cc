@@ -13,6 +13,7 @@
 #include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/settings.h"
+#include "support/thread.h"
 
 namespace talvorn {
 namespace {
@@ -82,8 +83,7 @@ class Worker {
     device.address = ConfiguredAddress(listed.address);
     device.validity = validity_;
     device.context = &context_;
-    device.thread =
-        platform::Thread::Start("status-query", [&device] { return ThreadDeviceStatus(device); });
+    device.thread = StartThread("status-query", [&device] { return ThreadDeviceStatus(device); });
   }
 
   // Ends early when the worker is stopped.
@@ -102,8 +102,7 @@ class Worker {
 
 bool StartStaticDevices(StaticDeviceContext& context) {
   context.running.Set();
-  context.thread =
-      platform::Thread::Start("static-devices", [&context] { return DeviceByHostName(context); });
+  context.thread = StartThread("static-devices", [&context] { return DeviceByHostName(context); });
   return context.thread.valid();
 }
 

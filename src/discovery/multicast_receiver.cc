@@ -16,6 +16,7 @@
 #include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/event_source.h"
+#include "support/thread.h"
 
 namespace talvorn {
 namespace {
@@ -172,7 +173,7 @@ bool OpenReceiver(MulticastReceiver& receiver, std::uint32_t interfaceValue,
   receiver.socket = std::move(*socket);
   receiver.expectedMagic = kMagic;
   receiver.thread =
-      platform::Thread::Start("receiver", [&receiver] { return ThreadMulticastReceive(receiver); });
+      StartThread("receiver", [&receiver] { return ThreadMulticastReceive(receiver); });
   if (!receiver.thread.valid()) receiver.socket.Close();
   return receiver.thread.valid();
 }

@@ -21,6 +21,7 @@
 #include "support/completed.h"
 #include "support/debug_trace.h"
 #include "support/settings.h"
+#include "support/thread.h"
 #include "version.h"
 
 namespace talvorn {
@@ -262,8 +263,7 @@ class CommandServer {
 
 bool StartExchange(ExchangeContext& context) {
   context.running.Set();
-  context.thread =
-      platform::Thread::Start("exchange", [&context] { return ThreadExchange(context); });
+  context.thread = StartThread("exchange", [&context] { return ThreadExchange(context); });
   return context.thread.valid();
 }
 

@@ -1,4 +1,5 @@
 #include "support/interval_timer.h"
+#include "support/thread.h"
 
 namespace talvorn {
 namespace {
@@ -14,7 +15,7 @@ void CIntervalTimer::Start() {
     ownsEvent = event.valid() ? 1 : 0;
   }
   running.Set();
-  thread = platform::Thread::Start("timer", [this] { return ThreadTimer(); });
+  thread = StartThread("timer", [this] { return ThreadTimer(); });
 }
 
 void CIntervalTimer::Restart() {

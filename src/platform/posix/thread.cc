@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <new>
 #include <string>
 #include <utility>
 
@@ -73,17 +72,13 @@ Thread& Thread::operator=(Thread&& other) noexcept {
 Thread Thread::Start(const char* name, Procedure procedure) {
   constexpr std::size_t kLongestName = 15;
   if (FaultHits(Fault::kThreadStart)) return {};
-  try {
-    auto state = std::make_shared<State>();
-    state->procedure = std::move(procedure);
-    state->name.assign(name).resize(std::min(state->name.size(), kLongestName));
-    auto parameter = std::make_unique<std::shared_ptr<State>>(state);
-    if (pthread_create(&state->handle, nullptr, &State::Run, parameter.get()) != 0) return {};
-    (void)parameter.release();  // the thread's now
-    return Thread(std::move(state));
-  } catch (const std::bad_alloc&) {
-    return {};
-  }
+  auto state = std::make_shared<State>();
+  state->procedure = std::move(procedure);
+  state->name.assign(name).resize(std::min(state->name.size(), kLongestName));
+  auto parameter = std::make_unique<std::shared_ptr<State>>(state);
+  if (pthread_create(&state->handle, nullptr, &State::Run, parameter.get()) != 0) return {};
+  (void)parameter.release();  // the thread's now
+  return Thread(std::move(state));
 }
 
 std::uint32_t Thread::id() const {

@@ -60,16 +60,13 @@ class ClockWatch {
   // From now on `timer` fires when the clock is set. False when nobody can look.
   bool Add(HANDLE timer) {
     const std::lock_guard lock(mutex_);
-    if (!thread_.valid()) {
-      thread_ = Thread::Start("clock", [this] { return Watch(); });
-      if (!thread_.valid()) return false;
-    }
     try {
-      timers_.insert(timer);
-      return true;
+      if (!thread_.valid()) thread_ = Thread::Start("clock", [this] { return Watch(); });
+      if (thread_.valid()) timers_.insert(timer);
     } catch (const std::bad_alloc&) {
-      return false;
+      return false;  // a wait goes on without memory
     }
+    return thread_.valid();
   }
 
   void Remove(HANDLE timer) {

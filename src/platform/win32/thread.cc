@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <new>
 #include <string_view>
 #include <utility>
 
@@ -60,22 +59,18 @@ Thread& Thread::operator=(Thread&& other) noexcept = default;
 
 Thread Thread::Start(const char* name, Procedure procedure) {
   if (FaultHits(Fault::kThreadStart)) return {};
-  try {
-    auto state = std::make_shared<State>();
-    auto parameter = std::make_unique<StartParameter>();
-    parameter->procedure = std::move(procedure);
-    std::ranges::copy(std::string_view(name).substr(0, kLongestName), parameter->name.begin());
-    unsigned id = 0;
-    // Not CreateThread: the run-time library has something to set up as well.
-    state->handle = KernelHandle(
-        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &Run, parameter.get(), 0, &id)));
-    if (!state->handle.valid()) return {};
-    (void)parameter.release();  // the thread's now
-    state->id = id;
-    return Thread(std::move(state));
-  } catch (const std::bad_alloc&) {
-    return {};
-  }
+  auto state = std::make_shared<State>();
+  auto parameter = std::make_unique<StartParameter>();
+  parameter->procedure = std::move(procedure);
+  std::ranges::copy(std::string_view(name).substr(0, kLongestName), parameter->name.begin());
+  unsigned id = 0;
+  // Not CreateThread: the run-time library has something to set up as well.
+  state->handle = KernelHandle(
+      reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &Run, parameter.get(), 0, &id)));
+  if (!state->handle.valid()) return {};
+  (void)parameter.release();  // the thread's now
+  state->id = id;
+  return Thread(std::move(state));
 }
 
 std::uint32_t Thread::id() const { return state_ ? state_->id : 0; }
