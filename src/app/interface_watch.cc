@@ -176,7 +176,8 @@ ThreadItem* InterfaceWatch::AddItem(CThreadList& threads, std::uint32_t id, std:
 
 bool InterfaceWatch::StartThread(ThreadItem& item) {
   item.running.Set();
-  item.thread = StartThread("request", [&item, procedure = procedure_] { return procedure(item); });
+  item.thread =
+      talvorn::StartThread("request", [&item, procedure = procedure_] { return procedure(item); });
   item.handleValue = item.thread.handleValue();
   return item.thread.valid();
 }

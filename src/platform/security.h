@@ -35,7 +35,7 @@ struct ExplicitAccess {
   AccessMode mode = AccessMode::kSetAccess;
   std::uint32_t inheritance = 0;
   TrusteeType trusteeType = TrusteeType::kWellKnownGroup;
-  const SecurityIdentifier* trustee = nullptr;
+  const SecurityIdentifier* trustee = nullptr;  // null: the account of the process
 };
 
 struct SecurityAttributes {

@@ -2,9 +2,7 @@
 // the rights named, the account that makes the object has all. Lives while it is made.
 #pragma once
 
-#include <array>
-#include <cstddef>
-
+#include "platform/security.h"
 #include "platform/win32/windows_api.h"
 
 namespace talvorn::platform {
@@ -19,14 +17,10 @@ class EveryoneAccess {
   [[nodiscard]] SECURITY_ATTRIBUTES* attributes() { return made_ ? &attributes_ : nullptr; }
 
  private:
-  [[nodiscard]] bool Make(DWORD rights);
-
-  static constexpr std::size_t kListSize =
-      sizeof(ACL) + 2 * (sizeof(ACCESS_ALLOWED_ACE) + SECURITY_MAX_SID_SIZE);
-
-  alignas(ACL) std::array<std::byte, kListSize> list_{};
-  SECURITY_DESCRIPTOR descriptor_{};
-  SECURITY_ATTRIBUTES attributes_{sizeof(SECURITY_ATTRIBUTES), &descriptor_, FALSE};
+  SidPointer everyone_;
+  AclPointer list_;
+  DescriptorPointer descriptor_;
+  SECURITY_ATTRIBUTES attributes_{};
   bool made_ = false;
 };
 

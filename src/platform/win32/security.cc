@@ -49,9 +49,11 @@ AclPointer MakeAcl(std::span<const ExplicitAccess> entries) {
     native.grfAccessPermissions = entry.accessMask;
     native.grfAccessMode = static_cast<ACCESS_MODE>(entry.mode);
     native.grfInheritance = entry.inheritance;
-    native.Trustee.TrusteeForm = TRUSTEE_IS_SID;
     native.Trustee.TrusteeType = static_cast<TRUSTEE_TYPE>(entry.trusteeType);
-    native.Trustee.ptstrName = static_cast<LPWSTR>(NativeSid(entry.trustee));
+    native.Trustee.TrusteeForm = entry.trustee != nullptr ? TRUSTEE_IS_SID : TRUSTEE_IS_NAME;
+    native.Trustee.ptstrName = entry.trustee != nullptr
+                                   ? static_cast<LPWSTR>(NativeSid(entry.trustee))
+                                   : const_cast<LPWSTR>(L"CURRENT_USER");
     natives.push_back(native);
   }
   PACL acl = nullptr;
