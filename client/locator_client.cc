@@ -123,9 +123,8 @@ bool LocatorClient::PrepareMailslot(std::uint64_t deadlineMs) {
   if (!mailslot_.AcceptOnlyFromOwnerOf(kServerMailslot)) return false;
   // Strays, such as the locator's answer to a request so short that it names no
   // mailslot: that goes to the one who asked last.
-  std::vector<std::byte> message;
   for (int stray = 0; stray < kMaxStrays && MsUntil(deadlineMs) > 0 && !Interrupted(); ++stray) {
-    if (mailslot_.Take(message, kLargestReply) == Taken::kNone) break;
+    if (mailslot_.Take(reply_, kLargestReply) == Taken::kNone) break;
   }
   return true;
 }
@@ -160,10 +159,9 @@ ClientStatus LocatorClient::AwaitReply(ReplyType type, const Accept& accept,
     const auto waited = mailslot_.WaitForMessage(wake, MsUntil(deadlineMs));
     if (waited == platform::WaitStatus::kFailed) return ClientStatus::kNoMailslot;
     if (waited == platform::WaitStatus::kSignalled) {
-      std::vector<std::byte> reply;
-      const bool taken = mailslot_.Take(reply, kLargestReply) == Taken::kMessage;
-      const auto header = taken ? DecodeReplyHeader(reply) : std::nullopt;
-      if (header && header->type == type && accept(reply)) return ClientStatus::kOk;
+      const bool taken = mailslot_.Take(reply_, kLargestReply) == Taken::kMessage;
+      const auto header = taken ? DecodeReplyHeader(reply_) : std::nullopt;
+      if (header && header->type == type && accept(reply_)) return ClientStatus::kOk;
       // Anybody may write to the mailslot; a reply of another type is a stray.
       badReply = badReply || !header || header->type == type;
     }
