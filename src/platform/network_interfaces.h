@@ -1,4 +1,6 @@
-// The machine's network interfaces as the interface watch looks at them.
+// The machine's network interfaces as the interface watch looks at them. Any thread may
+// ask at any time: on Linux the tables are read again only when the kernel has told of a
+// change (a lost carrier is told of within a second).
 #pragma once
 
 #include <array>
@@ -47,6 +49,11 @@ struct Ipv6Adapter {
 
 // Addresses of interfaces that are up, sorted by address. None on failure.
 [[nodiscard]] std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable();
+
+// Index of the interface that is up and has `address` (network byte order); 0 when
+// there is none or the system does not tell. Of several the one that stands first
+// in the address table, so that every caller gets the same.
+[[nodiscard]] std::uint32_t InterfaceOfIpv4Address(std::uint32_t address);
 
 // All adapters; IPv6 counts as enabled once an address can be used. None on failure.
 [[nodiscard]] std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters();

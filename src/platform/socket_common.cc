@@ -27,13 +27,6 @@ const MulticastOptions& OptionsOf(AddressFamily family) {
   return family == AddressFamily::kIpv6 ? kIpv6 : kIpv4;
 }
 
-std::uint32_t InterfaceOfIpv4Address(std::uint32_t address) {
-  const auto rows = QueryIpv4AddressTable();
-  if (!rows) return 0;
-  const auto row = std::ranges::find(*rows, address, &Ipv4AddressRow::address);
-  return row == rows->end() ? 0 : row->interfaceIndex;
-}
-
 void Arrival::Note(int level, int type, const void* data, std::size_t size) {
   if (level == IPPROTO_IP && type == IP_PKTINFO && size >= sizeof(Ipv4PacketInfo)) {
     Ipv4PacketInfo info{};

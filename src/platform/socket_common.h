@@ -50,11 +50,6 @@ struct MulticastOptions {
 };
 [[nodiscard]] const MulticastOptions& OptionsOf(AddressFamily family);
 
-// Index of the interface that is up and has `address` (network byte order); 0 when
-// there is none or the system does not tell. Of several the one that stands first
-// in the address table, so that every caller gets the same.
-[[nodiscard]] std::uint32_t InterfaceOfIpv4Address(std::uint32_t address);
-
 // What a call that sends or receives returns, as a number of bytes.
 [[nodiscard]] inline std::optional<std::size_t> Transferred(std::intptr_t result) {
   if (result < 0) return std::nullopt;

@@ -14,8 +14,8 @@
 #include <cstddef>
 #include <cstring>
 #include <map>
-#include <new>
-#include <set>
+#include <memory>
+#include <mutex>
 #include <span>
 #include <tuple>
 #include <utility>
@@ -23,6 +23,10 @@
 #include "platform/incarnation.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/wait.h"
+
+#ifndef SO_NETNS_COOKIE
+#define SO_NETNS_COOKIE 71  // since Linux 5.14
+#endif
 
 namespace talvorn::platform {
 namespace {
@@ -85,31 +89,39 @@ bool Read(std::span<const std::byte> bytes, T& value) {
   return true;
 }
 
+Descriptor MakeRouteSocket() {
+  return Descriptor(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
+}
+
 // One question to the kernel for a whole table.
 class Dump {
  public:
-  // Calls `each(payload)` for every message of `answerType`; what it collects
-  // counts only if the result is true. `restart` empties what it has collected.
-  template <typename Restart, typename Each>
-  static bool Run(std::uint16_t question, std::uint16_t answerType, std::uint8_t family,
-                  Restart&& restart, Each&& each) {
+  // Every row that `parse(payload)` gives for a message of `answerType`; none when the
+  // kernel does not tell.
+  template <typename Row>
+  static std::optional<std::vector<Row>> Run(
+      std::uint16_t question, std::uint16_t answerType,
+      std::optional<Row> (*parse)(std::span<const std::byte>)) {
     std::size_t bufferSize = kFirstBufferSize;
     for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
-      restart();
+      std::vector<Row> rows;
       std::vector<std::byte> buffer(bufferSize);
-      switch (Dump(buffer).Attempt(question, answerType, family, each)) {
+      const auto keep = [&](std::span<const std::byte> payload) {
+        if (auto row = parse(payload)) rows.push_back(*row);
+      };
+      switch (Dump(buffer).Attempt(question, answerType, keep)) {
         case Outcome::kComplete:
-          return true;
+          return rows;
         case Outcome::kAgain:
           break;
         case Outcome::kLargerBuffer:
           if (bufferSize < kLargestBufferSize) bufferSize *= 2;
           break;
         case Outcome::kFailed:
-          return false;
+          return std::nullopt;
       }
     }
-    return false;
+    return std::nullopt;
   }
 
  private:
@@ -118,9 +130,8 @@ class Dump {
   explicit Dump(std::span<std::byte> buffer) : buffer_(buffer) {}
 
   template <typename Each>
-  Outcome Attempt(std::uint16_t question, std::uint16_t answerType, std::uint8_t family,
-                  Each&& each) {
-    if (!Ask(question, family)) return Outcome::kFailed;
+  Outcome Attempt(std::uint16_t question, std::uint16_t answerType, const Each& each) {
+    if (!Ask(question)) return Outcome::kFailed;
     for (;;) {
       std::span<const std::byte> bytes;
       const Outcome received = Receive(bytes);
@@ -139,7 +150,7 @@ class Dump {
     }
   }
 
-  bool Ask(std::uint16_t question, std::uint8_t family) {
+  bool Ask(std::uint16_t question) {
     struct {
       nlmsghdr header;
       rtgenmsg body;
@@ -148,7 +159,7 @@ class Dump {
     request.header.nlmsg_type = question;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request.header.nlmsg_seq = kSequence;
-    request.body.rtgen_family = family;
+    request.body.rtgen_family = AF_UNSPEC;
     sockaddr_nl kernel{};
     kernel.nl_family = AF_NETLINK;
     return socket_.valid() &&
@@ -191,27 +202,21 @@ class Dump {
   // Each question has a socket of its own, so that any number does.
   static constexpr std::uint32_t kSequence = 1;
 
-  Descriptor socket_{socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE)};
+  Descriptor socket_ = MakeRouteSocket();
   std::span<std::byte> buffer_;
   bool changed_ = false;
 };
 
-std::optional<std::vector<Link>> QueryLinks() {
-  std::vector<Link> links;
-  const bool complete = Dump::Run(
-      RTM_GETLINK, RTM_NEWLINK, AF_UNSPEC, [&] { links.clear(); },
-      [&](std::span<const std::byte> payload) {
-        ifinfomsg message{};
-        if (!Read(payload, message) || message.ifi_index <= 0) return;
-        links.push_back({static_cast<std::uint32_t>(message.ifi_index), message.ifi_flags});
-      });
-  if (!complete) return std::nullopt;
-  return links;
+std::optional<Link> ParseLink(std::span<const std::byte> payload) {
+  ifinfomsg message{};
+  if (!Read(payload, message) || message.ifi_index <= 0) return std::nullopt;
+  return Link{static_cast<std::uint32_t>(message.ifi_index), message.ifi_flags};
 }
 
 std::optional<Address> ParseAddress(std::span<const std::byte> payload) {
   ifaddrmsg message{};
   if (!Read(payload, message)) return std::nullopt;
+  if (message.ifa_family != AF_INET && message.ifa_family != AF_INET6) return std::nullopt;
   Address address;
   address.family = message.ifa_family;
   address.prefixLength = message.ifa_prefixlen;
@@ -251,18 +256,6 @@ std::optional<Address> ParseAddress(std::span<const std::byte> payload) {
   return address;
 }
 
-std::optional<std::vector<Address>> QueryAddresses(std::uint8_t family) {
-  std::vector<Address> addresses;
-  const bool complete = Dump::Run(
-      RTM_GETADDR, RTM_NEWADDR, family, [&] { addresses.clear(); },
-      [&](std::span<const std::byte> payload) {
-        const auto address = ParseAddress(payload);
-        if (address && address->family == family) addresses.push_back(*address);
-      });
-  if (!complete) return std::nullopt;
-  return addresses;
-}
-
 std::uint32_t MaskOf(std::uint8_t prefixLength) {
   if (prefixLength == 0) return 0;
   return htonl(~std::uint32_t{0} << (32 - std::min<std::uint8_t>(prefixLength, 32)));
@@ -276,101 +269,157 @@ struct Ipv6State {
   std::vector<HostAddress> addresses;
 };
 
-std::map<std::uint32_t, Ipv6State> ByInterface(const std::vector<Address>& addresses) {
+// What there is, in the forms in which it is asked for.
+struct Tables {
+  std::vector<Ipv4AddressRow> ipv4;  // sorted by address
+  std::vector<Ipv6Adapter> ipv6;
+  std::vector<Address> addresses;
+};
+
+// A link without multicast (a tunnel, for instance) can carry neither requests nor
+// answers, so its addresses are none that anybody could use. Loopback is always listed,
+// as it is in every such table.
+std::vector<Ipv4AddressRow> Ipv4Rows(const std::vector<Link>& links,
+                                     const std::vector<Address>& addresses) {
+  std::map<std::uint32_t, bool> listed;
+  for (const Link& link : links)
+    listed[link.index] = link.up() && (link.multicast() || link.loopback());
+  std::vector<Ipv4AddressRow> rows;
+  for (const Address& address : addresses) {
+    if (address.family != AF_INET || !listed[address.index]) continue;
+    const bool primary = (address.flags & IFA_F_SECONDARY) == 0;
+    rows.push_back({.address = address.ipv4(),
+                    .interfaceIndex = address.index,
+                    .mask = MaskOf(address.prefixLength),
+                    .broadcastAddress = address.broadcast,
+                    .type = primary ? kIpv4AddressPrimary : std::uint16_t{0},
+                    .incarnation = Incarnation(address.index, address.created)});
+  }
+  std::ranges::sort(rows, {}, [](const Ipv4AddressRow& row) {
+    return std::tuple(ntohl(row.address), row.interfaceIndex, row.mask);
+  });
+  return rows;
+}
+
+std::vector<Ipv6Adapter> Ipv6Adapters(const std::vector<Link>& links,
+                                      const std::vector<Address>& addresses) {
   std::map<std::uint32_t, Ipv6State> interfaces;
   for (const Address& address : addresses) {
+    if (address.family != AF_INET6) continue;
     Ipv6State& state = interfaces[address.index];
     state.usable = state.usable || address.usable();
     state.created = std::min(state.created, address.created);
     state.addresses.push_back(HostAddress::Ipv6(address.local, address.index));
   }
-  return interfaces;
+  std::vector<Ipv6Adapter> adapters;
+  for (const Link& link : links) {
+    Ipv6State& state = interfaces[link.index];
+    adapters.push_back(
+        {.ipv6IfIndex = link.index,
+         .flags = (state.usable ? kAdapterIpv6Enabled : 0) |
+                  (link.multicast() ? 0 : kAdapterNoMulticast),
+         .operStatus = link.up() ? kOperStatusUp : kOperStatusDown,
+         .ifType = link.loopback() ? kIfTypeSoftwareLoopback : kIfTypeEthernet,
+         .incarnation = state.addresses.empty() ? 0 : Incarnation(link.index, state.created),
+         .addresses = std::move(state.addresses)});
+  }
+  return adapters;
+}
+
+// The tables as they were read last, for as long as the kernel tells of no change.
+class KeptTables {
+ public:
+  // Those of the calling thread's network. Null when the kernel does not tell.
+  std::shared_ptr<const Tables> Get() {
+    const std::lock_guard lock(mutex_);
+    if (HasChanged()) kept_.reset();
+    if (!kept_) kept_ = ReadTables();
+    return kept_;
+  }
+
+ private:
+  static std::shared_ptr<const Tables> ReadTables() {
+    const auto links = Dump::Run(RTM_GETLINK, RTM_NEWLINK, &ParseLink);
+    auto addresses = links ? Dump::Run(RTM_GETADDR, RTM_NEWADDR, &ParseAddress) : std::nullopt;
+    if (!addresses) return nullptr;
+    return std::make_shared<const Tables>(Tables{
+        Ipv4Rows(*links, *addresses), Ipv6Adapters(*links, *addresses), std::move(*addresses)});
+  }
+
+  // Whether there may have been a change. Subscribes where that is to be done, before
+  // anything is read.
+  bool HasChanged() {
+    Descriptor here = MakeRouteSocket();
+    std::uint64_t network = 0;
+    socklen_t size = sizeof(network);
+    if (getsockopt(here.get(), SOL_SOCKET, SO_NETNS_COOKIE, &network, &size) != 0) return true;
+    if (changes_.valid() && network == network_) return TakeChanges();
+    sockaddr_nl groups{};
+    groups.nl_family = AF_NETLINK;
+    groups.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
+    if (bind(here.get(), reinterpret_cast<const sockaddr*>(&groups), sizeof(groups)) != 0)
+      here.Close();
+    changes_ = std::move(here);
+    network_ = network;
+    return true;
+  }
+
+  // Whether anything was told, or lost for want of room.
+  bool TakeChanges() {
+    for (bool any = false;; any = true) {
+      if (recv(changes_.get(), nullptr, 0, MSG_DONTWAIT | MSG_TRUNC) >= 0) continue;
+      if (errno == EAGAIN) return any;
+      if (errno != EINTR && errno != ENOBUFS) changes_.Close();
+      if (!changes_.valid()) return true;
+    }
+  }
+
+  std::mutex mutex_;
+  std::shared_ptr<const Tables> kept_;
+  Descriptor changes_;  // the kernel's notes of changes in this network:
+  std::uint64_t network_ = 0;
+};
+
+std::shared_ptr<const Tables> CurrentTables() {
+  // Never destroyed: threads may ask until the process has gone.
+  static KeptTables& tables = *new KeptTables;
+  return tables.Get();
 }
 
 }  // namespace
 
 std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable() {
-  try {
-    const auto links = QueryLinks();
-    const auto addresses = links ? QueryAddresses(AF_INET) : std::nullopt;
-    if (!addresses) return std::nullopt;
+  const auto tables = CurrentTables();
+  return tables ? std::optional(tables->ipv4) : std::nullopt;
+}
 
-    // A link without multicast (a tunnel, for instance) can carry neither requests
-    // nor answers, so its addresses are none that anybody could use. Loopback is
-    // always listed, as it is in every such table.
-    std::set<std::uint32_t> listed;
-    for (const Link& link : *links) {
-      if (link.up() && (link.multicast() || link.loopback())) listed.insert(link.index);
-    }
-
-    std::vector<Ipv4AddressRow> rows;
-    for (const Address& address : *addresses) {
-      if (!listed.contains(address.index)) continue;
-      const bool primary = (address.flags & IFA_F_SECONDARY) == 0;
-      rows.push_back({.address = address.ipv4(),
-                      .interfaceIndex = address.index,
-                      .mask = MaskOf(address.prefixLength),
-                      .broadcastAddress = address.broadcast,
-                      .type = primary ? kIpv4AddressPrimary : std::uint16_t{0},
-                      .incarnation = Incarnation(address.index, address.created)});
-    }
-    std::sort(rows.begin(), rows.end(), [](const Ipv4AddressRow& a, const Ipv4AddressRow& b) {
-      return std::tuple(ntohl(a.address), a.interfaceIndex, a.mask) <
-             std::tuple(ntohl(b.address), b.interfaceIndex, b.mask);
-    });
-    return rows;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
+std::uint32_t InterfaceOfIpv4Address(std::uint32_t address) {
+  const auto tables = CurrentTables();
+  if (!tables) return 0;
+  const auto row = std::ranges::find(tables->ipv4, address, &Ipv4AddressRow::address);
+  return row == tables->ipv4.end() ? 0 : row->interfaceIndex;
 }
 
 std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters() {
-  try {
-    const auto links = QueryLinks();
-    const auto addresses = links ? QueryAddresses(AF_INET6) : std::nullopt;
-    if (!addresses) return std::nullopt;
-
-    auto interfaces = ByInterface(*addresses);
-    std::vector<Ipv6Adapter> adapters;
-    for (const Link& link : *links) {
-      Ipv6State& state = interfaces[link.index];
-      adapters.push_back(
-          {.ipv6IfIndex = link.index,
-           .flags = (state.usable ? kAdapterIpv6Enabled : 0) |
-                    (link.multicast() ? 0 : kAdapterNoMulticast),
-           .operStatus = link.up() ? kOperStatusUp : kOperStatusDown,
-           .ifType = link.loopback() ? kIfTypeSoftwareLoopback : kIfTypeEthernet,
-           .incarnation = state.addresses.empty() ? 0 : Incarnation(link.index, state.created),
-           .addresses = std::move(state.addresses)});
-    }
-    return adapters;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
+  const auto tables = CurrentTables();
+  return tables ? std::optional(tables->ipv6) : std::nullopt;
 }
 
 std::uint32_t InterfaceIndexFromName(const char* name) { return if_nametoindex(name); }
 
 InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
   InterfaceAddresses result;
-  try {
-    if (const auto addresses = QueryAddresses(AF_INET)) {
-      for (const Address& address : *addresses) {
-        if (address.index == interfaceIndex) result.ipv4.push_back(address.ipv4());
-      }
+  const auto tables = CurrentTables();
+  if (!tables) return result;
+  for (const Address& address : tables->addresses) {
+    if (address.index != interfaceIndex) continue;
+    if (address.family == AF_INET) {
+      result.ipv4.push_back(address.ipv4());
+    } else if (address.usable()) {
+      result.ipv6.push_back(address.local);
+    } else if ((address.flags & IFA_F_DADFAILED) == 0) {
+      result.ipv6Pending = true;
     }
-    if (const auto addresses = QueryAddresses(AF_INET6)) {
-      for (const Address& address : *addresses) {
-        if (address.index != interfaceIndex) continue;
-        if (address.usable()) {
-          result.ipv6.push_back(address.local);
-        } else if ((address.flags & IFA_F_DADFAILED) == 0) {
-          result.ipv6Pending = true;
-        }
-      }
-    }
-  } catch (const std::bad_alloc&) {
-    // What was found so far.
   }
   return result;
 }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/fault_injection.h"
+#include "platform/network_interfaces.h"
 #include "platform/posix/io.h"
 #include "platform/posix/wait.h"
 #include "platform/socket_common.h"

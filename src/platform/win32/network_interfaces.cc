@@ -7,7 +7,6 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -126,62 +125,60 @@ std::map<std::pair<std::uint32_t, NET_IFINDEX>, std::uint32_t> QueryIpv4Incarnat
 }  // namespace
 
 std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable() {
-  try {
-    ULONG size = 0;
-    if (GetIpAddrTable(nullptr, &size, TRUE) != ERROR_INSUFFICIENT_BUFFER) return std::nullopt;
-    std::vector<std::byte> buffer(std::max<std::size_t>(size, sizeof(MIB_IPADDRTABLE)));
-    auto* const table = reinterpret_cast<MIB_IPADDRTABLE*>(buffer.data());
-    if (GetIpAddrTable(table, &size, TRUE) != NO_ERROR) return std::nullopt;
+  ULONG size = 0;
+  if (GetIpAddrTable(nullptr, &size, TRUE) != ERROR_INSUFFICIENT_BUFFER) return std::nullopt;
+  std::vector<std::byte> buffer(std::max<std::size_t>(size, sizeof(MIB_IPADDRTABLE)));
+  auto* const table = reinterpret_cast<MIB_IPADDRTABLE*>(buffer.data());
+  if (GetIpAddrTable(table, &size, TRUE) != NO_ERROR) return std::nullopt;
 
-    const std::size_t room =
-        (buffer.size() - offsetof(MIB_IPADDRTABLE, table)) / sizeof(MIB_IPADDRROW);
-    const auto incarnations = QueryIpv4Incarnations();
-    std::vector<Ipv4AddressRow> rows;
-    for (std::size_t i = 0; i < std::min<std::size_t>(table->dwNumEntries, room); ++i) {
-      const MIB_IPADDRROW& row = table->table[i];
-      const auto incarnation = incarnations.find({row.dwAddr, row.dwIndex});
-      rows.push_back({.address = row.dwAddr,
-                      .interfaceIndex = row.dwIndex,
-                      .mask = row.dwMask,
-                      .broadcastAddress = row.dwBCastAddr,
-                      .reassemblySize = row.dwReasmSize,
-                      .type = row.wType,
-                      .incarnation = incarnation == incarnations.end() ? Incarnation(row.dwIndex, 0)
-                                                                       : incarnation->second});
-    }
-    return rows;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
+  const std::size_t room =
+      (buffer.size() - offsetof(MIB_IPADDRTABLE, table)) / sizeof(MIB_IPADDRROW);
+  const auto incarnations = QueryIpv4Incarnations();
+  std::vector<Ipv4AddressRow> rows;
+  for (std::size_t i = 0; i < std::min<std::size_t>(table->dwNumEntries, room); ++i) {
+    const MIB_IPADDRROW& row = table->table[i];
+    const auto incarnation = incarnations.find({row.dwAddr, row.dwIndex});
+    rows.push_back({.address = row.dwAddr,
+                    .interfaceIndex = row.dwIndex,
+                    .mask = row.dwMask,
+                    .broadcastAddress = row.dwBCastAddr,
+                    .reassemblySize = row.dwReasmSize,
+                    .type = row.wType,
+                    .incarnation = incarnation == incarnations.end() ? Incarnation(row.dwIndex, 0)
+                                                                     : incarnation->second});
   }
+  return rows;
+}
+
+std::uint32_t InterfaceOfIpv4Address(std::uint32_t address) {
+  const auto rows = QueryIpv4AddressTable();
+  if (!rows) return 0;
+  const auto row = std::ranges::find(*rows, address, &Ipv4AddressRow::address);
+  return row == rows->end() ? 0 : row->interfaceIndex;
 }
 
 std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters() {
   // Nothing but the adapters themselves.
   constexpr ULONG kFlags = kNamesOnly | GAA_FLAG_SKIP_FRIENDLY_NAME;
   static_assert(kFlags == 0x2F);
-  try {
-    const auto buffer = QueryAdapters(AF_INET6, kFlags);
-    if (!buffer) return std::nullopt;
-    auto interfaces = QueryIpv6States();
-    std::vector<Ipv6Adapter> adapters;
-    for (const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(buffer->data());
-         adapter != nullptr; adapter = adapter->Next) {
-      Ipv6State& state = interfaces[adapter->Ipv6IfIndex];
-      adapters.push_back(
-          {.ipv6IfIndex = adapter->Ipv6IfIndex,
-           .flags = adapter->Flags,
-           .operStatus = static_cast<std::uint32_t>(adapter->OperStatus),
-           .ifType = adapter->IfType,
-           .incarnation =
-               state.addresses.empty()
-                   ? 0
-                   : Incarnation(adapter->Ipv6IfIndex, static_cast<std::uint64_t>(state.created)),
-           .addresses = std::move(state.addresses)});
-    }
-    return adapters;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
+  const auto buffer = QueryAdapters(AF_INET6, kFlags);
+  if (!buffer) return std::nullopt;
+  auto interfaces = QueryIpv6States();
+  std::vector<Ipv6Adapter> adapters;
+  for (const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(buffer->data());
+       adapter != nullptr; adapter = adapter->Next) {
+    Ipv6State& state = interfaces[adapter->Ipv6IfIndex];
+    adapters.push_back({.ipv6IfIndex = adapter->Ipv6IfIndex,
+                        .flags = adapter->Flags,
+                        .operStatus = static_cast<std::uint32_t>(adapter->OperStatus),
+                        .ifType = adapter->IfType,
+                        .incarnation = state.addresses.empty()
+                                           ? 0
+                                           : Incarnation(adapter->Ipv6IfIndex,
+                                                         static_cast<std::uint64_t>(state.created)),
+                        .addresses = std::move(state.addresses)});
   }
+  return adapters;
 }
 
 // By the name that Windows shows ("Ethernet 2"), or by its number.
@@ -191,40 +188,32 @@ std::uint32_t InterfaceIndexFromName(const char* name) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   const bool isNumber = error == std::errc{} && end == text.data() + text.size();
   std::uint32_t index = 0;
-  try {
-    const std::u16string wide = Utf8ToWide(text);
-    ForEachAdapter(kNamesOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
-      const bool meant = isNumber ? IndexOf(adapter) == number
-                                  : adapter.FriendlyName != nullptr &&
-                                        lstrcmpiW(adapter.FriendlyName, ToNative(wide)) == 0;
-      if (index == 0 && meant) index = IndexOf(adapter);
-    });
-  } catch (const std::bad_alloc&) {
-    // None found.
-  }
+  const std::u16string wide = Utf8ToWide(text);
+  ForEachAdapter(kNamesOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
+    const bool meant = isNumber ? IndexOf(adapter) == number
+                                : adapter.FriendlyName != nullptr &&
+                                      lstrcmpiW(adapter.FriendlyName, ToNative(wide)) == 0;
+    if (index == 0 && meant) index = IndexOf(adapter);
+  });
   return index;
 }
 
 InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
   InterfaceAddresses result;
-  try {
-    ForEachAdapter(kUnicastOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
-      if (IndexOf(adapter) != interfaceIndex) return;
-      for (const auto* address = adapter.FirstUnicastAddress; address != nullptr;
-           address = address->Next) {
-        if (const auto* ipv4 = SocketAddressAs<sockaddr_in>(*address, AF_INET)) {
-          result.ipv4.push_back(ipv4->sin_addr.s_addr);
-        }
-        const auto* ipv6 = SocketAddressAs<sockaddr_in6>(*address, AF_INET6);
-        if (ipv6 == nullptr) continue;
-        if (address->DadState == IpDadStateTentative) result.ipv6Pending = true;
-        if (address->DadState < IpDadStateDeprecated) continue;
-        result.ipv6.push_back(BytesOf(ipv6->sin6_addr));
+  ForEachAdapter(kUnicastOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
+    if (IndexOf(adapter) != interfaceIndex) return;
+    for (const auto* address = adapter.FirstUnicastAddress; address != nullptr;
+         address = address->Next) {
+      if (const auto* ipv4 = SocketAddressAs<sockaddr_in>(*address, AF_INET)) {
+        result.ipv4.push_back(ipv4->sin_addr.s_addr);
       }
-    });
-  } catch (const std::bad_alloc&) {
-    // What was found so far.
-  }
+      const auto* ipv6 = SocketAddressAs<sockaddr_in6>(*address, AF_INET6);
+      if (ipv6 == nullptr) continue;
+      if (address->DadState == IpDadStateTentative) result.ipv6Pending = true;
+      if (address->DadState < IpDadStateDeprecated) continue;
+      result.ipv6.push_back(BytesOf(ipv6->sin6_addr));
+    }
+  });
   return result;
 }
 
