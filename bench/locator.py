@@ -23,7 +23,7 @@ from announcer import Announcer
 from harness import Process, native, wait_until
 from linux_target import Locator
 
-IDLE_INTERFACES = 8
+IDLE_INTERFACES = 16
 IDLE_SECONDS = 20
 LOOPBACK_ADDRESSES = 200
 MANY_ADDRESSES = 1000

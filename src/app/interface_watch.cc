@@ -92,16 +92,16 @@ InterfaceWatch::InterfaceWatch(const EventSource& events, CResponseList& respons
       running_(running) {}
 
 void InterfaceWatch::WatchIpv4Interfaces(std::optional<Ipv4Table> table) {
-  const bool changed = table && table != savedAddressTable_;
+  const bool changed = table && table != SavedAddressTable;
   if (changed) {
     ownRequests_.SetAddresses(platform::AddressFamily::kIpv4, AddressesOf(*table));
-    if (!firstTable_ && !SameRows(*table, *savedAddressTable_)) {
+    if (!firstTable_ && !SameRows(*table, *SavedAddressTable)) {
       constexpr std::u16string_view kChanged = u"Network interfaces have been changed!\n";
       Report(events_, EventKind::kInformation, kChanged);
       Trace(u"%s", kChanged);
     }
     firstTable_ = false;
-    savedAddressTable_ = std::move(table);
+    SavedAddressTable = std::move(table);
     ipv4ThreadsDiffer_ = true;
   } else {
     ReinitRequests();
@@ -117,7 +117,7 @@ void InterfaceWatch::WatchIpv4Interfaces(std::optional<Ipv4Table> table) {
 void InterfaceWatch::StopVanishedIpv4() {
   for (ThreadItem* item = ipv4Threads_.First(); item != nullptr;) {
     const std::uint32_t id = item->id;
-    if (std::ranges::any_of(*savedAddressTable_,
+    if (std::ranges::any_of(*SavedAddressTable,
                             [id](const Ipv4AddressRow& row) { return row.address == id; })) {
       item = ipv4Threads_.Next();
       continue;
@@ -137,11 +137,11 @@ void InterfaceWatch::StopVanishedIpv4() {
 
 bool InterfaceWatch::StartNewIpv4() {
   bool all = true;
-  for (const Ipv4AddressRow& row : *savedAddressTable_) {
+  for (const Ipv4AddressRow& row : *SavedAddressTable) {
     if (IsLoopback(row) || !IsPrimary(row)) continue;
     // Of an address on several interfaces the first counts, as it does to the receivers.
     const std::uint32_t incarnation =
-        std::ranges::find(*savedAddressTable_, row.address, &Ipv4AddressRow::address)->incarnation;
+        std::ranges::find(*SavedAddressTable, row.address, &Ipv4AddressRow::address)->incarnation;
     if (ThreadItem* const known = ipv4Threads_.FindItem(row.address); known != nullptr) {
       NoteIncarnation(*known, incarnation);
       if (!known->thread.valid() && !StartThread(*known)) all = false;
@@ -201,10 +201,10 @@ void InterfaceWatch::Reinitialize(std::u16string_view name) {
   Trace(u"#### Network interface thread for %s will be reinitialized!\n", name);
   Trace(u"%s", kBanner);
   Trace(u"%s", kBanner);
-  if (!savedAddressTable_) return;
+  if (!SavedAddressTable) return;
   const std::uint32_t address = platform::ParseIpv4(platform::WideToNarrow(name).c_str());
   const std::size_t erased = std::erase_if(
-      *savedAddressTable_, [address](const Ipv4AddressRow& row) { return row.address == address; });
+      *SavedAddressTable, [address](const Ipv4AddressRow& row) { return row.address == address; });
   if (erased > 0) ipv4ThreadsDiffer_ = true;
 }
 
@@ -218,10 +218,10 @@ void InterfaceWatch::WatchIpv6Interfaces(const std::optional<Ipv6Adapters>& adap
           adapter.flags, adapter.operStatus);
   }
   for (const auto& [index, incarnation] : current) {
-    knownIpv6Interfaces_.insert(index);
+    KnownIpv6Interfaces.insert(index);
     StartIpv6(index, incarnation);
   }
-  std::erase_if(knownIpv6Interfaces_, [&](std::uint32_t index) {
+  std::erase_if(KnownIpv6Interfaces, [&](std::uint32_t index) {
     const bool gone = !current.contains(index);
     if (gone) StopIpv6(index);
     return gone;

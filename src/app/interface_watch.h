@@ -61,10 +61,10 @@ class InterfaceWatch {
   OwnRequests ownRequests_;
   CThreadList ipv4Threads_;
   CThreadList ipv6Threads_;
-  std::optional<Ipv4Table> savedAddressTable_;
+  std::optional<Ipv4Table> SavedAddressTable;
   bool firstTable_ = true;
   bool ipv4ThreadsDiffer_ = false;  // from what the saved table asks for
-  std::set<std::uint32_t> knownIpv6Interfaces_;
+  std::set<std::uint32_t> KnownIpv6Interfaces;
 };
 
 }  // namespace talvorn

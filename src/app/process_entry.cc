@@ -31,7 +31,7 @@ class Process {
     (void)Completed([&] { RetrieveValues(settings); });  // on failure the defaults stand
     (void)Completed([] { DebugTrace().SetEnabled(ReadDebugView()); });
     DebugTrace().SetPrefix(kTracePrefix);
-    (void)Completed([&] { serviceInstanceMutex_ = platform::NamedMutex::Create(kServiceMutex); });
+    (void)Completed([&] { ServiceInstanceMutex = platform::NamedMutex::Create(kServiceMutex); });
 
     const bool dynamic = platform::EqualsIgnoringCase(commandLine, kDynamicMode);
     if (dynamic) {
@@ -48,7 +48,7 @@ class Process {
       } else {
         AwaitTermination();
       }
-      serviceInstanceMutex_.Close();
+      ServiceInstanceMutex.Close();
       Trace(u"EXIT\n");
     }
     ShutDown(dynamic);
@@ -59,14 +59,14 @@ class Process {
   bool StartServiceThread() {
     EventSource events;
     OpenEventSource(events, kSourceTalvorn);
-    runVariable_.Set();
-    serviceThread_ = StartThread("service", [this] { return ThreadServiceMain(runVariable_); });
+    RunVariable.Set();
+    ServiceThread = StartThread("service", [this] { return ThreadServiceMain(RunVariable); });
     std::array<char16_t, 1'024> text{};
-    FormatTextW(text, u"ThreadServiceMain --> Thread Id = %lu", serviceThread_.id());
+    FormatTextW(text, u"ThreadServiceMain --> Thread Id = %lu", ServiceThread.id());
     Report(events, EventKind::kInformation, text.data());
     Trace(u"%s", text.data());
     CloseEventSource(events);
-    return serviceThread_.valid();
+    return ServiceThread.valid();
   }
 
   // Nothing in the process ends the permanent mode.
@@ -104,19 +104,19 @@ class Process {
 
   void ShutDown(bool dynamic) {
     if (dynamic) timeToLive_.Stop();
-    serviceInstanceMutex_.Close();
-    runVariable_.Clear();
-    if (!serviceThread_.valid()) return;
-    if (serviceThread_.Join()) {
+    ServiceInstanceMutex.Close();
+    RunVariable.Clear();
+    if (!ServiceThread.valid()) return;
+    if (ServiceThread.Join()) {
       Trace(u"Wait for Exit Multicast-Thread OK\n");
     } else {
       Trace(u"Wait for Exit Multicast-Thread Timeout\n");
     }
   }
 
-  RunFlag runVariable_;
-  platform::Thread serviceThread_;
-  platform::NamedMutex serviceInstanceMutex_;
+  RunFlag RunVariable;
+  platform::Thread ServiceThread;
+  platform::NamedMutex ServiceInstanceMutex;
   CIntervalTimer timeToLive_;
 };
 

@@ -29,11 +29,11 @@ constexpr std::u16string_view kTerminated = u"Service loop terminated";
 // ShutDown has ended their threads.
 class Service {
  public:
-  explicit Service(const RunFlag& runVariable) : runVariable_(runVariable) {}
+  explicit Service(const RunFlag& running) : RunVariable(running) {}
 
   void Run() {
     StartUp();
-    while (runVariable_) Pass();
+    while (RunVariable) Pass();
     ShutDown();
   }
 
@@ -53,18 +53,18 @@ class Service {
     exchange_.responseList = &responses_;
     exchange_.itemList = &items_;
     if (!StartExchange(exchange_)) AnnounceFailure(u"Exchange Start() failed");
-    if (runVariable_) {
+    if (RunVariable) {
       Announce(u"Service loop entry");
     } else {
       AnnounceFailure(u"Service loop RUN-VARIABLE FALSE");
     }
-    refreshTimer_.period = kRefreshPeriodMs;
-    refreshTimer_.Start();
+    RefreshTimer.period = kRefreshPeriodMs;
+    RefreshTimer.Start();
   }
 
   // Each of the looks is lost by itself where there is no memory for it.
   void Pass() {
-    if (refreshTimer_.event.Test()) (void)Completed([this] { Refresh(); });
+    if (RefreshTimer.event.Test()) (void)Completed([this] { Refresh(); });
     Pause();
     if (settings_.ipv6Active != 0)
       (void)Completed([this] { watch_.WatchIpv6Interfaces(platform::QueryIpv6Adapters()); });
@@ -74,17 +74,17 @@ class Service {
   void Refresh() {
     Trace(u"REFRESH REGINFO");
     DebugTrace().SetEnabled(ReadDebugView());
-    refreshTimer_.Restart();
+    RefreshTimer.Restart();
   }
 
   void Pause() {
-    const platform::Waitable* const cleared[] = {&runVariable_.cleared()};
+    const platform::Waitable* const cleared[] = {&RunVariable.cleared()};
     (void)platform::WaitForAny(cleared, std::max(settings_.timeNetworkChanges, kShortestPauseMs));
   }
 
   // Producers end before the reader of the lists, and both before the lists.
   void ShutDown() {
-    refreshTimer_.Stop();
+    RefreshTimer.Stop();
     Report(events_, EventKind::kWarning, kTerminated);
     Trace(u"%s", kTerminated);
     watch_.ShutDownIpv4();
@@ -109,21 +109,21 @@ class Service {
     Trace(u"%s", text);
   }
 
-  const RunFlag& runVariable_;
+  const RunFlag& RunVariable;
   RegistryValues settings_;
   EventSource events_;
   CResponseList responses_;
   CItemList items_;
   StaticDeviceContext staticDevices_;
   ExchangeContext exchange_;
-  CIntervalTimer refreshTimer_;
-  InterfaceWatch watch_{events_, responses_, items_, ThreadMulticastRequest, runVariable_};
+  CIntervalTimer RefreshTimer;
+  InterfaceWatch watch_{events_, responses_, items_, ThreadMulticastRequest, RunVariable};
 };
 
 }  // namespace
 
-std::uint32_t ThreadServiceMain(const RunFlag& runVariable) {
-  Service(runVariable).Run();
+std::uint32_t ThreadServiceMain(const RunFlag& RunVariable) {
+  Service(RunVariable).Run();
   return 0;
 }
 

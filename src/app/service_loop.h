@@ -9,7 +9,7 @@
 
 namespace talvorn {
 
-// Thread procedure. Runs until `runVariable` is cleared; returns 0.
-std::uint32_t ThreadServiceMain(const RunFlag& runVariable);
+// Thread procedure. Runs until `RunVariable` is cleared; returns 0.
+std::uint32_t ThreadServiceMain(const RunFlag& RunVariable);
 
 }  // namespace talvorn

@@ -56,11 +56,13 @@ void CItemList::FreeNode::operator()(ItemNode* node) const {
 bool CItemList::Start(std::uint32_t validityMs) {
   validity_ = validityMs * platform::kFileTimePerMs;
   running_.Set();
-  thread_ = StartThread("item-list", [this] {
-    SweepWhile(running_, [this] { Sweep(); });
-    return 0u;
-  });
+  thread_ = StartThread("item-list", [this] { return ThreadTimeout(); });
   return thread_.valid();
+}
+
+std::uint32_t CItemList::ThreadTimeout() {
+  SweepWhile(running_, [this] { Sweep(); });
+  return 0;
 }
 
 void CItemList::Stop() {

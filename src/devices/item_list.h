@@ -66,6 +66,9 @@ class CItemList {
   // time; signals without it.
   void Sweep();
 
+  // Procedure of the expiry thread: sweeps once a second until the list is stopped.
+  std::uint32_t ThreadTimeout();
+
   // Number of items; may be read without the lock.
   [[nodiscard]] std::uint32_t count() const { return count_.load(std::memory_order_relaxed); }
 

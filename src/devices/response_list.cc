@@ -36,11 +36,13 @@ CResponseList::SerialKey CResponseList::KeyOf(const DeviceRecord& record) {
 bool CResponseList::Start(std::uint32_t validityMs) {
   defaultValidity_ = validityMs * platform::kFileTimePerMs;
   running_.Set();
-  thread_ = StartThread("response-list", [this] {
-    SweepWhile(running_, [this] { Sweep(); });
-    return 0u;
-  });
+  thread_ = StartThread("response-list", [this] { return ThreadTimeout(); });
   return thread_.valid();
+}
+
+std::uint32_t CResponseList::ThreadTimeout() {
+  SweepWhile(running_, [this] { Sweep(); });
+  return 0;
 }
 
 void CResponseList::Stop() {

@@ -53,6 +53,9 @@ class CResponseList {
   // to time.
   void Sweep();
 
+  // Procedure of the expiry thread: sweeps once a second until the list is stopped.
+  std::uint32_t ThreadTimeout();
+
   // Number of entries; may be read without the lock.
   [[nodiscard]] std::uint32_t count() const { return count_.load(std::memory_order_relaxed); }
 
