@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -38,11 +39,11 @@ constexpr std::string_view kFallbackLogPath = "c:\\";
 constexpr std::string_view kTraceTag = "TALVORN_APPL";
 constexpr std::string_view kLogModeEventA = "Global\\DRAVIK_LOGMODE";
 
-// A reply; what follows the header stands here or in a list's snapshot.
+// A reply; what follows the header stands in `own` or in a list's snapshot.
 struct Reply {
   std::array<std::byte, kReplyHeaderSize> header;
   std::span<const std::byte> payload;
-  std::vector<std::byte> own;
+  std::unique_ptr<const std::vector<std::byte>> own{};
 };
 
 // None when it would be longer than its length field can say.
@@ -50,7 +51,7 @@ std::optional<Reply> MakeReply(ReplyType type, std::size_t count,
                                std::span<const std::byte> payload) {
   const std::size_t size = kReplyHeaderSize + payload.size();
   if (size > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
-  Reply reply{{}, payload, {}};
+  Reply reply{{}, payload};
   EncodeReplyHeader({.totalLength = static_cast<std::uint32_t>(size),
                      .type = type,
                      .count = static_cast<std::uint32_t>(count)},
@@ -61,9 +62,9 @@ std::optional<Reply> MakeReply(ReplyType type, std::size_t count,
 // The text and its terminator.
 std::optional<Reply> MakeTextReply(ReplyType type, std::string_view text) {
   const auto bytes = AsBytes(text);
-  std::vector<std::byte> own(bytes.begin(), bytes.end());
-  own.push_back(std::byte{0});
-  auto reply = MakeReply(type, own.size(), own);
+  auto own = std::make_unique<std::vector<std::byte>>(bytes.begin(), bytes.end());
+  own->push_back(std::byte{0});
+  auto reply = MakeReply(type, own->size(), *own);
   if (reply) reply->own = std::move(own);
   return reply;
 }

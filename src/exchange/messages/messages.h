@@ -23,7 +23,8 @@ namespace talvorn {
 
 inline constexpr std::u16string_view kMailslotPrefix = platform::kMailslotPrefix;
 inline constexpr std::u16string_view kServerMailslot = platform::kLocatorMailslot;
-inline constexpr std::u16string_view kDefaultReplyMailslot = u"\\\\.\\mailslot\\talvorn_in";
+inline constexpr platform::MailslotName kDefaultReplyName(u"talvorn_in");
+inline constexpr std::u16string_view kDefaultReplyMailslot = kDefaultReplyName;
 
 inline constexpr std::string_view kGetVersion = "GETVERSION";
 inline constexpr std::string_view kGetInfo = "GETINFO";

@@ -110,7 +110,8 @@ Descriptor MessageQueue::MakeSocket(Files files) {
   Descriptor made(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   constexpr int kOn = 1;
   constexpr int kOff = 0;
-  if (setsockopt(made.get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof(kOn)) != 0) return {};
+  if (!made.valid() || setsockopt(made.get(), SOL_SOCKET, SO_PASSCRED, &kOn, sizeof(kOn)) != 0)
+    return {};
   if (files == Files::kRefused) {
     (void)setsockopt(made.get(), SOL_SOCKET, SO_PASSRIGHTS, &kOff, sizeof(kOff));
   }

@@ -37,7 +37,7 @@ TEST(ClientObjects, LetTheLocatorIn) {
   ExpectForEveryone(event.get(), EVENT_ALL_ACCESS);
 
   const auto mailslot =
-      platform::Mailslot::Create(u"\\\\.\\mailslot\\talvorn_test_objects", nullptr);
+      platform::Mailslot::Create(platform::MailslotName(u"talvorn_test_objects"), nullptr);
   ASSERT_TRUE(mailslot.valid());
   const HANDLE reader = testing::OnlyMailslot();
   ASSERT_NE(reader, nullptr);

@@ -35,7 +35,7 @@ using Taken = Mailslot::Taken;
 constexpr std::span<const std::byte> kEmpty;
 using testing::ChildProcess;
 
-constexpr std::u16string_view kName = u"\\\\.\\mailslot\\Talvorn_Test";
+constexpr MailslotName kName(u"Talvorn_Test");
 constexpr uid_t kNobody = 65534;
 
 class MailslotFiles : public ::testing::Test {
@@ -72,7 +72,7 @@ TEST_F(MailslotFiles, OnlyOneOfSeveralStartersGetsAStaleName) {
 }
 
 TEST_F(MailslotFiles, WhatIsNoSocketIsNeitherReplacedNorWrittenTo) {
-  const Mailslot other = Mailslot::Create(u"\\\\.\\mailslot\\other", nullptr);
+  const Mailslot other = Mailslot::Create(MailslotName(u"other"), nullptr);
   for (const auto& thing : testing::ThingsInTheWay(File(), "other")) {
     SCOPED_TRACE(thing.what);
     thing.Make();
@@ -84,7 +84,7 @@ TEST_F(MailslotFiles, WhatIsNoSocketIsNeitherReplacedNorWrittenTo) {
 }
 
 std::u16string NumberedName(std::size_t number) {
-  return std::u16string(kName) + u'_' + Utf8ToWide(std::to_string(number));
+  return std::u16string(std::u16string_view(kName)) + u'_' + Utf8ToWide(std::to_string(number));
 }
 
 // Sends one datagram with descriptors to the mailslot's file; false when it is refused.

@@ -4,17 +4,18 @@
 
 #include "platform/mailslot.h"
 #include "platform/win32/handle.h"
+#include "platform/win32/wide_text.h"
 
 namespace talvorn::platform {
 namespace {
 
 // The mailslot's own writer is the only one that it has at a time.
 TEST(MailslotWriters, WaitForEachOtherForABoundedTime) {
-  constexpr std::u16string_view kName = u"\\\\.\\mailslot\\talvorn_test";
+  constexpr MailslotName kName(u"talvorn_test");
   Mailslot mailslot = Mailslot::Create(kName, nullptr);
   ASSERT_TRUE(mailslot.valid());
-  FileHandle other(CreateFileW(L"\\\\.\\mailslot\\talvorn_test", GENERIC_WRITE, FILE_SHARE_READ,
-                               nullptr, OPEN_EXISTING, 0, nullptr));
+  FileHandle other(CreateFileW(ToNative(kName.text.data()), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                               OPEN_EXISTING, 0, nullptr));
   ASSERT_TRUE(other.valid());
   EXPECT_TRUE(MailslotExists(kName));
   const std::array<std::byte, 3> message{};
