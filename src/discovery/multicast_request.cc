@@ -31,8 +31,8 @@ constexpr Groups kGroupsIpv6{kRequestGroupIpv6, kResponseGroupIpv6};
 
 class RequestThread {
  public:
-  explicit RequestThread(const ThreadItem& item)
-      : item_(item), groups_(item.ipVersion == 6 ? kGroupsIpv6 : kGroupsIpv4) {
+  RequestThread(const ThreadItem& item, Clock& clock)
+      : item_(item), clock_(clock), groups_(item.ipVersion == 6 ? kGroupsIpv6 : kGroupsIpv4) {
     if (item.ipVersion == 4) request_.interfaceCidr = InterfaceCidr(item.id, item.mask);
     // Once, since a receiver reads them while the other one is still to be opened.
     requestReceiver_.ownRequests = item.ownRequests;
@@ -158,7 +158,7 @@ class RequestThread {
   }
 
   void Send() {
-    request_.timestamp = RequestTimestamp(platform::SystemClock().LocalTime());
+    request_.timestamp = RequestTimestamp(clock_.LocalTime());
     if (SendRequest(item_.id, groups_.request, EncodeDiscoveryRequest(request_),
                     *item_.ownRequests))
       ReportRequestSent(item_.ipVersion, item_.id, castRequest_);
@@ -174,12 +174,13 @@ class RequestThread {
   }
 
   const ThreadItem& item_;
+  Clock& clock_;
   const Groups groups_;
   DiscoveryRequest request_;
   MulticastReceiver requestReceiver_;
   MulticastReceiver responseReceiver_;
-  CIntervalTimer requestTimer_;
-  CIntervalTimer masterTimer_;
+  CIntervalTimer requestTimer_{clock_};
+  CIntervalTimer masterTimer_{clock_};
   EventSource castRequest_;
   EventSource castReceive_;
   RetryPace retry_;  // of whatever is missing
@@ -192,7 +193,11 @@ class RequestThread {
 }  // namespace
 
 std::uint32_t ThreadMulticastRequest(const ThreadItem& item) {
-  RequestThread(item).Run();
+  return ThreadMulticastRequest(item, platform::SystemClock());
+}
+
+std::uint32_t ThreadMulticastRequest(const ThreadItem& item, Clock& clock) {
+  RequestThread(item, clock).Run();
   return 0;
 }
 

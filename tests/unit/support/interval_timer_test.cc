@@ -17,11 +17,11 @@ class IntervalTimerTest : public ::testing::Test {
   void Start(std::uint64_t periodMs) {
     timer_.period = periodMs;
     timer_.Start();
-    ASSERT_TRUE(WaitUntil([this] { return clock_.asleep(); }));
+    ASSERT_TRUE(WaitUntil([this] { return clock_.sleepers() == 1; }));
   }
   void EndPause() {
     clock_.Advance(1'000);
-    ASSERT_TRUE(WaitUntil([this] { return !clock_.asleep(); }));
+    ASSERT_TRUE(WaitUntil([this] { return clock_.sleepers() == 0; }));
   }
   bool FiresSoon() { return timer_.event.Wait(30'000) == platform::WaitStatus::kSignalled; }
   // Gives the thread ample time to fire wrongly.
@@ -65,7 +65,7 @@ TEST_F(IntervalTimerTest, TheClockStandsStillDuringTheStartPause) {
   timer_.Restart();
   EXPECT_EQ(timer_.Elapsed(), 0u);
   clock_.Advance(100);
-  ASSERT_TRUE(WaitUntil([this] { return !clock_.asleep(); }));
+  ASSERT_TRUE(WaitUntil([this] { return clock_.sleepers() == 0; }));
   // The restart counted from the start: 2 s are left, not 2.9 s.
   clock_.Advance(2'000);
   EXPECT_TRUE(FiresSoon());

@@ -34,8 +34,8 @@ class FakeClock : public platform::Clock {
 
   void Advance(std::uint64_t milliseconds) { now_ += milliseconds * platform::kFileTimePerMs; }
   void SetBack(std::uint64_t milliseconds) { now_ -= milliseconds * platform::kFileTimePerMs; }
-  // Whether some thread is inside Sleep.
-  [[nodiscard]] bool asleep() const { return sleepers_ != 0; }
+  // Threads that are inside Sleep.
+  [[nodiscard]] int sleepers() const { return sleepers_; }
 
  private:
   std::atomic<platform::FileTime> now_{kStart};
