@@ -1,7 +1,6 @@
-#!/usr/bin/env python3
 """Prints what a locator costs: idle, with many addresses on loopback, in a storm of
 answers, for each announcement, in a flood of requests, and with 500 static devices of which
-a third are black-holed: locator.py DIRECTORY-OF-BINARIES"""
+a third are black-holed: python3 -m bench.locator DIRECTORY-OF-BINARIES"""
 
 import glob
 import os
@@ -11,17 +10,10 @@ import tempfile
 import threading
 import time
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "e2e"))
-
-import harness
-import network
-import scale
-import static_network
-import test_scale
-import wire
-from announcer import Announcer
-from harness import Process, native, wait_until
-from linux_target import Locator
+from lab import harness, network, scale, static_network, wire
+from lab.announcer import Announcer
+from lab.harness import Process, native, wait_until
+from lab.linux_target import Locator
 
 IDLE_INTERFACES = 16
 IDLE_SECONDS = 20
@@ -126,14 +118,14 @@ def storm(directory):
     here.connect(switch, "net0", "192.168.10.1/24")
     there.connect(switch, "dev0", "192.168.10.20/24")
     simulator = Process(there, native("talvorn-sim"), "--interface", "dev0", "--ipv4", "--devices",
-                        str(test_scale.DEVICES), directory=directory)
+                        str(scale.STORM_DEVICES), directory=directory)
     time.sleep(1)
-    locator = Locator(here, directory=directory, settings=test_scale.Storm.SETTINGS)
+    locator = Locator(here, directory=directory, settings=scale.STORM_SETTINGS)
     locator.wait_ready()
     with locator.client() as client:
-        wait_until(lambda: len(client.devices()) == test_scale.DEVICES)
+        wait_until(lambda: len(client.devices()) == scale.STORM_DEVICES)
         times = sorted(scale.reply_times(client, 50))
-    print(f"{test_scale.DEVICES} devices answered one request; the reply with all of them took "
+    print(f"{scale.STORM_DEVICES} devices answered one request; the reply with all of them took "
           f"{1000 * times[len(times) // 2]:.1f} ms (median of {len(times)}, the client's part "
           "in Python included)", flush=True)
     simulator.discard()
@@ -169,7 +161,7 @@ def announcements(directory, devices):
     switch = net.switch()
     here.connect(switch, "net0", "192.168.10.1/24")
     there.connect(switch, "dev0", "192.168.10.20/24")
-    locator = Locator(here, directory=directory, settings=test_scale.Storm.SETTINGS)
+    locator = Locator(here, directory=directory, settings=scale.STORM_SETTINGS)
     locator.wait_ready().wait_listening("192.168.10.1")
     with there:
         announcer = Announcer("192.168.10.20", [wire.record(f"{n:07}") for n in range(devices)])

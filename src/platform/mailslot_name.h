@@ -17,7 +17,7 @@ struct MailslotName {
   consteval explicit MailslotName(const char16_t (&own)[kSize]) {
     std::ranges::copy(own, std::ranges::copy(kMailslotPrefix, text.begin()).out);
   }
-  constexpr operator std::u16string_view() const { return text.data(); }  // NOLINT
+  constexpr operator std::u16string_view() const { return text.data(); }
 
   std::array<char16_t, kMailslotPrefix.size() + kSize> text{};
 };

@@ -32,7 +32,7 @@ class Datagrams {
   static constexpr std::size_t kMost = 16;
   static constexpr std::size_t kLargest = 1'500;  // a larger one leaves its beginning
 
-  Datagrams() {}  // NOLINT: room that is not used yet costs no memory
+  Datagrams() {}  // room that is not used yet costs no memory
 
   [[nodiscard]] std::span<const std::byte> operator[](std::size_t at) const {
     return {bytes_[at].data(), sizes_[at]};

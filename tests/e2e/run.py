@@ -1,5 +1,6 @@
-#!/usr/bin/env python3
-"""Runs end-to-end tests: run.py --binaries DIRECTORY [--short] [FILE or NAME...]
+"""Runs end-to-end tests, from the project's root:
+
+    python3 -m tests.e2e.run --binaries DIRECTORY [--short] [test_FILE or NAME...]
 
 With --windows the locator and the tool are the Windows programs of that folder, run
 under Wine in copies of the prefix that WINEPREFIX names.
@@ -12,10 +13,7 @@ import os
 import sys
 import unittest
 
-import harness
-import linux_target
-import network
-import windows_target
+from lab import harness, linux_target, network, windows_target
 
 SKIPPED = 77
 
@@ -44,7 +42,8 @@ def main():
         print(f"SKIPPED: {reason}")
         return SKIPPED
     network.let_sockets_queue(4096)
-    suite = unittest.defaultTestLoader.loadTestsFromNames(names)
+    suite = unittest.defaultTestLoader.loadTestsFromNames(
+        f"{__package__}.{name}" for name in names)
     result = unittest.TextTestRunner(verbosity=2 if options.verbose else 1).run(suite)
     return 0 if result.wasSuccessful() else 1
 

@@ -3,8 +3,8 @@
 import random
 import struct
 
-import wire
-from harness import TestCase, full_set, wait_until
+from lab import wire
+from lab.harness import TestCase, full_set, wait_until
 
 SEED = 20260117
 

@@ -5,8 +5,8 @@ import signal
 import struct
 import time
 
-import wire
-from harness import TestCase, stays_true, wait_until
+from lab import wire
+from lab.harness import TestCase, stays_true, wait_until
 
 
 class ChangeEvents(TestCase):

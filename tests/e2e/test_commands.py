@@ -9,9 +9,9 @@ import struct
 import sys
 import threading
 
-import wire
-from harness import Program, TestCase, native, only_on, wait_until
-from linux_target import memory_file
+from lab import wire
+from lab.harness import Program, TestCase, native, only_on, wait_until
+from lab.linux_target import memory_file
 
 
 class Commands(TestCase):

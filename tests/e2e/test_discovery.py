@@ -2,8 +2,8 @@
 
 import time
 
-import wire
-from harness import TestCase, needs_ipv6, wait_until
+from lab import wire
+from lab.harness import TestCase, needs_ipv6, wait_until
 
 LONG = {"Time Response Valid": 600000}
 

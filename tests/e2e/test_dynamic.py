@@ -4,7 +4,7 @@ import re
 import signal
 import time
 
-from harness import TestCase, full_set, stays_true, wait_until
+from lab.harness import TestCase, full_set, stays_true, wait_until
 
 
 class Dynamic(TestCase):

@@ -5,8 +5,8 @@ import resource
 import signal
 import socket
 
-import wire
-from harness import (INTERFACES_KEY, Registry, TestCase, needs_ipv6, only_on, stays_true,
+from lab import wire
+from lab.harness import (INTERFACES_KEY, Registry, TestCase, needs_ipv6, only_on, stays_true,
                      wait_until)
 
 CHANGED = "Network interfaces have been changed!\n"

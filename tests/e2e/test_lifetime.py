@@ -4,9 +4,8 @@ import os
 import signal
 import socket
 
-import network
-import wire
-from harness import TestCase, native, only_on, wait_until
+from lab import network, wire
+from lab.harness import TestCase, native, only_on, wait_until
 
 
 @only_on("linux", "Windows asks no program without a window to end")

@@ -4,8 +4,8 @@ import os
 import re
 import socket
 
-import wire
-from harness import LIMIT, TestCase, full_set, only_on, wait_until
+from lab import wire
+from lab.harness import LIMIT, TestCase, full_set, only_on, wait_until
 
 # With /dynamic; long enough for what is to happen before.
 ENDS_BY_ITSELF = {"Time Multicast Request Allowed": 4000}

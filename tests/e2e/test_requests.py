@@ -4,8 +4,8 @@ import socket
 import struct
 import time
 
-import wire
-from harness import TestCase, local_seconds, needs_ipv6, stays_true, wait_until
+from lab import wire
+from lab.harness import TestCase, local_seconds, needs_ipv6, stays_true, wait_until
 
 
 class Requests(TestCase):

@@ -3,13 +3,8 @@
 import contextlib
 import json
 
-import network
-import scale
-import wire
-from harness import TestCase, full_set, only_on, wait_until
-
-DEVICES = 10000
-
+from lab import network, scale, wire
+from lab.harness import TestCase, full_set, only_on, wait_until
 
 class Idle(TestCase):
     @full_set
@@ -31,26 +26,23 @@ class Idle(TestCase):
 
 
 class Storm(TestCase):
-    SETTINGS = {"DebugView": 0, "Time Response Valid": 600000, "Time Request": 600000,
-                "Time Multicast Request Allowed": 1, "IPv6 Active": 0}
-
     @only_on("linux", "Wine gives no socket as large a receive buffer")
     @full_set
     def test_every_answer_to_one_request_counts(self):
         here, there = self.simple_network()
         capture = self.capture(here, "net0")
         simulator = self.simulate(there, "--interface", "dev0", "--ipv4", "--devices",
-                                  str(DEVICES), "--verbose")
+                                  str(scale.STORM_DEVICES), "--verbose")
         wait_until(lambda: simulator.out or simulator.err, "the simulator")
-        locator = self.start_locator(here, settings=self.SETTINGS)
-        wait_until(lambda: len(locator.devices()) == DEVICES, "all devices")
+        locator = self.start_locator(here, settings=scale.STORM_SETTINGS)
+        wait_until(lambda: len(locator.devices()) == scale.STORM_DEVICES, "all devices")
         self.assertEqual(len(capture.requests()), 1)
         with locator.client() as client:
             kind, count, payload = client.exchange("GETINFO")
-            self.assertEqual((kind, count, len(payload)), (3, DEVICES, DEVICES * 367))
+            self.assertEqual((kind, count, len(payload)), (3, scale.STORM_DEVICES, scale.STORM_DEVICES * 367))
             serials = [device["serial"] for device in wire.parse_records(payload)]
             # Not assertEqual: showing where so long lists differ takes minutes.
-            self.assertTrue(serials == [f"{n:07}" for n in range(1, DEVICES + 1)])
+            self.assertTrue(serials == [f"{n:07}" for n in range(1, scale.STORM_DEVICES + 1)])
             self.assertLess(min(scale.reply_times(client, 10)), 0.020)
 
     @contextlib.contextmanager

@@ -4,8 +4,8 @@ import os
 import re
 import threading
 
-import wire
-from harness import INTERFACES_KEY, ROOT, TestCase, full_set, only_on, wait_until
+from lab import wire
+from lab.harness import INTERFACES_KEY, ROOT, TestCase, full_set, only_on, wait_until
 
 
 class Settings(TestCase):

@@ -4,10 +4,9 @@ what a cycle with bad company costs."""
 import re
 import time
 
-import static_network
-import wire
-from harness import LIMIT, TestCase, full_set, only_on, stays_true, wait_until
-from static_network import (CLOSE, DeviceFile, NameFiles, RoutedNetwork, ScriptedDevices,
+from lab import static_network, wire
+from lab.harness import LIMIT, TestCase, full_set, only_on, stays_true, wait_until
+from lab.static_network import (CLOSE, DeviceFile, NameFiles, RoutedNetwork, ScriptedDevices,
                             TruncatingNameServer, addresses, logged_queries, query_threads, reply,
                             steady_counts)
 

@@ -7,8 +7,8 @@ import re
 import signal
 import time
 
-import wire
-from harness import TestCase, wait_until
+from lab import wire
+from lab.harness import TestCase, wait_until
 
 NASTY = "\x1b[2J\x9b31m\x07\r\n\x7f evil"
 

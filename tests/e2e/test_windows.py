@@ -4,10 +4,9 @@ executable holds."""
 import os
 import time
 
-import linux_target
-import wire
-from harness import ROOT, Registry, TestCase, only_on, wait_until
-from windows_target import Session, Settings, windows_path
+from lab import linux_target, wire
+from lab.harness import ROOT, Registry, TestCase, only_on, wait_until
+from lab.windows_target import Session, Settings, windows_path
 
 IPV4 = {"IPv6 Active": 0}
 

@@ -11,8 +11,8 @@ import subprocess
 import threading
 import time
 
-import wire
-from harness import stays_true, wait_until
+from lab import wire
+from lab.harness import stays_true, wait_until
 
 REPLY_TYPE = 0x80000006
 REQUEST = re.compile(rb"\0\0\0\xaf\0\0\0\x06\0\0\0\0DEVICE STATUS;SID="

@@ -14,9 +14,8 @@ import tempfile
 import threading
 import time
 
-import harness
-import network
-from harness import LIMIT, Entry, Program
+from lab import harness, network
+from lab.harness import LIMIT, Entry, Program
 
 NAME = "windows"
 FAMILIES = (4,)

@@ -24,10 +24,10 @@ import time
 import unittest
 from typing import NamedTuple
 
-import wire
-from network import Network
+from lab import wire
+from lab.network import Network
 
-ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")  # of the project
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")  # of the project
 LIMIT = 60.0  # seconds that any condition may take on a slow, busy machine
 
 SETTINGS_KEY = r"HKEY_LOCAL_MACHINE\Software\Kestrow\TAL-VORN\Settings"

@@ -13,8 +13,8 @@ import struct
 import tempfile
 import threading
 
-import harness
-from harness import LIMIT, Entry, Program
+from lab import harness
+from lab.harness import LIMIT, Entry, Program
 
 NAME = "linux"
 FAMILIES = (4, 6)

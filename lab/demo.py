@@ -1,5 +1,4 @@
-#!/usr/bin/env python3
-"""Shows a locator at work: demo.py DIRECTORY-OF-BINARIES [--host]
+"""Shows a locator at work: python3 -m lab.demo DIRECTORY-OF-BINARIES [--host]
 
 Simulated devices in a private virtual network, the locator, and the live table of
 what it finds; with --host the locator alone, on this machine's own interfaces.
@@ -14,7 +13,7 @@ import sys
 import tempfile
 import time
 
-import network
+from lab import network
 
 PATIENCE = 15  # seconds that a program gets to end by itself
 ADDRESSES = 8
