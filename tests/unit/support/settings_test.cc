@@ -100,6 +100,7 @@ TEST_F(Settings, APathIsAStringThatFits) {
   const std::vector<std::pair<Stored, std::u16string>> cases = {
       {{kString, Terminated(u"C:\\a.ini")}, u"C:\\a.ini"},
       {{kString, Terminated(longest)}, longest},
+      {{kString, Terminated(longest) + "c"}, u""},
       {{kString, Terminated(longest + u"p")}, u""},
       {{kString, Terminated(std::u16string(5'000, u'p'))}, u""},
       // Terminated or not, a text ends where its data ends.

@@ -50,11 +50,7 @@ std::string_view WithoutTrailingSeparators(std::string_view path) {
   return path;
 }
 
-std::string Folded(std::string_view name) {
-  std::string folded(name);
-  std::ranges::transform(folded, folded.begin(), ToAsciiLower<char>);
-  return folded;
-}
+std::string Folded(std::string_view name) { return WideToUtf8(FoldCase(Utf8ToWide(name))); }
 
 // Reads the elements of one line from left to right.
 class LineCursor {

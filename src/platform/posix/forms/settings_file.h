@@ -24,7 +24,7 @@ struct Setting {
 
 // What a file holds under HKEY_LOCAL_MACHINE. Later lines go before earlier ones;
 // lines that are no part of the format are passed over. Paths are without the root;
-// paths and names are in UTF-8 and compare without the case of ASCII letters.
+// paths and names are in UTF-8 and compare without case.
 class SettingsFile {
  public:
   // Any bytes make a file, if perhaps an empty one.
@@ -54,7 +54,7 @@ class SettingsFile {
   };
   struct Key {
     std::vector<Entry> entries;
-    std::unordered_map<std::string, std::size_t> index;  // by the name in small letters
+    std::unordered_map<std::string, std::size_t> index;  // by the name in capitals
     std::size_t headerEnd = 0;  // in the text, behind the line that begins the key
   };
   struct Edit {
@@ -74,7 +74,7 @@ class SettingsFile {
   std::size_t markSize_ = 0;
   bool isUtf16_ = false;
   std::string decoded_;              // of a file in UTF-16
-  std::map<std::string, Key> keys_;  // by the path in small letters
+  std::map<std::string, Key> keys_;  // by the path in capitals
 };
 
 }  // namespace talvorn::platform

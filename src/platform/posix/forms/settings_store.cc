@@ -160,11 +160,10 @@ struct SettingsKey::State {
   bool writable;
   std::shared_ptr<const Store> store;
 
-  // The data of a text for which there is room; none when there is no such value.
-  [[nodiscard]] std::optional<std::u16string> TextData(std::u16string_view name) const {
+  // Null when there is no such text.
+  [[nodiscard]] const Setting* FindText(std::u16string_view name) const {
     const Setting* const value = store->file.Find(path, WideToUtf8(name));
-    if (value == nullptr || value->type != SettingType::kString) return std::nullopt;
-    return DecodeUtf16(value->data, ByteOrder::kLittleEndian);
+    return value != nullptr && value->type == SettingType::kString ? value : nullptr;
   }
 };
 
@@ -195,16 +194,18 @@ std::optional<std::uint32_t> SettingsKey::Number(std::u16string_view name) const
 }
 
 std::optional<std::u16string> SettingsKey::Text(std::u16string_view name) const {
-  auto text = valid() ? state_->TextData(name) : std::nullopt;
-  if (!text || text->size() > kSettingsTextCapacity) return std::nullopt;
-  text->resize(std::min(text->find(u'\0'), text->size()));
-  return text->size() < kSettingsTextCapacity ? text : std::nullopt;
+  const Setting* const value = valid() ? state_->FindText(name) : nullptr;
+  if (value == nullptr || value->data.size() > kSettingsTextCapacity * sizeof(char16_t))
+    return std::nullopt;
+  std::u16string text = DecodeUtf16(value->data, ByteOrder::kLittleEndian);
+  text.resize(std::min(text.find(u'\0'), text.size()));
+  return text.size() < kSettingsTextCapacity ? std::optional(std::move(text)) : std::nullopt;
 }
 
 std::optional<std::string> SettingsKey::NarrowText(std::u16string_view name) const {
-  const auto wide = valid() ? state_->TextData(name) : std::nullopt;
-  if (!wide) return std::nullopt;
-  std::string text = WideToUtf8(*wide);
+  const Setting* const value = valid() ? state_->FindText(name) : nullptr;
+  if (value == nullptr) return std::nullopt;
+  std::string text = WideToUtf8(DecodeUtf16(value->data, ByteOrder::kLittleEndian));
   if (text.size() > kSettingsTextCapacity) return std::nullopt;
   text.resize(std::min({text.find('\0'), text.size(), kSettingsTextCapacity - 1}));
   return text;

@@ -64,6 +64,7 @@ TEST(SettingsFile, ReadsWhatTheFormatAllowsAndPassesOverTheRest) {
       {"\"a\"=hex:01 02\n\"b\"=hex:100\n\"c\"=hex(:01\n\"d\"=hex:0g\n\"e\"=qword:1", ""},
       {"\"a\"=hex:01,\\x\n\"b\"=dword:2", "b:4:02000000"},
       {"\"a\"=dword:1\n\"A\"=dword:2\n\"b\"=dword:3\n\"B\"=-\n; \"a\"=dword:9", "a:4:02000000"},
+      {"\"\xC3\x9C\"=dword:0\n\"\xC3\xBC\"=dword:1", "\xC3\x9C:4:01000000"},
       {"\"a\"=dword:1\n[HKEY_CURRENT_USER\\K]\n\"b\"=dword:1\n[broken\n\"c\"=dword:1\n"
        "[hkey_local_machine\\k\\] ; again\n\"d\"=dword:1",
        "a:4:01000000 d:4:01000000"},
