@@ -170,18 +170,6 @@ class Lists(TestCase):
             before = len(devices.of("10.20.0.7"))
             wait_until(lambda: len(devices.of("10.20.0.7")) > before, encoding)
 
-    def test_many_names(self):
-        """More than fit the first reading of the names."""
-        here, devices = self.local_devices({one: [CLOSE] for one in addresses(40)})
-        file = DeviceFile(self.directory, {one: None for one in addresses(40)})
-        self.start_locator(here, settings=static_settings(file))
-        wait_until(lambda: len(devices.exchanges) >= 80, "two cycles")
-        for cycle in devices.exchanges[:40], devices.exchanges[40:80]:
-            self.assertEqual({one.address for one in cycle}, set(addresses(40)))
-            # In the order of the file, as far as 30 ms between them show it.
-            for place, address in enumerate(addresses(40)):
-                self.assertLess(abs([one.address for one in cycle].index(address) - place), 15)
-
     def test_what_the_trace_says_of_the_file(self):
         warning = "DeviceByHostName: Warning : static devices ini file not accessible (name:%s)"
         nothing = "DeviceByHostName: Info : static devices ini file has no entry (name:%s)"
