@@ -28,11 +28,11 @@ bool OwnRequests::Sent(const platform::SocketAddress& source) const {
   const HostAddress host = source.host();
   const std::lock_guard guard(lock_);
   const auto& addresses = source.family() == AddressFamily::kIpv6 ? ipv6_ : ipv4_;
-  return std::ranges::any_of(
-      std::ranges::equal_range(addresses, host.bytes, {}, &HostAddress::bytes),
-      [&](const HostAddress& own) {
-        return own.scope == host.scope || LeftFrom(own.scope, source.port());
-      });
+  auto own = std::ranges::lower_bound(addresses, host.bytes, {}, &HostAddress::bytes);
+  for (; own != addresses.end() && own->bytes == host.bytes; ++own) {
+    if (own->scope == host.scope || LeftFrom(own->scope, source.port())) return true;
+  }
+  return false;
 }
 
 bool OwnRequests::LeftFrom(std::uint32_t interfaceIndex, std::uint16_t port) const {

@@ -119,7 +119,8 @@ std::optional<std::uint32_t> NumberIn(const Setting* value) {
   if (value == nullptr || value->type != SettingType::kNumber || value->data.size() != 4)
     return std::nullopt;
   std::uint32_t number = 0;
-  for (int i = 3; i >= 0; --i) number = number << 8 | static_cast<unsigned char>(value->data[i]);
+  for (std::size_t i = 4; i-- > 0;)
+    number = number << 8 | static_cast<unsigned char>(value->data[i]);
   return number;
 }
 
