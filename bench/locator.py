@@ -1,6 +1,6 @@
-"""Prints what a locator costs: idle, with many addresses on loopback, in a storm of
-answers, for each announcement, in a flood of requests, and with 500 static devices of which
-a third are black-holed: python3 -m bench.locator DIRECTORY-OF-BINARIES"""
+"""Prints what a locator costs: its memory, idle, with many addresses on loopback, in a
+storm of answers, for each announcement, in a flood of requests, and with 500 static devices
+of which a third are black-holed: python3 -m bench.locator DIRECTORY-OF-BINARIES"""
 
 import glob
 import os
@@ -44,6 +44,18 @@ def idle(directory):
     wake_ups, load = scale.idle_cost(locator, IDLE_SECONDS)
     print(f"idle, {IDLE_INTERFACES} dual-stack interfaces, "
           f"{len(locator.task_values('stat'))} threads: {wake_ups:.1f} wake-ups a second, {100 * load:.3f} % of a core", flush=True)
+    locator.stop()
+    net.close()
+
+
+def footprint(directory):
+    net = network.Network()
+    here = net.host("here")
+    scale.connect_many(here, net, 1)
+    locator = Locator(here, directory=directory, settings=USUAL)
+    wait_until(lambda: len(locator.event_log.texts("CAST REQUEST")) >= 6)
+    (kilobytes,) = re.findall(r"VmRSS:\s+(\d+)", locator.task_values("status")[0])
+    print(f"resident with one dual-stack interface: {int(kilobytes) / 1000:.1f} MB", flush=True)
     locator.stop()
     net.close()
 
@@ -258,6 +270,7 @@ def main():
         return 1
     network.let_sockets_queue(4096)
     directory = tempfile.mkdtemp(dir="/run")
+    footprint(directory)
     idle(directory)
     loopback(directory)
     flood(directory)
