@@ -159,8 +159,8 @@ ClientStatus LocatorClient::AwaitReply(ReplyType type, const Accept& accept,
     const auto waited = mailslot_.WaitForMessage(wake, MsUntil(deadlineMs));
     if (waited == platform::WaitStatus::kFailed) return ClientStatus::kNoMailslot;
     if (waited == platform::WaitStatus::kSignalled) {
-      const bool taken = mailslot_.Take(reply_, kLargestReply) == Taken::kMessage;
-      const auto header = taken ? DecodeReplyHeader(reply_) : std::nullopt;
+      if (mailslot_.Take(reply_, kLargestReply) != Taken::kMessage) reply_.clear();
+      const auto header = DecodeReplyHeader(reply_);
       if (header && header->type == type && accept(reply_)) return ClientStatus::kOk;
       // Anybody may write to the mailslot; a reply of another type is a stray.
       badReply = badReply || !header || header->type == type;

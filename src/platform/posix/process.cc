@@ -36,7 +36,7 @@ void RaiseDescriptorLimit() {
 // What a thread gets when nobody says how much: the look-up of a name, which runs what
 // the administrator has put into the system for that, needs the most.
 void SizeDefaultStack() {
-  constexpr std::size_t kStackSize = 512 * 1024;
+  constexpr std::size_t kStackSize = 2 << 20;
   pthread_attr_t attributes;
   if (pthread_getattr_default_np(&attributes) != 0) return;
   if (pthread_attr_setstacksize(&attributes, kStackSize) == 0) {

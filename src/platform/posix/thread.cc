@@ -6,44 +6,38 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
+#include <mutex>
 #include <string>
 #include <utility>
 
 #include "platform/fault_injection.h"
 
 namespace talvorn::platform {
-namespace {
-
-timespec MonotonicTimeIn(std::uint32_t milliseconds) {
-  timespec time{};
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  time.tv_sec += milliseconds / 1000;
-  time.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
-  if (time.tv_nsec >= 1'000'000'000) {
-    time.tv_nsec -= 1'000'000'000;
-    ++time.tv_sec;
-  }
-  return time;
-}
-
-}  // namespace
 
 // Shared by the handle and the thread itself, whichever lives longer.
 struct Thread::State {
   Procedure procedure;
   std::string name;
   pthread_t handle{};
-  std::atomic<std::uint32_t> id{0};  // 0 until the thread has said it
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::uint32_t id = 0;
+  bool ended = false;
 
   static void* Run(void* parameter) noexcept {
     const std::unique_ptr<std::shared_ptr<State>> self(
         static_cast<std::shared_ptr<State>*>(parameter));
     State& state = **self;
     pthread_setname_np(pthread_self(), state.name.c_str());
-    state.id = static_cast<std::uint32_t>(gettid());
-    state.id.notify_all();
+    {
+      const std::lock_guard lock(state.mutex);
+      state.id = static_cast<std::uint32_t>(gettid());
+    }
+    state.changed.notify_all();
     try {
       state.procedure();
     } catch (...) {
@@ -52,6 +46,11 @@ struct Thread::State {
     }
     // What the procedure owns goes before anybody learns of the end.
     state.procedure = nullptr;
+    {
+      const std::lock_guard lock(state.mutex);
+      state.ended = true;
+    }
+    state.changed.notify_all();
     return nullptr;
   }
 };
@@ -83,7 +82,8 @@ Thread Thread::Start(const char* name, Procedure procedure) {
 
 std::uint32_t Thread::id() const {
   if (!state_) return 0;
-  state_->id.wait(0);
+  std::unique_lock lock(state_->mutex);
+  state_->changed.wait(lock, [this] { return state_->id != 0; });
   return state_->id;
 }
 
@@ -98,15 +98,27 @@ bool Thread::Join() {
 
 bool Thread::JoinFor(std::uint32_t milliseconds) {
   if (!state_) return true;
-  const timespec until = MonotonicTimeIn(milliseconds);
-  const bool ended = pthread_clockjoin_np(state_->handle, nullptr, CLOCK_MONOTONIC, &until) == 0;
-  if (!ended) pthread_detach(state_->handle);
+  bool ended = false;
+  {
+    std::unique_lock lock(state_->mutex);
+    ended = state_->changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                                     [this] { return state_->ended; });
+  }
+  if (ended) return Join();
+  pthread_detach(state_->handle);
   state_.reset();
-  return ended;
+  return false;
 }
 
 void SleepMs(std::uint32_t milliseconds) {
-  const timespec until = MonotonicTimeIn(milliseconds);
+  timespec until{};
+  clock_gettime(CLOCK_MONOTONIC, &until);
+  until.tv_sec += milliseconds / 1000;
+  until.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
+  if (until.tv_nsec >= 1'000'000'000) {
+    until.tv_nsec -= 1'000'000'000;
+    ++until.tv_sec;
+  }
   while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
   }
 }

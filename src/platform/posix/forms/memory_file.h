@@ -20,7 +20,7 @@ inline constexpr std::size_t kLargestMessage = 256 << 20;
 // None when the system has no room for it.
 [[nodiscard]] Descriptor MakeMemoryFile(MessageParts content);
 
-// The size of a sealed memory file; none for any other kind of descriptor.
+// The size of a sealed memory file; none for any other kind of descriptor, or none at all.
 [[nodiscard]] std::optional<std::size_t> SealedSize(int fd);
 
 // True when the file holds this and nothing more.

@@ -145,7 +145,7 @@ Mailslot::Taken MessageQueue::Take(std::vector<std::byte>& message, std::size_t 
   if (!carries) return Taken::kMessage;
 
   const int file = received->file.get();
-  const auto size = received->file.valid() ? SealedSize(file) : std::nullopt;
+  const auto size = SealedSize(file);
   if (received->size != 0 || !size || *size > std::min(largest, kLargestMessage))
     return Taken::kLost;
   message.resize(*size);
