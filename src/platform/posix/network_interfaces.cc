@@ -2,11 +2,12 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
-#include <linux/netlink.h>
+#include <libmnl/libmnl.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
 // After net/if.h, whose flags it completes.
 #include <linux/if.h>
 
@@ -16,27 +17,22 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <span>
 #include <tuple>
 #include <utility>
 
 #include "platform/incarnation.h"
-#include "platform/posix/descriptor.h"
-#include "platform/posix/wait.h"
-
-#ifndef SO_NETNS_COOKIE
-#define SO_NETNS_COOKIE 71  // since Linux 5.14
-#endif
+#include "platform/posix/io.h"
 
 namespace talvorn::platform {
 namespace {
 
 // The kernel answers at once; a limit all the same, since a thread waits here.
-constexpr std::uint32_t kAnswerLimitMs = 1000;
+constexpr timeval kAnswerLimit{.tv_sec = 1, .tv_usec = 0};
 // A dump during which something changed is asked for again.
 constexpr int kDumpAttempts = 8;
-constexpr std::size_t kFirstBufferSize = 32 * 1024;
-constexpr std::size_t kLargestBufferSize = 4 * 1024 * 1024;
+// The kernel fills no more in one message.
+constexpr std::size_t kDumpSize = 32 * 1024;
+constexpr unsigned int kChangeGroups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
 
 struct Link {
   std::uint32_t index = 0;
@@ -69,191 +65,110 @@ struct Address {
   [[nodiscard]] bool usable() const { return (flags & (IFA_F_TENTATIVE | IFA_F_DADFAILED)) == 0; }
 };
 
-// Calls `each(type, content)` for the attributes in `bytes`.
-template <typename Each>
-void ForEachAttribute(std::span<const std::byte> bytes, Each&& each) {
-  while (bytes.size() >= sizeof(rtattr)) {
-    rtattr header{};
-    std::memcpy(&header, bytes.data(), sizeof(header));
-    if (header.rta_len < sizeof(rtattr) || header.rta_len > bytes.size()) return;
-    each(header.rta_type & NLA_TYPE_MASK,
-         bytes.subspan(sizeof(rtattr), header.rta_len - sizeof(rtattr)));
-    bytes = bytes.subspan(std::min<std::size_t>(RTA_ALIGN(header.rta_len), bytes.size()));
-  }
+using RouteSocket = std::unique_ptr<mnl_socket, int (*)(mnl_socket*)>;
+
+// Null when the system refuses. Told of changes in `groups`.
+RouteSocket OpenRouteSocket(unsigned int groups) {
+  RouteSocket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), mnl_socket_close);
+  if (socket && mnl_socket_bind(socket.get(), groups, MNL_SOCKET_AUTOPID) != 0) socket.reset();
+  return socket;
+}
+
+// The beginning of a message; null when that is shorter.
+template <typename T>
+const T* FixedPart(const nlmsghdr& message) {
+  return mnl_nlmsg_get_payload_len(&message) < sizeof(T)
+             ? nullptr
+             : static_cast<const T*>(mnl_nlmsg_get_payload(&message));
 }
 
 template <typename T>
-bool Read(std::span<const std::byte> bytes, T& value) {
-  if (bytes.size() < sizeof(T)) return false;
-  std::memcpy(&value, bytes.data(), sizeof(T));
+using Parse = std::optional<T> (*)(const nlmsghdr&);
+
+// Asks once for a whole table. EINTR: there was a change meanwhile. Any other error but
+// 0: the kernel does not tell.
+template <typename T>
+int TryDump(std::uint16_t question, Parse<T> parse, std::vector<T>& rows) {
+  const RouteSocket socket = OpenRouteSocket(0);
+  if (!socket) return errno;
+  (void)setsockopt(mnl_socket_get_fd(socket.get()), SOL_SOCKET, SO_RCVTIMEO, &kAnswerLimit,
+                   sizeof(kAnswerLimit));
+  alignas(nlmsghdr) std::array<char, kDumpSize> buffer;
+  nlmsghdr* const header = mnl_nlmsg_put_header(buffer.data());
+  header->nlmsg_type = question;
+  header->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  mnl_nlmsg_put_extra_header(header, sizeof(rtgenmsg));
+  if (mnl_socket_sendto(socket.get(), header, header->nlmsg_len) < 0) return errno;
+  for (bool changed = false;;) {
+    int size = static_cast<int>(
+        Retried([&] { return mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size()); }));
+    if (size < 0) return errno;
+    for (const nlmsghdr* message = header; mnl_nlmsg_ok(message, size);
+         message = mnl_nlmsg_next(message, &size)) {
+      changed = changed || (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+      if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) {
+        const int* const error = FixedPart<int>(*message);
+        if (error != nullptr && *error != 0) return -*error;
+        return changed ? EINTR : 0;
+      }
+      if (auto row = parse(*message)) rows.push_back(*row);
+    }
+  }
+}
+
+// Every row that `parse` gives of a table; none when the kernel does not tell.
+template <typename T>
+std::optional<std::vector<T>> Dump(std::uint16_t question, Parse<T> parse) {
+  for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
+    std::vector<T> rows;
+    const int error = TryDump(question, parse, rows);
+    if (error == 0) return rows;
+    if (error != EINTR && error != ENOBUFS) break;
+  }
+  return std::nullopt;
+}
+
+using Attributes = std::array<const nlattr*, IFA_MAX + 1>;
+
+int Keep(const nlattr* attribute, void* attributes) {
+  const std::uint16_t type = mnl_attr_get_type(attribute);
+  if (type <= IFA_MAX) (*static_cast<Attributes*>(attributes))[type] = attribute;
+  return MNL_CB_OK;
+}
+
+// The first `size` bytes of the attribute; false when it is missing or shorter.
+template <typename T>
+bool Read(const nlattr* attribute, T& value, std::size_t size = sizeof(T)) {
+  if (attribute == nullptr || mnl_attr_get_payload_len(attribute) < size) return false;
+  std::memcpy(&value, mnl_attr_get_payload(attribute), size);
   return true;
 }
 
-Descriptor MakeRouteSocket() {
-  return Descriptor(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
+std::optional<Link> ParseLink(const nlmsghdr& message) {
+  const auto* const link = FixedPart<ifinfomsg>(message);
+  if (link == nullptr || link->ifi_index <= 0) return std::nullopt;
+  return Link{static_cast<std::uint32_t>(link->ifi_index), link->ifi_flags};
 }
 
-// One question to the kernel for a whole table.
-class Dump {
- public:
-  // Every row that `parse(payload)` gives for a message of `answerType`; none when the
-  // kernel does not tell.
-  template <typename Row>
-  static std::optional<std::vector<Row>> Run(
-      std::uint16_t question, std::uint16_t answerType,
-      std::optional<Row> (*parse)(std::span<const std::byte>)) {
-    std::size_t bufferSize = kFirstBufferSize;
-    for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
-      std::vector<Row> rows;
-      std::vector<std::byte> buffer(bufferSize);
-      const auto keep = [&](std::span<const std::byte> payload) {
-        if (auto row = parse(payload)) rows.push_back(*row);
-      };
-      switch (Dump(buffer).Attempt(question, answerType, keep)) {
-        case Outcome::kComplete:
-          return rows;
-        case Outcome::kAgain:
-          break;
-        case Outcome::kLargerBuffer:
-          if (bufferSize < kLargestBufferSize) bufferSize *= 2;
-          break;
-        case Outcome::kFailed:
-          return std::nullopt;
-      }
-    }
+std::optional<Address> ParseAddress(const nlmsghdr& message) {
+  const auto* const fixed = FixedPart<ifaddrmsg>(message);
+  if (fixed == nullptr || (fixed->ifa_family != AF_INET && fixed->ifa_family != AF_INET6))
     return std::nullopt;
-  }
-
- private:
-  enum class Outcome { kComplete, kAgain, kLargerBuffer, kFailed };
-
-  explicit Dump(std::span<std::byte> buffer) : buffer_(buffer) {}
-
-  template <typename Each>
-  Outcome Attempt(std::uint16_t question, std::uint16_t answerType, const Each& each) {
-    if (!Ask(question)) return Outcome::kFailed;
-    for (;;) {
-      std::span<const std::byte> bytes;
-      const Outcome received = Receive(bytes);
-      if (received != Outcome::kComplete) return received;
-      nlmsghdr header{};
-      while (Read(bytes, header) && header.nlmsg_len >= sizeof(header) &&
-             header.nlmsg_len <= bytes.size()) {
-        const auto payload = bytes.subspan(NLMSG_HDRLEN, header.nlmsg_len - NLMSG_HDRLEN);
-        bytes = bytes.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), bytes.size()));
-        if (header.nlmsg_seq != kSequence) continue;
-        if ((header.nlmsg_flags & NLM_F_DUMP_INTR) != 0) changed_ = true;
-        if (header.nlmsg_type == NLMSG_DONE) return Finish(payload);
-        if (header.nlmsg_type == NLMSG_ERROR) return Outcome::kFailed;
-        if (header.nlmsg_type == answerType) each(payload);
-      }
-    }
-  }
-
-  bool Ask(std::uint16_t question) {
-    struct {
-      nlmsghdr header;
-      rtgenmsg body;
-    } request{};
-    request.header.nlmsg_len = NLMSG_LENGTH(sizeof(request.body));
-    request.header.nlmsg_type = question;
-    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    request.header.nlmsg_seq = kSequence;
-    request.body.rtgen_family = AF_UNSPEC;
-    sockaddr_nl kernel{};
-    kernel.nl_family = AF_NETLINK;
-    return socket_.valid() &&
-           sendto(socket_.get(), &request, request.header.nlmsg_len, MSG_NOSIGNAL,
-                  reinterpret_cast<const sockaddr*>(&kernel), sizeof(kernel)) >= 0;
-  }
-
-  // The next batch of messages, kComplete when there is one.
-  Outcome Receive(std::span<const std::byte>& bytes) {
-    for (;;) {
-      if (WaitForDescriptor(socket_.get(), POLLIN, kAnswerLimitMs) != WaitStatus::kSignalled) {
-        return Outcome::kFailed;
-      }
-      sockaddr_nl from{};
-      iovec part{buffer_.data(), buffer_.size()};
-      msghdr message{};
-      message.msg_name = &from;
-      message.msg_namelen = sizeof(from);
-      message.msg_iov = &part;
-      message.msg_iovlen = 1;
-      const ssize_t received = recvmsg(socket_.get(), &message, 0);
-      if (received < 0) {
-        if (errno == EINTR || errno == EAGAIN) continue;
-        return errno == ENOBUFS ? Outcome::kAgain : Outcome::kFailed;
-      }
-      if (from.nl_pid != 0) continue;  // not from the kernel
-      if ((message.msg_flags & MSG_TRUNC) != 0) return Outcome::kLargerBuffer;
-      if (received == 0) return Outcome::kFailed;
-      bytes = buffer_.first(static_cast<std::size_t>(received));
-      return Outcome::kComplete;
-    }
-  }
-
-  [[nodiscard]] Outcome Finish(std::span<const std::byte> payload) const {
-    int error = 0;
-    if (Read(payload, error) && error < 0) return Outcome::kFailed;
-    return changed_ ? Outcome::kAgain : Outcome::kComplete;
-  }
-
-  // Each question has a socket of its own, so that any number does.
-  static constexpr std::uint32_t kSequence = 1;
-
-  Descriptor socket_ = MakeRouteSocket();
-  std::span<std::byte> buffer_;
-  bool changed_ = false;
-};
-
-std::optional<Link> ParseLink(std::span<const std::byte> payload) {
-  ifinfomsg message{};
-  if (!Read(payload, message) || message.ifi_index <= 0) return std::nullopt;
-  return Link{static_cast<std::uint32_t>(message.ifi_index), message.ifi_flags};
-}
-
-std::optional<Address> ParseAddress(std::span<const std::byte> payload) {
-  ifaddrmsg message{};
-  if (!Read(payload, message)) return std::nullopt;
-  if (message.ifa_family != AF_INET && message.ifa_family != AF_INET6) return std::nullopt;
-  Address address;
-  address.family = message.ifa_family;
-  address.prefixLength = message.ifa_prefixlen;
-  address.index = message.ifa_index;
-  address.flags = message.ifa_flags;
-  const std::size_t size = message.ifa_family == AF_INET ? 4 : 16;
-  bool hasLocal = false;
-  bool hasAny = false;
-  const auto attributes =
-      payload.subspan(std::min<std::size_t>(NLMSG_ALIGN(sizeof(message)), payload.size()));
-  ForEachAttribute(attributes, [&](int type, std::span<const std::byte> content) {
-    switch (type) {
-      case IFA_LOCAL:
-      case IFA_ADDRESS:
-        // On a point-to-point link IFA_ADDRESS is the peer's.
-        if (content.size() < size || (type == IFA_ADDRESS && hasLocal)) break;
-        std::memcpy(address.local.data(), content.data(), size);
-        hasLocal = hasLocal || type == IFA_LOCAL;
-        hasAny = true;
-        break;
-      case IFA_BROADCAST:
-        (void)Read(content, address.broadcast);
-        break;
-      case IFA_FLAGS:
-        (void)Read(content, address.flags);
-        break;
-      case IFA_CACHEINFO: {
-        ifa_cacheinfo info{};
-        if (Read(content, info)) address.created = info.cstamp;
-        break;
-      }
-      default:
-        break;
-    }
-  });
-  if (!hasAny) return std::nullopt;
-  return address;
+  Address address{.family = fixed->ifa_family,
+                  .prefixLength = fixed->ifa_prefixlen,
+                  .index = fixed->ifa_index,
+                  .flags = fixed->ifa_flags};
+  Attributes attributes{};
+  (void)mnl_attr_parse(&message, sizeof(*fixed), &Keep, &attributes);
+  (void)Read(attributes[IFA_BROADCAST], address.broadcast);
+  (void)Read(attributes[IFA_FLAGS], address.flags);
+  ifa_cacheinfo times{};
+  if (Read(attributes[IFA_CACHEINFO], times)) address.created = times.cstamp;
+  // On a point-to-point link IFA_ADDRESS is the peer's.
+  const std::size_t size = fixed->ifa_family == AF_INET ? 4 : 16;
+  const bool any = Read(attributes[IFA_LOCAL], address.local, size) ||
+                   Read(attributes[IFA_ADDRESS], address.local, size);
+  return any ? std::optional(address) : std::nullopt;
 }
 
 std::uint32_t MaskOf(std::uint8_t prefixLength) {
@@ -339,45 +254,35 @@ class KeptTables {
 
  private:
   static std::shared_ptr<const Tables> ReadTables() {
-    const auto links = Dump::Run(RTM_GETLINK, RTM_NEWLINK, &ParseLink);
-    auto addresses = links ? Dump::Run(RTM_GETADDR, RTM_NEWADDR, &ParseAddress) : std::nullopt;
+    const auto links = Dump(RTM_GETLINK, &ParseLink);
+    auto addresses = links ? Dump(RTM_GETADDR, &ParseAddress) : std::nullopt;
     if (!addresses) return nullptr;
     return std::make_shared<const Tables>(Tables{
         Ipv4Rows(*links, *addresses), Ipv6Adapters(*links, *addresses), std::move(*addresses)});
   }
 
-  // Whether there may have been a change. Subscribes where that is to be done, before
-  // anything is read.
+  // Whether anything was told, or lost for want of room. Subscribes before the first read.
   bool HasChanged() {
-    Descriptor here = MakeRouteSocket();
-    std::uint64_t network = 0;
-    socklen_t size = sizeof(network);
-    if (getsockopt(here.get(), SOL_SOCKET, SO_NETNS_COOKIE, &network, &size) != 0) return true;
-    if (changes_.valid() && network == network_) return TakeChanges();
-    sockaddr_nl groups{};
-    groups.nl_family = AF_NETLINK;
-    groups.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
-    if (bind(here.get(), reinterpret_cast<const sockaddr*>(&groups), sizeof(groups)) != 0)
-      here.Close();
-    changes_ = std::move(here);
-    network_ = network;
-    return true;
-  }
-
-  // Whether anything was told, or lost for want of room.
-  bool TakeChanges() {
-    for (bool any = false;; any = true) {
-      if (recv(changes_.get(), nullptr, 0, MSG_DONTWAIT | MSG_TRUNC) >= 0) continue;
-      if (errno == EAGAIN) return any;
-      if (errno != EINTR && errno != ENOBUFS) changes_.Close();
-      if (!changes_.valid()) return true;
+    struct stat network {};
+    (void)stat("/proc/thread-self/ns/net", &network);
+    const ino_t before = std::exchange(network_, network.st_ino);
+    if (before != network_) changes_.reset();
+    bool any = !changes_;
+    if (!changes_) changes_ = OpenRouteSocket(kChangeGroups);
+    while (changes_) {
+      if (recv(mnl_socket_get_fd(changes_.get()), nullptr, 0, MSG_DONTWAIT | MSG_TRUNC) < 0) {
+        if (errno == EAGAIN) break;
+        if (errno != EINTR && errno != ENOBUFS) changes_.reset();
+      }
+      any = true;
     }
+    return any;
   }
 
   std::mutex mutex_;
   std::shared_ptr<const Tables> kept_;
-  Descriptor changes_;  // the kernel's notes of changes in this network:
-  std::uint64_t network_ = 0;
+  RouteSocket changes_{nullptr, mnl_socket_close};  // in this network:
+  ino_t network_ = 0;
 };
 
 std::shared_ptr<const Tables> CurrentTables() {
