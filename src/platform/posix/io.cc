@@ -1,6 +1,7 @@
 #include "platform/posix/io.h"
 
 #include <poll.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 #include "platform/posix/wait.h"
@@ -31,6 +32,14 @@ bool WriteAll(int fd, std::string_view bytes) {
     }
   }
   return true;
+}
+
+std::uint64_t RandomNumber() {
+  std::uint64_t number = 0;
+  // Early at boot the kernel has no random numbers yet.
+  return getrandom(&number, sizeof(number), GRND_NONBLOCK) == sizeof(number)
+             ? number
+             : MonotonicMs() << 22 ^ static_cast<std::uint64_t>(gettid());
 }
 
 bool LockByte(int fd, short type, off_t byte) {

@@ -37,6 +37,9 @@ template <typename Attempt>
   return true;
 }
 
+// Different, but for chance, from those of all other processes and threads.
+[[nodiscard]] std::uint64_t RandomNumber();
+
 // The lock on one byte of an open file, at once or not at all: F_RDLCK, F_WRLCK or
 // F_UNLCK. It belongs to the open file, not to the process, so that a process may hold
 // several.

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
-#include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -78,70 +77,40 @@ NameState StateOfName(int directory, const std::string& name) {
   return ConnectTo(probe, file) == ECONNREFUSED ? NameState::kStale : NameState::kTaken;
 }
 
-// Holds the folder's lock, so that two processes do not both replace a stale socket.
-// Anybody may hold that lock for as long as they like; so does not having it in time
-// stop nobody.
-class FolderLock {
- public:
-  explicit FolderLock(int directory) : directory_(directory) {
-    (void)Within(kLockLimitMs, [=] { return flock(directory, LOCK_EX | LOCK_NB) == 0; });
-  }
-  ~FolderLock() { (void)flock(directory_, LOCK_UN); }
-  FolderLock(const FolderLock&) = delete;
-  FolderLock& operator=(const FolderLock&) = delete;
+// The lock of an open folder keeps two processes from replacing one stale socket. Whoever
+// has it makes others wait for a second; then they go on without it. It ends with the
+// descriptor.
+Descriptor LockFolder(int directory) {
+  Descriptor lock(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  (void)Within(kLockLimitMs, [&lock] { return flock(lock.get(), LOCK_EX | LOCK_NB) == 0; });
+  return lock;
+}
 
- private:
-  int directory_;
-};
-
-// A socket under a name that nobody writes to yet. Its file has `mode` when it gets
-// its own name.
+// A socket under a name that nobody writes to yet: its file gets its mode before its
+// name, which may be longer than an address has room for.
 struct NewSocket {
   Descriptor socket;
   std::string name;
 };
 
-// A name that nobody can have taken before.
-std::string UnlikelyName() {
-  std::uint64_t number = 0;
-  return getrandom(&number, sizeof(number), GRND_NONBLOCK) == sizeof(number)
-             ? ".new-" + std::to_string(number)
-             : ".new-" + std::to_string(getpid()) + '-' + std::to_string(MonotonicMs());
-}
-
 // None, and the reason in errno, when the system refuses.
 NewSocket BindNewSocket(int directory, mode_t mode, MessageQueue::Files files) {
-  constexpr int kAttempts = 16;
-  NewSocket made{MessageQueue::MakeSocket(files), {}};
-  if (!made.socket.valid()) return {};
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    made.name = UnlikelyName();
-    const UnixAddress address("/proc/self/fd/" + std::to_string(directory) + '/' + made.name);
-    if (bind(made.socket.get(), address.get(), address.size()) == 0) {
-      if (chmod(address.path(), mode) == 0) return made;
-      (void)unlinkat(directory, made.name.c_str(), 0);
-      break;
-    }
-    if (errno != EADDRINUSE) break;
-  }
+  NewSocket made{MessageQueue::MakeSocket(files), ".new-" + std::to_string(RandomNumber())};
+  const UnixAddress address("/proc/self/fd/" + std::to_string(directory) + '/' + made.name);
+  if (!made.socket.valid() || bind(made.socket.get(), address.get(), address.size()) != 0)
+    return {};
+  if (chmod(address.path(), mode) == 0) return made;
+  (void)unlinkat(directory, made.name.c_str(), 0);
   return {};
 }
 
 // Gives the socket file its name; 0, or the error: EADDRINUSE when a living process
 // has the name.
 int GiveName(int directory, const std::string& from, const std::string& to) {
-  constexpr int kAttempts = 8;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const NameState state = StateOfName(directory, to);
-    if (state == NameState::kTaken) return EADDRINUSE;
-    if (state == NameState::kForeign) return EEXIST;
-    const unsigned int flags = state == NameState::kFree ? RENAME_NOREPLACE : 0;
-    if (renameat2(directory, from.c_str(), directory, to.c_str(), flags) == 0) return 0;
-    // Not every file system can do that in one step.
-    if (errno == EINVAL && renameat(directory, from.c_str(), directory, to.c_str()) == 0) return 0;
-    if (errno != EEXIST) return errno;
-  }
-  return EADDRINUSE;
+  const NameState state = StateOfName(directory, to);
+  if (state == NameState::kTaken) return EADDRINUSE;
+  if (state == NameState::kForeign) return EEXIST;
+  return renameat(directory, from.c_str(), directory, to.c_str()) == 0 ? 0 : errno;
 }
 
 enum class Sent { kDone, kNoRoom, kTooLarge, kAbsent, kFailed };
@@ -225,7 +194,7 @@ void RemoveStaleMailslotsIn(RuntimeFolder folder) {
       directory.valid() ? opendir(UnixAddress::OfDescriptor(directory.get()).path()) : nullptr,
       closedir);
   if (entries == nullptr) return;
-  const FolderLock lock(directory.get());
+  const Descriptor lock = LockFolder(directory.get());
   while (const dirent* const entry = readdir(entries.get())) {
     const std::string name = entry->d_name;
     if (StateOfName(directory.get(), name) == NameState::kStale) {
@@ -275,29 +244,21 @@ mode_t ModeFor(const SecurityAttributes* security) {
 }  // namespace
 
 struct Mailslot::State {
-  State(Descriptor folder, Descriptor socketFile, Descriptor reader, MessageQueue::Files files,
-        std::string fileName)
-      : directory(std::move(folder)),
-        file(std::move(socketFile)),
-        queue(std::move(reader), files),
-        name(std::move(fileName)) {}
   ~State() {
     if (IsStillAt(directory.get(), name, file.get())) {
       (void)unlinkat(directory.get(), name.c_str(), 0);
     }
   }
-  State(const State&) = delete;
-  State& operator=(const State&) = delete;
 
   Descriptor directory;
   Descriptor file;  // of the socket, to know it again
-  MessageQueue queue;
   std::string name;
+  MessageQueue queue;
 };
 
 Mailslot Mailslot::Create(std::u16string_view name, const SecurityAttributes* security) {
   if (FaultHits(Fault::kMailslotCreate) || !IsMailslotName(name)) return {};
-  const std::string file = FileNameOf(name);
+  std::string file = FileNameOf(name);
   const RuntimeFolder folder = FolderOf(file);
   const MessageQueue::Files files = folder == RuntimeFolder::kLocator
                                         ? MessageQueue::Files::kRefused
@@ -305,21 +266,18 @@ Mailslot Mailslot::Create(std::u16string_view name, const SecurityAttributes* se
   Descriptor directory = OpenRuntimeFolder(folder, true);
   NewSocket made =
       directory.valid() ? BindNewSocket(directory.get(), ModeFor(security), files) : NewSocket{};
+  Descriptor own = made.socket.valid() ? OpenPath(directory.get(), made.name) : Descriptor();
   int error = errno;
-  if (made.socket.valid()) {
-    Descriptor own = OpenPath(directory.get(), made.name);
-    error = errno;
-    if (own.valid()) {
-      const FolderLock lock(directory.get());
-      error = GiveName(directory.get(), made.name, file);
-    }
-    if (own.valid() && error == 0) {
+  if (own.valid()) {
+    const Descriptor lock = LockFolder(directory.get());
+    error = GiveName(directory.get(), made.name, file);
+    if (error == 0) {
       // Without memory for this the file stays behind, as one that can be replaced.
-      return Mailslot(std::make_shared<State>(std::move(directory), std::move(own),
-                                              std::move(made.socket), files, file));
+      return Mailslot(std::shared_ptr<State>(new State{
+          std::move(directory), std::move(own), std::move(file), {std::move(made.socket), files}}));
     }
-    (void)unlinkat(directory.get(), made.name.c_str(), 0);
   }
+  if (made.socket.valid()) (void)unlinkat(directory.get(), made.name.c_str(), 0);
   TellWhyNotMade(folder, file, error);
   return {};
 }

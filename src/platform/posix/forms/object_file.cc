@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -66,14 +65,6 @@ std::string FileNameOf(std::u16string_view name) {
 bool IsPlainFile(int fd) {
   struct stat status {};
   return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1;
-}
-
-// Different from those of all processes and threads, so that any write of one is a
-// change to see and nobody has to count under a lock.
-std::uint64_t NewSignal() {
-  std::uint64_t signal = 0;
-  return getrandom(&signal, sizeof(signal), GRND_NONBLOCK) == sizeof(signal) ? signal
-                                                                             : MonotonicMs();
 }
 
 // The beginning of the record, up to a field.
@@ -140,7 +131,7 @@ ObjectFile::Attempt ObjectFile::TryHold(std::optional<ObjectKind> kind) {
     // folder does not let us remove it.
     if (!make && Remove()) return Attempt::kMoved;
     if (!kind) return Attempt::kFinal;
-    record = {.mark = kMark, .kind = *kind, .signal = NewSignal()};
+    record = {.mark = kMark, .kind = *kind, .signal = RandomNumber()};
     if (ftruncate(file.get(), sizeof(record)) != 0 || !WriteRecord(file, record, sizeof(record)) ||
         // Nobody else has found the object before it is complete.
         !LockByte(file.get(), F_RDLCK, kExistenceByte)) {
@@ -170,7 +161,7 @@ ObjectRecord ObjectFile::Read() const {
 
 // Both write the beginning of the record anew, which mends a damaged one.
 bool ObjectFile::WriteSignal(std::uint32_t state) const {
-  const ObjectRecord record{.mark = kMark, .kind = kind_, .state = state, .signal = NewSignal()};
+  const ObjectRecord record{.mark = kMark, .kind = kind_, .state = state, .signal = RandomNumber()};
   return WriteRecord(file_, record, offsetof(ObjectRecord, consumed));
 }
 
