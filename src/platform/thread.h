@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
+
+#include "platform/waitable.h"
 
 namespace talvorn::platform {
 
@@ -11,12 +14,10 @@ class Thread {
  public:
   using Procedure = std::function<std::uint32_t()>;
 
-  // No thread.
-  Thread();
-  // Closes the handle without waiting; the thread runs on.
-  ~Thread();
-  Thread(Thread&& other) noexcept;
-  Thread& operator=(Thread&& other) noexcept;
+  // No thread. One that is let go without a join runs on.
+  Thread() = default;
+  Thread(Thread&& other) noexcept = default;
+  Thread& operator=(Thread&& other) noexcept = default;
 
   // Starts `procedure` with the default stack; no thread when that fails.
   // `name` (at most 15 characters) is what process listings show.
@@ -30,17 +31,14 @@ class Thread {
   // The handle as traces show it; 0 for no thread.
   [[nodiscard]] std::uint32_t handleValue() const;
 
-  // Waits for the end of the thread and closes the handle. True when the thread
-  // has ended, also for no thread.
-  bool Join();
-
-  // As Join(), but closes the handle after `milliseconds` even if the thread
-  // still runs (false then).
-  bool JoinFor(std::uint32_t milliseconds);
+  // Waits for the end of the thread and lets it go; after the limit also when it still
+  // runs (false then). True for no thread.
+  bool Join() { return JoinFor(std::nullopt); }
+  bool JoinFor(WaitLimit limit);
 
  private:
   struct State;
-  explicit Thread(std::shared_ptr<State> state);
+  explicit Thread(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
   std::shared_ptr<State> state_;
 };

@@ -51,12 +51,6 @@ struct Thread::State {
   std::uint32_t id = 0;
 };
 
-Thread::Thread() = default;
-Thread::Thread(std::shared_ptr<State> state) : state_(std::move(state)) {}
-Thread::Thread(Thread&& other) noexcept = default;
-Thread::~Thread() = default;
-Thread& Thread::operator=(Thread&& other) noexcept = default;
-
 Thread Thread::Start(const char* name, Procedure procedure) {
   if (FaultHits(Fault::kThreadStart)) return {};
   auto state = std::make_shared<State>();
@@ -80,18 +74,10 @@ std::uint32_t Thread::handleValue() const {
   return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(state_->handle.get()));
 }
 
-bool Thread::Join() {
+bool Thread::JoinFor(WaitLimit limit) {
   if (!state_) return true;
-  const WaitStatus status = WaitForHandles(std::array{state_->handle.get()}, std::nullopt);
-  state_.reset();
-  return status == WaitStatus::kSignalled;
-}
-
-bool Thread::JoinFor(std::uint32_t milliseconds) {
-  if (!state_) return true;
-  const WaitStatus status = WaitForHandles(std::array{state_->handle.get()}, milliseconds);
-  state_.reset();
-  return status == WaitStatus::kSignalled;
+  const auto state = std::exchange(state_, nullptr);
+  return WaitForHandles(std::array{state->handle.get()}, limit) == WaitStatus::kSignalled;
 }
 
 void SleepMs(std::uint32_t milliseconds) { Sleep(NativeLimit(milliseconds)); }
