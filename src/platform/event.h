@@ -1,6 +1,8 @@
 // Unnamed event of this process. Any thread may set it; one thread waits.
 #pragma once
 
+#include <memory>
+
 #include "platform/waitable.h"
 
 namespace talvorn::platform {
@@ -10,15 +12,15 @@ class Event final : public Waitable {
   enum class Mode { kAutoReset, kManualReset };
 
   // No event: every operation on it fails, waits on it time out.
-  Event() = default;
+  Event();
   ~Event();
   Event(Event&& other) noexcept;
   Event& operator=(Event&& other) noexcept;
 
-  // A new event, not set; no event when the system has none to give.
+  // A new event, not set; no event when the system has none to give, or no memory.
   [[nodiscard]] static Event Create(Mode mode);
 
-  [[nodiscard]] bool valid() const { return handle_ != kNoWaitHandle; }
+  [[nodiscard]] bool valid() const { return state_ != nullptr; }
   bool Set() const;
   bool Reset() const;
 
@@ -28,13 +30,12 @@ class Event final : public Waitable {
   // As Test(), but waits for the event. kFailed for no event.
   [[nodiscard]] WaitStatus Wait(WaitLimit limit) const;
 
-  [[nodiscard]] std::intptr_t waitHandle() const override { return handle_; }
+  [[nodiscard]] std::intptr_t waitHandle() const override;
 
  private:
-  Event(std::intptr_t handle, Mode mode) : handle_(handle), mode_(mode) {}
+  struct State;
 
-  std::intptr_t handle_ = kNoWaitHandle;
-  Mode mode_ = Mode::kAutoReset;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace talvorn::platform

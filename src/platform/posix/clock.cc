@@ -1,5 +1,6 @@
 #include "platform/clock.h"
 
+#include <errno.h>
 #include <poll.h>
 #include <sys/timerfd.h>
 #include <time.h>
@@ -19,9 +20,9 @@ namespace {
 // Longest sleep when the system gives no timer that notices a change of the clock.
 constexpr std::uint32_t kBlindWaitMs = 1000;
 
-// A time (2223) that every deadline past it counts as: the kernel's own times end
-// soon after.
-constexpr std::uint64_t kLastUnixSecond = 8'000'000'000;
+// Since 1970: later deadlines count as this one (2223). The kernel's own times end soon
+// after.
+constexpr FileTime kLastTime = 8'000'000'000 * kFileTimePerSecond;
 
 struct UnixTime {
   std::int64_t seconds;
@@ -63,25 +64,17 @@ std::int32_t ZoneOffsetSeconds(std::int64_t unixSeconds) {
   return offset;
 }
 
-// Readable at `deadline`, and as soon as somebody sets the clock. None when the
-// system has none to give.
-Descriptor MakeDeadlineTimer(FileTime deadline) {
-  const std::uint64_t seconds = deadline / kFileTimePerSecond;
+// Makes `timer` readable at `deadline`, and as soon as somebody sets the clock. False,
+// with ECANCELED when that has just happened, if it cannot.
+bool Arm(int timer, FileTime deadline) {
+  constexpr FileTime k1970 = kSecondsFrom1601To1970 * kFileTimePerSecond;
+  // A time of 0 would mean never.
+  const FileTime time = std::clamp(deadline, k1970 + 1, k1970 + kLastTime) - k1970;
   itimerspec setting{};
-  if (seconds <= kSecondsFrom1601To1970) {
-    setting.it_value.tv_nsec = 1;  // long past; zero would mean never
-  } else if (seconds - kSecondsFrom1601To1970 > kLastUnixSecond) {
-    setting.it_value.tv_sec = kLastUnixSecond;
-  } else {
-    setting.it_value.tv_sec = static_cast<time_t>(seconds - kSecondsFrom1601To1970);
-    setting.it_value.tv_nsec = static_cast<long>(deadline % kFileTimePerSecond) * 100;
-  }
-  Descriptor timer(timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK));
-  if (timer.valid() && timerfd_settime(timer.get(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET,
-                                       &setting, nullptr) != 0) {
-    timer.Close();
-  }
-  return timer;
+  setting.it_value = {static_cast<time_t>(time / kFileTimePerSecond),
+                      static_cast<long>(time % kFileTimePerSecond) * 100};
+  return timerfd_settime(timer, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &setting, nullptr) ==
+         0;
 }
 
 class RealClock final : public Clock {
@@ -99,23 +92,17 @@ class RealClock final : public Clock {
   void WaitUntil(FileTime deadline, const Waitable& wake) override {
     const FileTime now = SystemTime();
     if (deadline <= now) return;
-
-    std::array<pollfd, 2> descriptors{};
-    std::size_t count = 0;
+    thread_local const Descriptor timer(timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK));
     WaitLimit limit;
-    const Descriptor timer = MakeDeadlineTimer(deadline);
-    if (timer.valid()) {
-      descriptors[count++] = {timer.get(), POLLIN, 0};
-    } else {
-      const std::uint64_t milliseconds = (deadline - now) / kFileTimePerMs + 1;
-      limit = static_cast<std::uint32_t>(std::min<std::uint64_t>(milliseconds, kBlindWaitMs));
+    if (!Arm(timer.get(), deadline)) {
+      if (errno == ECANCELED) return;
+      limit = static_cast<std::uint32_t>(
+          std::min<FileTime>((deadline - now) / kFileTimePerMs + 1, kBlindWaitMs));
     }
-    if (wake.waitHandle() != kNoWaitHandle) {
-      descriptors[count++] = {static_cast<int>(wake.waitHandle()), POLLIN, 0};
-    } else {
-      limit = LimitToPoll(limit);
-    }
-    (void)PollDescriptors(std::span(descriptors).first(count), limit);
+    const auto other = static_cast<int>(wake.waitHandle());
+    if (other < 0) limit = LimitToPoll(limit);
+    std::array<pollfd, 2> descriptors = {pollfd{timer.get(), POLLIN, 0}, pollfd{other, POLLIN, 0}};
+    (void)PollDescriptors(descriptors, limit);
   }
 };
 

@@ -1,86 +1,75 @@
 #include "platform/event.h"
 
-#include <errno.h>
-#include <poll.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
-#include <array>
 #include <atomic>
+#include <mutex>
+#include <new>
 #include <utility>
 
 #include "platform/fault_injection.h"
+#include "platform/posix/descriptor.h"
 #include "platform/posix/wait.h"
 
 namespace talvorn::platform {
-namespace {
 
-// What a thread wrote before it set an event is visible to the thread that finds
-// the event set. The kernel sees to that in practice; these counters, shared by
-// events whose descriptors collide, say it in the terms of the language.
-std::atomic<std::uint32_t>& OrderOf(std::intptr_t handle) {
-  static std::array<std::atomic<std::uint32_t>, 64> orders;
-  return orders[static_cast<std::size_t>(handle) % orders.size()];
-}
+// The flag tells without a system call; the descriptor, which is readable while the flag
+// is set, is there to wait on.
+struct Event::State {
+  Descriptor descriptor;
+  Mode mode;
+  std::mutex mutex{};  // of changes
+  std::atomic<bool> set = false;
 
-}  // namespace
-
-Event::~Event() {
-  if (handle_ != kNoWaitHandle) close(static_cast<int>(handle_));
-}
-
-Event::Event(Event&& other) noexcept
-    : Waitable(other), handle_(std::exchange(other.handle_, kNoWaitHandle)), mode_(other.mode_) {}
-
-Event& Event::operator=(Event&& other) noexcept {
-  if (this != &other) {
-    if (handle_ != kNoWaitHandle) close(static_cast<int>(handle_));
-    handle_ = std::exchange(other.handle_, kNoWaitHandle);
-    mode_ = other.mode_;
+  bool Clear() {
+    if (!set.load(std::memory_order_acquire)) return false;
+    const std::lock_guard lock(mutex);
+    eventfd_t count = 0;
+    (void)eventfd_read(descriptor.get(), &count);
+    return set.exchange(false);
   }
-  return *this;
-}
+};
+
+Event::Event() = default;
+Event::~Event() = default;
+Event::Event(Event&& other) noexcept = default;
+Event& Event::operator=(Event&& other) noexcept = default;
 
 Event Event::Create(Mode mode) {
-  if (FaultHits(Fault::kEventCreate)) return {};
-  const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (fd < 0) return {};
-  return Event(fd, mode);
+  Event event;
+  if (FaultHits(Fault::kEventCreate)) return event;
+  Descriptor descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (descriptor.valid()) event.state_.reset(new (std::nothrow) State{std::move(descriptor), mode});
+  return event;
 }
 
 bool Event::Set() const {
-  if (handle_ == kNoWaitHandle) return false;
-  OrderOf(handle_).fetch_add(1, std::memory_order_release);
-  // A counter that is full is set as well.
-  return eventfd_write(static_cast<int>(handle_), 1) == 0 || errno == EAGAIN;
+  if (!valid()) return false;
+  const std::lock_guard lock(state_->mutex);
+  return state_->set.exchange(true) || eventfd_write(state_->descriptor.get(), 1) == 0;
 }
 
 bool Event::Reset() const {
-  if (handle_ == kNoWaitHandle) return false;
-  eventfd_t count = 0;
-  return eventfd_read(static_cast<int>(handle_), &count) == 0 || errno == EAGAIN;
+  if (valid()) (void)state_->Clear();
+  return valid();
 }
 
 bool Event::Test() const {
-  if (handle_ == kNoWaitHandle) return false;
-  const int fd = static_cast<int>(handle_);
-  bool set = false;
-  if (mode_ == Mode::kAutoReset) {
-    eventfd_t count = 0;
-    set = eventfd_read(fd, &count) == 0;
-  } else {
-    set = WaitForDescriptor(fd, POLLIN, 0) == WaitStatus::kSignalled;
-  }
-  if (set) (void)OrderOf(handle_).load(std::memory_order_acquire);
-  return set;
+  if (!valid()) return false;
+  return state_->mode == Mode::kAutoReset ? state_->Clear()
+                                          : state_->set.load(std::memory_order_acquire);
 }
 
 WaitStatus Event::Wait(WaitLimit limit) const {
-  if (handle_ == kNoWaitHandle) return WaitStatus::kFailed;
+  if (!valid()) return WaitStatus::kFailed;
   if (Test()) return WaitStatus::kSignalled;
-  const WaitStatus status = WaitForDescriptor(static_cast<int>(handle_), POLLIN, limit);
+  const WaitStatus status = WaitForDescriptor(state_->descriptor.get(), POLLIN, limit);
   if (status != WaitStatus::kSignalled) return status;
   return Test() ? WaitStatus::kSignalled : WaitStatus::kTimeout;
+}
+
+std::intptr_t Event::waitHandle() const {
+  return valid() ? state_->descriptor.get() : kNoWaitHandle;
 }
 
 }  // namespace talvorn::platform

@@ -24,23 +24,10 @@ bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
 void AppendUtf8(std::string& text, char32_t c) {
-  const auto append = [&text](char32_t byte) { text.push_back(static_cast<char>(byte)); };
-  if (c < 0x80) {
-    append(c);
-    return;
-  }
-  if (c < 0x800) {
-    append(0xC0 | c >> 6);
-  } else {
-    if (c < kFirstSupplementary) {
-      append(0xE0 | c >> 12);
-    } else {
-      append(0xF0 | c >> 18);
-      append(0x80 | (c >> 12 & 0x3F));
-    }
-    append(0x80 | (c >> 6 & 0x3F));
-  }
-  append(0x80 | (c & 0x3F));
+  constexpr char32_t kLeads[] = {0, 0xC0, 0xE0, 0xF0};
+  int more = c < 0x80 ? 0 : c < 0x800 ? 1 : c < kFirstSupplementary ? 2 : 3;
+  text += static_cast<char>(kLeads[more] | c >> 6 * more);
+  while (more-- > 0) text += static_cast<char>(0x80 | (c >> 6 * more & 0x3F));
 }
 
 }  // namespace
@@ -49,37 +36,19 @@ char32_t NextUtf8(std::string_view text, std::size_t& position) {
   const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byteAt(position++);
   if (lead < 0x80) return lead;
-
+  if (lead < 0xC2 || lead > 0xF4) return kIllFormed;
+  const int size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  char32_t c = lead & (0x7Fu >> size);
   // What the second byte may be depends on the first: neither overlong forms, nor
   // surrogates, nor numbers past the last character.
-  std::size_t more = 0;
-  unsigned char low = 0x80;
-  unsigned char high = 0xBF;
-  char32_t c = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    more = 1;
-    c = lead & 0x1Fu;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    more = 2;
-    c = lead & 0x0Fu;
-    if (lead == 0xE0) low = 0xA0;
-    if (lead == 0xED) high = 0x9F;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    more = 3;
-    c = lead & 0x07u;
-    if (lead == 0xF0) low = 0x90;
-    if (lead == 0xF4) high = 0x8F;
-  } else {
-    return kIllFormed;
-  }
-  for (; more > 0; --more) {
-    if (position == text.size()) return kIllFormed;
-    const unsigned char next = byteAt(position);
-    if (next < low || next > high) return kIllFormed;
-    c = c << 6 | (next & 0x3Fu);
+  unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  for (int more = size - 1; more > 0; --more) {
+    if (position == text.size() || byteAt(position) < low || byteAt(position) > high)
+      return kIllFormed;
+    c = c << 6 | (byteAt(position++) & 0x3Fu);
     low = 0x80;
     high = 0xBF;
-    ++position;
   }
   return c;
 }

@@ -5,54 +5,46 @@
 #include "platform/event.h"
 
 #include <array>
+#include <new>
 #include <utility>
 
 #include "platform/fault_injection.h"
+#include "platform/win32/handle.h"
 #include "platform/win32/wait.h"
 
 namespace talvorn::platform {
-namespace {
 
-HANDLE Native(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+struct Event::State {
+  KernelHandle handle;
+  Mode mode;
+};
 
-}  // namespace
-
-Event::~Event() {
-  if (handle_ != kNoWaitHandle) CloseHandle(Native(handle_));
-}
-
-Event::Event(Event&& other) noexcept
-    : Waitable(other), handle_(std::exchange(other.handle_, kNoWaitHandle)), mode_(other.mode_) {}
-
-Event& Event::operator=(Event&& other) noexcept {
-  if (this != &other) {
-    if (handle_ != kNoWaitHandle) CloseHandle(Native(handle_));
-    handle_ = std::exchange(other.handle_, kNoWaitHandle);
-    mode_ = other.mode_;
-  }
-  return *this;
-}
+Event::Event() = default;
+Event::~Event() = default;
+Event::Event(Event&& other) noexcept = default;
+Event& Event::operator=(Event&& other) noexcept = default;
 
 Event Event::Create(Mode mode) {
-  if (FaultHits(Fault::kEventCreate)) return {};
-  const HANDLE handle = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  if (handle == nullptr) return {};
-  return Event(reinterpret_cast<std::intptr_t>(handle), mode);
+  Event event;
+  if (FaultHits(Fault::kEventCreate)) return event;
+  KernelHandle handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (handle.valid()) event.state_.reset(new (std::nothrow) State{std::move(handle), mode});
+  return event;
 }
 
-bool Event::Set() const { return handle_ != kNoWaitHandle && SetEvent(Native(handle_)) != FALSE; }
-
-bool Event::Reset() const {
-  return handle_ != kNoWaitHandle && ResetEvent(Native(handle_)) != FALSE;
-}
-
+bool Event::Set() const { return valid() && SetEvent(state_->handle.get()) != FALSE; }
+bool Event::Reset() const { return valid() && ResetEvent(state_->handle.get()) != FALSE; }
 bool Event::Test() const { return Wait(0) == WaitStatus::kSignalled; }
 
 WaitStatus Event::Wait(WaitLimit limit) const {
-  if (handle_ == kNoWaitHandle) return WaitStatus::kFailed;
-  const WaitStatus status = WaitForHandles(std::array{Native(handle_)}, limit);
-  if (status == WaitStatus::kSignalled && mode_ == Mode::kAutoReset) Reset();
+  if (!valid()) return WaitStatus::kFailed;
+  const WaitStatus status = WaitForHandles(std::array{state_->handle.get()}, limit);
+  if (status == WaitStatus::kSignalled && state_->mode == Mode::kAutoReset) Reset();
   return status;
+}
+
+std::intptr_t Event::waitHandle() const {
+  return valid() ? reinterpret_cast<std::intptr_t>(state_->handle.get()) : kNoWaitHandle;
 }
 
 }  // namespace talvorn::platform
