@@ -21,11 +21,6 @@ struct UserIdentity {
 
 class EventLog {
  public:
-  EventLog();  // not registered
-  ~EventLog();
-  EventLog(EventLog&& other) noexcept;
-  EventLog& operator=(EventLog&& other) noexcept;
-
   [[nodiscard]] static EventLog Register(std::u16string_view sourceName);
 
   [[nodiscard]] bool valid() const { return state_ != nullptr; }
@@ -36,7 +31,7 @@ class EventLog {
 
  private:
   struct State;
-  std::unique_ptr<State> state_;
+  std::shared_ptr<State> state_;  // null: not registered
 };
 
 }  // namespace talvorn::platform

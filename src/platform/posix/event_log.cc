@@ -81,11 +81,6 @@ struct EventLog::State {
   bool orSyslog;  // where there is no journal
 };
 
-EventLog::EventLog() = default;
-EventLog::~EventLog() = default;
-EventLog::EventLog(EventLog&& other) noexcept = default;
-EventLog& EventLog::operator=(EventLog&& other) noexcept = default;
-
 EventLog EventLog::Register(std::u16string_view sourceName) {
   EventLog log;
   if (FaultHits(Fault::kEventLogRegister) || ReportSocket() < 0) return log;

@@ -1,10 +1,10 @@
 #include "platform/clock.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -16,14 +16,14 @@
 namespace talvorn::platform {
 namespace {
 
-// How late a change of the clock may be noticed: its owner tells windows of it and
-// services, but no other process, so somebody has to look.
+// How late a clock change may be noticed. Windows tells only windows and services of it,
+// so this process has to poll.
 constexpr std::uint32_t kClockStepMs = 1000;
 
-// A change of the clock by less, either way, passes for a delay between two readings.
+// A smaller change may be a delay between two clock readings.
 constexpr std::int64_t kSmallestChangeMs = 250;
 
-// Deadlines from here on (the year 9999 and later) are never reached.
+// Later deadlines (from the year 9999 on) are never reached.
 constexpr FileTime kNever = 2'650'467'743'999'999'999;
 
 FileTime ToFileTime(const FILETIME& time) {
@@ -32,7 +32,7 @@ FileTime ToFileTime(const FILETIME& time) {
 
 FILETIME Now() {
   using Function = void(WINAPI*)(LPFILETIME);
-  // Since Windows 8; before, the time goes on in steps of up to 16 milliseconds.
+  // Since Windows 8; the older call has steps of up to 16 ms.
   static const auto precise =
       SystemFunction<Function>(L"kernel32.dll", "GetSystemTimePreciseAsFileTime");
   FILETIME now{};
@@ -44,20 +44,19 @@ FILETIME Now() {
   return now;
 }
 
-// Makes `timer` fire at a system time; the system moves it when the clock is set
-// forward, and past `time` at once.
+// Makes `timer` fire at a system time. Windows fires it at once if the clock is set past
+// `time`.
 bool SetTimer(HANDLE timer, FileTime time) {
   LARGE_INTEGER due{};
   due.QuadPart = static_cast<LONGLONG>(time);
   return SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE) != FALSE;
 }
 
-// The one thread of the process that looks for changes of the clock, once a second
-// for all who wait. It starts with the first long wait and lives as long as the
-// process.
+// One thread per process polls for clock changes, for all who wait. It starts with the
+// first long wait and never ends.
 class ClockWatch {
  public:
-  // From now on `timer` fires when the clock is set. False when nobody can look.
+  // From now on `timer` fires when the clock is set. False when the thread is missing.
   bool Add(HANDLE timer) {
     const std::lock_guard lock(mutex_);
     try {
@@ -75,7 +74,7 @@ class ClockWatch {
   }
 
  private:
-  // The wall clock's lead over one that nobody sets.
+  // System time minus monotonic time.
   static std::int64_t LeadMs() {
     return static_cast<std::int64_t>(ToFileTime(Now()) / kFileTimePerMs) -
            static_cast<std::int64_t>(MonotonicMs());
@@ -98,7 +97,7 @@ class ClockWatch {
 };
 
 ClockWatch& Watch() {
-  // Never destroyed: its thread runs to the end of the process.
+  // Never destroyed: its thread uses it until the process ends.
   static ClockWatch& watch = *new ClockWatch;
   return watch;
 }
@@ -129,7 +128,7 @@ class RealClock final : public Clock {
   FileTime SystemTime() override { return ToFileTime(Now()); }
 
   FileTime LocalTime() override {
-    // With the offset that holds now, which is the one that is wanted.
+    // With the current UTC offset.
     const FILETIME now = Now();
     FILETIME local{};
     return ToFileTime(FileTimeToLocalFileTime(&now, &local) != FALSE ? local : now);
@@ -141,24 +140,16 @@ class RealClock final : public Clock {
     const FileTime now = SystemTime();
     if (deadline <= now) return;
     const FileTime left = (deadline - now) / kFileTimePerMs + 1;
-    // A wait of one step needs no timer: whatever happens to the clock, it is short.
-    if (left <= kClockStepMs) return Wait(nullptr, wake, static_cast<std::uint32_t>(left));
-    const DeadlineTimer timer(std::min(deadline, kNever));
-    return Wait(timer.get(), wake, timer.get() == nullptr ? WaitLimit(kClockStepMs) : std::nullopt);
-  }
-
- private:
-  static void Wait(HANDLE timer, const Waitable& wake, WaitLimit limit) {
-    std::array<HANDLE, 2> handles{};
-    std::size_t count = 0;
-    if (timer != nullptr) handles[count++] = timer;
-    if (const HANDLE handle = NativeHandle(wake); handle != nullptr) {
-      handles[count++] = handle;
-    } else {
-      limit = LimitToPoll(limit);
+    WaitList waits;
+    waits.Add(wake);
+    WaitLimit limit = static_cast<std::uint32_t>(std::min<FileTime>(left, kClockStepMs));
+    std::optional<DeadlineTimer> timer;  // a wait of one step needs none
+    if (left > kClockStepMs) timer.emplace(std::min(deadline, kNever));
+    if (timer && timer->get() != nullptr) {
+      waits.Add(timer->get());
+      limit = std::nullopt;
     }
-    // Whatever ends the wait, the caller looks at the clock.
-    (void)WaitForHandles(std::span(handles).first(count), limit);
+    (void)waits.Wait(limit);  // however it ends, the caller reads the clock
   }
 };
 

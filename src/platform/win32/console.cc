@@ -12,11 +12,11 @@
 namespace talvorn::platform {
 namespace {
 
-// A console takes no more than some 32 KiB in one call on older systems.
+// Older systems take at most about 32 KiB per call.
 constexpr std::size_t kConsoleChunk = 8'000;
 constexpr std::size_t kFileChunk = 1 << 20;
 
-// Set once a write has met a pipe without a reader.
+// Standard output is a pipe whose reader has gone.
 std::atomic<bool> outputBroken{false};
 
 bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
@@ -42,10 +42,9 @@ bool WriteFileText(HANDLE file, std::string_view text) {
     DWORD written = 0;
     if (WriteFile(file, text.data(), size, &written, nullptr) == FALSE) {
       const DWORD error = GetLastError();
-      if (error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA ||
-          error == ERROR_PIPE_NOT_CONNECTED) {
-        if (file == GetStdHandle(STD_OUTPUT_HANDLE)) outputBroken = true;
-      }
+      const bool noReader =
+          error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
+      if (noReader && file == GetStdHandle(STD_OUTPUT_HANDLE)) outputBroken = true;
       return false;
     }
     if (written == 0) return false;
@@ -54,8 +53,7 @@ bool WriteFileText(HANDLE file, std::string_view text) {
   return true;
 }
 
-// Text for a console goes in UTF-16, whatever its code page; files and pipes get the
-// UTF-8 as it is.
+// A console gets UTF-16, whatever its code page; files and pipes get UTF-8.
 bool WriteText(DWORD stream, std::string_view text) {
   const HANDLE handle = GetStdHandle(stream);
   if (handle == nullptr || handle == INVALID_HANDLE_VALUE) return false;
@@ -64,25 +62,18 @@ bool WriteText(DWORD stream, std::string_view text) {
   return WriteConsoleText(handle, Utf8ToWide(text));
 }
 
-// The state of our end of a pipe, which needs no right to read from it.
+// Asks for the state of our end, which needs no right to read the pipe.
 bool PipeIsClosing(HANDLE pipe) {
-  struct StatusBlock {
-    void* status;
-    ULONG_PTR information;
-  };
-  struct LocalInformation {
-    ULONG type, configuration, maximumInstances, currentInstances, inboundQuota, readDataAvailable,
-        outboundQuota, writeQuotaAvailable, state, end;
-  };
   constexpr int kPipeLocalInformation = 24;
+  constexpr std::size_t kState = 8;  // in FILE_PIPE_LOCAL_INFORMATION
   constexpr ULONG kConnected = 3;
-  using Function = LONG(WINAPI*)(HANDLE, StatusBlock*, void*, ULONG, int);
+  using Function = LONG(WINAPI*)(HANDLE, ULONG_PTR*, ULONG*, ULONG, int);
   static const auto query = SystemFunction<Function>(L"ntdll.dll", "NtQueryInformationFile");
-  StatusBlock status{};
-  LocalInformation information{};
+  ULONG_PTR status[2] = {};
+  ULONG information[10] = {};
   return query != nullptr &&
-         query(pipe, &status, &information, sizeof(information), kPipeLocalInformation) >= 0 &&
-         information.state != kConnected;
+         query(pipe, status, information, sizeof(information), kPipeLocalInformation) >= 0 &&
+         information[kState] != kConnected;
 }
 
 }  // namespace
@@ -96,8 +87,8 @@ bool OutputAbandoned() {
   return GetFileType(output) == FILE_TYPE_PIPE && PipeIsClosing(output);
 }
 
-// A console that takes the control sequences of a terminal, which it is asked for
-// here; one of a system older than Windows 10 counts as a file.
+// Switches the console's terminal sequences on; before Windows 10 there are none, and the
+// console counts as a file.
 bool OutputIsTerminal() {
   constexpr DWORD kTerminalSequences = 0x0004;
   const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
@@ -112,7 +103,7 @@ std::optional<TerminalSize> OutputTerminalSize() {
   if (GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info) == FALSE) {
     return std::nullopt;
   }
-  // The window, not the buffer that it scrolls over.
+  // The window, not the scroll buffer.
   const int columns = info.srWindow.Right - info.srWindow.Left + 1;
   const int rows = info.srWindow.Bottom - info.srWindow.Top + 1;
   if (columns <= 0 || rows <= 0) return std::nullopt;

@@ -1,6 +1,5 @@
-// A debugger or viewer that has stopped reading holds a writer for as long as the
-// system waits for it (some ten seconds); nothing that the process can do shortens
-// that.
+// A debugger or viewer that has stopped reading blocks a writer for about ten seconds; the
+// process cannot shorten that.
 #include "platform/debug_output.h"
 
 #include <string>

@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "platform/win32/dword_size.h"
 #include "platform/win32/wide_text.h"
+#include "platform/win32/windows_api.h"
 
 namespace talvorn::platform {
 namespace {
@@ -15,8 +15,8 @@ std::u16string SectionNames(const std::u16string& path) {
   DWORD length = 0;
   do {
     names.resize(names.size() + kStep);
-    length = GetPrivateProfileSectionNamesW(ToNative(names.data()), DwordSize(names.size()),
-                                            ToNative(path));
+    length = GetPrivateProfileSectionNamesW(ToNative(names.data()),
+                                            static_cast<DWORD>(names.size()), ToNative(path));
   } while (length + 2 >= names.size());
   names.resize(length);
   return names;
@@ -25,8 +25,9 @@ std::u16string SectionNames(const std::u16string& path) {
 std::u16string AddressOf(const std::u16string& section, const std::u16string& path) {
   std::array<char16_t, kAddressCapacity> text{};
   (void)GetPrivateProfileStringW(ToNative(section), ToNative(std::u16string(kAddressKey)), L"",
-                                 ToNative(text.data()), DwordSize(text.size()), ToNative(path));
-  text.back() = u'\0';  // whatever the call left there
+                                 ToNative(text.data()), static_cast<DWORD>(text.size()),
+                                 ToNative(path));
+  text.back() = u'\0';  // the call need not end the text
   return text.data();
 }
 

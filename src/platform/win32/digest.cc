@@ -11,13 +11,6 @@
 namespace talvorn::platform {
 namespace {
 
-struct HashPolicy {
-  using Native = HCRYPTHASH;
-  static Native None() { return 0; }
-  static void Close(Native hash) { CryptDestroyHash(hash); }
-};
-using HashHandle = Handle<HashPolicy>;
-
 HCRYPTPROV Provider(void* handle) { return reinterpret_cast<HCRYPTPROV>(handle); }
 
 }  // namespace
@@ -37,27 +30,22 @@ DigestProvider::~DigestProvider() {
 
 bool DigestProvider::Sha1(std::span<const std::byte> data, Sha1Digest& digest) const {
   if (handle_ == nullptr || data.size() > std::numeric_limits<DWORD>::max()) return false;
-  HashHandle hash;
-  if (CryptCreateHash(Provider(handle_), CALG_SHA1, 0, 0, hash.Receive()) == FALSE) return false;
-  // No data is nothing to add, not a null pointer to complain about.
-  if (!data.empty() && CryptHashData(hash.get(), reinterpret_cast<const BYTE*>(data.data()),
-                                     static_cast<DWORD>(data.size()), 0) == FALSE) {
-    return false;
-  }
+  Handle<HCRYPTHASH, CryptDestroyHash> hash;
+  Sha1Digest result{};
   DWORD size = 0;
   DWORD sizeOfSize = sizeof(size);
-  if (CryptGetHashParam(hash.get(), HP_HASHSIZE, reinterpret_cast<BYTE*>(&size), &sizeOfSize, 0) ==
-          FALSE ||
-      size != kSha1Size) {
-    return false;
-  }
-  Sha1Digest result{};
-  if (CryptGetHashParam(hash.get(), HP_HASHVAL, reinterpret_cast<BYTE*>(result.data()), &size, 0) ==
-      FALSE) {
-    return false;
-  }
-  digest = result;
-  return true;
+  // CryptHashData refuses the null pointer of empty data.
+  const bool made =
+      CryptCreateHash(Provider(handle_), CALG_SHA1, 0, 0, hash.Receive()) != FALSE &&
+      (data.empty() || CryptHashData(hash.get(), reinterpret_cast<const BYTE*>(data.data()),
+                                     static_cast<DWORD>(data.size()), 0) != FALSE) &&
+      CryptGetHashParam(hash.get(), HP_HASHSIZE, reinterpret_cast<BYTE*>(&size), &sizeOfSize, 0) !=
+          FALSE &&
+      size == kSha1Size &&
+      CryptGetHashParam(hash.get(), HP_HASHVAL, reinterpret_cast<BYTE*>(result.data()), &size, 0) !=
+          FALSE;
+  if (made) digest = result;
+  return made;
 }
 
 }  // namespace talvorn::platform

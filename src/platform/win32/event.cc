@@ -4,7 +4,6 @@
 // reset is covered by the "set" that it returns.
 #include "platform/event.h"
 
-#include <array>
 #include <new>
 #include <utility>
 
@@ -38,7 +37,7 @@ bool Event::Test() const { return Wait(0) == WaitStatus::kSignalled; }
 
 WaitStatus Event::Wait(WaitLimit limit) const {
   if (!valid()) return WaitStatus::kFailed;
-  const WaitStatus status = WaitForHandles(std::array{state_->handle.get()}, limit);
+  const WaitStatus status = WaitList(state_->handle.get()).Wait(limit);
   if (status == WaitStatus::kSignalled && state_->mode == Mode::kAutoReset) Reset();
   return status;
 }

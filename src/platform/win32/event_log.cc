@@ -1,5 +1,4 @@
-// The Windows event log. Its service takes a report over a local call and stores it
-// by itself; a report that it refuses is lost.
+// The Windows event log. A report that its service refuses is lost.
 #include "platform/event_log.h"
 
 #include <string>
@@ -13,22 +12,12 @@
 namespace talvorn::platform {
 namespace {
 
-struct EventSourcePolicy {
-  using Native = HANDLE;
-  static Native None() { return nullptr; }
-  static void Close(Native source) { DeregisterEventSource(source); }
-};
-using EventSourceHandle = Handle<EventSourcePolicy>;
-
-// The calling thread's access token, or the process's when the thread has none.
+// The thread's access token; without one, the process's.
 KernelHandle OpenToken() {
   KernelHandle token;
-  if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Receive()) != FALSE) {
-    return token;
-  }
-  if (GetLastError() != ERROR_NO_TOKEN ||
-      OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Receive()) == FALSE) {
-    return {};
+  if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Receive()) == FALSE &&
+      GetLastError() == ERROR_NO_TOKEN) {
+    (void)OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Receive());
   }
   return token;
 }
@@ -39,11 +28,7 @@ std::optional<UserIdentity> CurrentUserIdentity() {
   const KernelHandle token = OpenToken();
   if (!token.valid()) return std::nullopt;
   DWORD size = 0;
-  if (GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size) != FALSE ||
-      GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
-    return std::nullopt;
-  }
-  // Memory from the heap is aligned for anything.
+  (void)GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);  // asks for the size
   std::vector<std::byte> buffer(size);
   if (size < sizeof(TOKEN_USER) ||
       GetTokenInformation(token.get(), TokenUser, buffer.data(), size, &size) == FALSE) {
@@ -59,20 +44,14 @@ std::optional<UserIdentity> CurrentUserIdentity() {
 }
 
 struct EventLog::State {
-  EventSourceHandle source;
+  Handle<HANDLE, DeregisterEventSource> source;
 };
-
-EventLog::EventLog() = default;
-EventLog::~EventLog() = default;
-EventLog::EventLog(EventLog&& other) noexcept = default;
-EventLog& EventLog::operator=(EventLog&& other) noexcept = default;
 
 EventLog EventLog::Register(std::u16string_view sourceName) {
   EventLog log;
   if (FaultHits(Fault::kEventLogRegister)) return log;
-  auto state = std::make_unique<State>();
-  state->source =
-      EventSourceHandle(RegisterEventSourceW(nullptr, ToNative(std::u16string(sourceName))));
+  auto state = std::make_shared<State>();
+  *state->source.Receive() = RegisterEventSourceW(nullptr, ToNative(std::u16string(sourceName)));
   if (state->source.valid()) log.state_ = std::move(state);
   return log;
 }

@@ -6,8 +6,7 @@
 
 namespace talvorn::platform {
 
-// The event viewer puts other texts in the place of "%1" and "%%1": a blank behind the
-// percent sign keeps it from that.
+// A blank behind the percent sign, so that the event viewer does not expand "%1" or "%%1".
 [[nodiscard]] inline std::u16string EventText(std::u16string_view text) {
   std::u16string shown;
   for (std::size_t i = 0; i < text.size(); ++i) {

@@ -1,7 +1,5 @@
 #include "platform/win32/everyone_access.h"
 
-#include "platform/win32/security_native.h"
-
 namespace talvorn::platform {
 
 EveryoneAccess::EveryoneAccess(DWORD rights)
@@ -9,7 +7,7 @@ EveryoneAccess::EveryoneAccess(DWORD rights)
   const ExplicitAccess entries[] = {{.accessMask = rights, .trustee = everyone_.get()},
                                     {.accessMask = kGenericAll, .trustee = nullptr}};
   if (everyone_) list_ = MakeAcl(entries);
-  attributes_ = {sizeof(attributes_), NativeDescriptor(descriptor_.get()), FALSE};
+  attributes_ = {sizeof(attributes_), descriptor_.get(), FALSE};
   made_ = list_ && descriptor_ &&
           InitializeDescriptor(*descriptor_, SECURITY_DESCRIPTOR_REVISION) &&
           SetDescriptorDacl(*descriptor_, *list_);

@@ -1,5 +1,5 @@
-// Security attributes of an object that every account of the machine may use: everyone has
-// the rights named, the account that makes the object has all. Lives while it is made.
+// Security attributes for a new object: everyone has the given rights, the account that
+// makes it has all. Must live until the object is made.
 #pragma once
 
 #include "platform/security.h"
@@ -13,7 +13,7 @@ class EveryoneAccess {
   EveryoneAccess(const EveryoneAccess&) = delete;
   EveryoneAccess& operator=(const EveryoneAccess&) = delete;
 
-  // Null, which means the system's default, when a step of making them failed.
+  // Null, the system's default, when making them failed.
   [[nodiscard]] SECURITY_ATTRIBUTES* attributes() { return made_ ? &attributes_ : nullptr; }
 
  private:

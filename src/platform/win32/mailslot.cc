@@ -1,9 +1,6 @@
-// Mailslots of the system. A message that waits signals nothing that a thread could
-// wait on, so who waits for one looks every few milliseconds.
-//
-// A mailslot of Windows takes messages as long as there is memory. Elsewhere (Wine) it
-// holds a limited number of bytes and a write waits for room; writes are therefore
-// overlapped, and cancelled when the time is up.
+// Mailslots of Windows. A mailslot cannot be waited on, so a waiting reader polls every few
+// milliseconds. Under Wine a mailslot holds a limited number of bytes and a write waits for
+// room; writes are therefore overlapped, and cancelled at the time limit.
 #include "platform/mailslot.h"
 
 #include <algorithm>
@@ -16,48 +13,50 @@
 #include "platform/clock.h"
 #include "platform/fault_injection.h"
 #include "platform/thread.h"
-#include "platform/win32/dword_size.h"
 #include "platform/win32/everyone_access.h"
 #include "platform/win32/handle.h"
-#include "platform/win32/security_native.h"
 #include "platform/win32/wait.h"
 #include "platform/win32/wide_text.h"
 
 namespace talvorn::platform {
 namespace {
 
-// Of a read when nothing waits, which nobody tries.
+// For a read without a message, which never happens.
 constexpr DWORD kReadTimeoutMs = 100;
 
-// How often a waiting thread looks: soon at first, for the answer to a request.
+// How often a waiting reader polls: fast at first, for the answer to a request.
 constexpr std::uint32_t kFirstLookMs = 1;
 constexpr std::uint32_t kLookMs = 10;
 
-// So long, at least, a write that the system has begun may take.
+// A write that has begun gets at least this long.
 constexpr std::uint32_t kPendingWriteMs = 20;
 
-// The size that Wine reports for every message from there on. Such a message is read
-// into a large buffer.
+// Wine reports this size for every larger message too: read it into a large buffer.
 constexpr std::size_t kUncertainSize = 65'536;
 constexpr std::size_t kLargestUncertain = 4 << 20;
 
+// A size as Windows takes it.
+DWORD DwordSize(std::size_t size) {
+  return static_cast<DWORD>(std::min<std::size_t>(size, MAXDWORD));
+}
+
 FileHandle OpenForWriting(const std::u16string& name) {
-  // Whoever owns the mailslot learns nothing of the writer's account.
+  // Anonymous: the owner of the mailslot must not impersonate the writer.
   return FileHandle(CreateFileW(
       ToNative(name), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
       FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS,
       nullptr));
 }
 
-// Ends an overlapped operation that has begun: none of its memory is in use afterwards.
-// True when it was done all the same.
+// Cancels an overlapped operation and waits until its memory is free. True when it was
+// done all the same.
 bool CancelAndFinish(HANDLE file, OVERLAPPED& operation) {
   (void)CancelIoEx(file, &operation);
   DWORD transferred = 0;
   return GetOverlappedResult(file, &operation, &transferred, TRUE) != FALSE;
 }
 
-// One write of the whole message. One that does not end at once may take until the limit.
+// Writes the whole message in one write, within the limit.
 MailslotWrite Deliver(HANDLE file, std::span<const std::byte> message, std::uint32_t limitMs) {
   const KernelHandle done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   if (!done.valid()) return MailslotWrite::kFailed;
@@ -65,8 +64,7 @@ MailslotWrite Deliver(HANDLE file, std::span<const std::byte> message, std::uint
   operation.hEvent = done.get();
   if (WriteFile(file, message.data(), DwordSize(message.size()), nullptr, &operation) == FALSE) {
     if (GetLastError() != ERROR_IO_PENDING) return MailslotWrite::kFailed;
-    if (WaitForHandles(std::array{done.get()}, std::max(limitMs, kPendingWriteMs)) !=
-        WaitStatus::kSignalled) {
+    if (WaitList(done.get()).Wait(std::max(limitMs, kPendingWriteMs)) != WaitStatus::kSignalled) {
       return CancelAndFinish(file, operation) ? MailslotWrite::kWritten : MailslotWrite::kFull;
     }
   }
@@ -109,7 +107,7 @@ Mailslot Mailslot::Create(std::u16string_view name, const SecurityAttributes* se
   SECURITY_ATTRIBUTES native{};
   if (security != nullptr) {
     native.nLength = security->length;
-    native.lpSecurityDescriptor = NativeDescriptor(security->securityDescriptor);
+    native.lpSecurityDescriptor = const_cast<SecurityDescriptor*>(security->securityDescriptor);
     native.bInheritHandle = security->inheritHandle;
   }
   auto state = std::make_shared<State>();
@@ -131,11 +129,11 @@ Mailslot::Taken Mailslot::Take(std::vector<std::byte>& message, std::size_t larg
   const auto size = state_->NextSize();
   if (!size) return Taken::kFailed;
   if (*size == MAILSLOT_NO_MESSAGE) return Taken::kNone;
-  // A read of no bytes would leave an empty message where it is, and so would one of too
-  // few, with every message behind it.
+  // A buffer of 0 bytes, or one too small, would leave the message in place and block the
+  // ones behind it.
   message.resize(*size == kUncertainSize ? kLargestUncertain : std::max<DWORD>(*size, 1));
   DWORD received = 0;
-  // Wine takes an empty message out, but reports that there was none.
+  // Wine removes an empty message but reports a failure.
   const bool taken = state_->ReadNext(message, received) || *size == 0;
   message.resize(taken ? received : 0);
   return taken && message.size() <= largest ? Taken::kMessage : Taken::kLost;

@@ -1,4 +1,4 @@
-// Mutexes and events of the system. A name without "Global\" is one of the session.
+// Mutexes and events of Windows. A name without "Global\" belongs to the session.
 #include "platform/named_object.h"
 
 #include <array>
@@ -14,7 +14,7 @@
 namespace talvorn::platform {
 namespace {
 
-// The access that locator and clients ask for: all.
+// All access, which locator and clients ask for.
 constexpr DWORD kAllMutexAccess = 0x1F0001;
 constexpr DWORD kAllEventAccess = 0x1F0003;
 
@@ -23,7 +23,7 @@ constexpr DWORD kAllEventAccess = 0x1F0003;
 struct NamedObject::State {
   KernelHandle handle;
 
-  // `make` gives a handle for the terminated name.
+  // `make` opens a handle for a null-terminated name.
   template <typename Make>
   static std::shared_ptr<State> Of(std::u16string_view name, Make make) {
     if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
@@ -38,11 +38,11 @@ NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess access) {
     if (access == ObjectAccess::kEveryone) {
       EveryoneAccess everyone(kAllMutexAccess);
       const HANDLE made = CreateMutexW(everyone.attributes(), FALSE, native);
-      // What another account made for itself exists as long as it is open here.
+      // Another account's mutex may allow only this; open here, it stays in existence.
       return made != nullptr ? made : OpenMutexW(SYNCHRONIZE, FALSE, native);
     }
     const HANDLE made = CreateMutexW(nullptr, FALSE, native);
-    // One that others made may refuse what creation asks for, and be there all the same.
+    // An existing mutex may refuse what creation asks for.
     return made != nullptr ? made : OpenMutexW(kAllMutexAccess, FALSE, native);
   }));
 }
@@ -57,7 +57,7 @@ NamedEvent NamedEvent::Create(std::u16string_view name, ObjectAccess access) {
     if (access == ObjectAccess::kEveryone) {
       EveryoneAccess everyone(kAllEventAccess);
       const HANDLE made = CreateEventW(everyone.attributes(), TRUE, FALSE, native);
-      // What another account made for itself can be waited for all the same.
+      // Another account's event may allow only a wait.
       return made != nullptr ? made : OpenEventW(SYNCHRONIZE, FALSE, native);
     }
     return CreateEventW(nullptr, TRUE, FALSE, native);
@@ -76,36 +76,22 @@ bool NamedEvent::Pulse() { return valid() && PulseEvent(state_->handle.get()) !=
 NamedEvent::WaitResult NamedEvent::WaitAny(std::span<NamedEvent* const> events,
                                            const Waitable* interrupt, WaitLimit limit) {
   using Status = WaitResult::Status;
-  std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles{};
   std::array<std::size_t, MAXIMUM_WAIT_OBJECTS> indices{};
   std::size_t count = 0;
+  WaitList waits;
   for (std::size_t i = 0; i < events.size(); ++i) {
     if (events[i] == nullptr || !events[i]->valid()) continue;
-    if (count == handles.size()) return {};
-    handles[count] = events[i]->state_->handle.get();
+    if (count == indices.size()) return {};
     indices[count++] = i;
+    waits.Add(events[i]->state_->handle.get());
   }
-  // Of several that are signalled the first is told, so the events come before.
-  const std::size_t eventCount = count;
-  if (interrupt != nullptr) {
-    if (const HANDLE handle = NativeHandle(*interrupt); handle == nullptr) {
-      limit = LimitToPoll(limit);
-    } else if (count == handles.size()) {
-      return {};
-    } else {
-      handles[count++] = handle;
-    }
-  }
-  std::size_t signalled = 0;
-  switch (WaitForHandles(std::span(handles).first(count), limit, &signalled)) {
-    case WaitStatus::kTimeout:
-      return {Status::kTimeout};
-    case WaitStatus::kFailed:
-      return {};
-    case WaitStatus::kSignalled:
-      break;
-  }
-  if (signalled == eventCount) return {Status::kInterrupted};
+  // Last: if several are signalled, the wait tells the first.
+  if (interrupt != nullptr) waits.Add(*interrupt);
+  DWORD signalled = 0;
+  const WaitStatus status = waits.Wait(limit, &signalled);
+  if (status == WaitStatus::kFailed) return {};
+  if (status == WaitStatus::kTimeout) return {Status::kTimeout};
+  if (signalled == count) return {Status::kInterrupted};
   return {Status::kEvent, indices[signalled]};
 }
 

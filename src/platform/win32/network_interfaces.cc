@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
-#include <limits>
 #include <map>
 #include <memory>
 #include <span>
@@ -21,39 +20,31 @@
 namespace talvorn::platform {
 namespace {
 
-// A list of adapters may have grown between the question for its size and the next.
+// The adapter list may grow between the query for its size and the next.
 constexpr int kQueryAttempts = 4;
 
-// The size first, the content next.
-std::optional<std::vector<std::byte>> QueryAdapters(ULONG family, ULONG flags) {
+// Calls `each` for every adapter; false when the query fails.
+template <typename Each>
+bool ForEachAdapter(ULONG family, ULONG flags, Each&& each) {
   for (int attempt = 0; attempt < kQueryAttempts; ++attempt) {
     ULONG size = 0;
     (void)GetAdaptersAddresses(family, flags, nullptr, nullptr, &size);
-    if (size == 0) break;
+    if (size == 0) return false;
     std::vector<std::byte> buffer(size);
     auto* const first = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
     int error = 0;
     if (!FaultHits(Fault::kAdapterQuery, &error)) {
       error = static_cast<int>(GetAdaptersAddresses(family, flags, nullptr, first, &size));
     }
-    if (error == NO_ERROR) return buffer;
-    if (error != ERROR_BUFFER_OVERFLOW) break;
+    if (error == ERROR_BUFFER_OVERFLOW) continue;
+    if (error != NO_ERROR) return false;
+    for (const auto* adapter = first; adapter != nullptr; adapter = adapter->Next) each(*adapter);
+    return true;
   }
-  return std::nullopt;
+  return false;
 }
 
-// Calls `each` for every adapter with what `flags` do not skip; nothing on failure.
-template <typename Each>
-void ForEachAdapter(ULONG flags, Each&& each) {
-  const auto adapters = QueryAdapters(AF_UNSPEC, flags);
-  if (!adapters) return;
-  for (const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(adapters->data());
-       adapter != nullptr; adapter = adapter->Next) {
-    each(*adapter);
-  }
-}
-
-// One index serves both families; an adapter without IPv4 has none for that.
+// Both families share the index; an adapter without IPv4 has IfIndex 0.
 std::uint32_t IndexOf(const IP_ADAPTER_ADDRESSES& adapter) {
   return adapter.IfIndex != 0 ? adapter.IfIndex : adapter.Ipv6IfIndex;
 }
@@ -78,48 +69,13 @@ std::array<std::uint8_t, 16> BytesOf(const in6_addr& address) {
   return bytes;
 }
 
-using UnicastTable = std::unique_ptr<MIB_UNICASTIPADDRESS_TABLE, decltype(&FreeMibTable)>;
-
-// All addresses of a family; none when the system does not tell.
-UnicastTable QueryUnicastTable(ADDRESS_FAMILY family) {
+// Calls `each` for every unicast address of a family; for none on failure.
+template <typename Each>
+void ForEachUnicastRow(ADDRESS_FAMILY family, Each&& each) {
   MIB_UNICASTIPADDRESS_TABLE* table = nullptr;
-  if (GetUnicastIpAddressTable(family, &table) != NO_ERROR) table = nullptr;
-  return {table, &FreeMibTable};
-}
-
-std::span<const MIB_UNICASTIPADDRESS_ROW> RowsOf(const UnicastTable& table) {
-  if (table == nullptr) return {};
-  return {table->Table, table->NumEntries};
-}
-
-// Of the IPv6 addresses that one interface has. IPv6 that was taken from an interface
-// and given back leaves none that is as old as the oldest one was.
-struct Ipv6State {
-  LONGLONG created = (std::numeric_limits<LONGLONG>::max)();  // the oldest
-  std::vector<HostAddress> addresses;
-};
-
-std::map<NET_IFINDEX, Ipv6State> QueryIpv6States() {
-  std::map<NET_IFINDEX, Ipv6State> interfaces;
-  const UnicastTable table = QueryUnicastTable(AF_INET6);
-  for (const MIB_UNICASTIPADDRESS_ROW& row : RowsOf(table)) {
-    Ipv6State& state = interfaces[row.InterfaceIndex];
-    state.created = std::min(state.created, row.CreationTimeStamp.QuadPart);
-    state.addresses.push_back(
-        HostAddress::Ipv6(BytesOf(row.Address.Ipv6.sin6_addr), row.InterfaceIndex));
-  }
-  return interfaces;
-}
-
-// The incarnation of each IPv4 address on each interface.
-std::map<std::pair<std::uint32_t, NET_IFINDEX>, std::uint32_t> QueryIpv4Incarnations() {
-  std::map<std::pair<std::uint32_t, NET_IFINDEX>, std::uint32_t> incarnations;
-  const UnicastTable table = QueryUnicastTable(AF_INET);
-  for (const MIB_UNICASTIPADDRESS_ROW& row : RowsOf(table)) {
-    incarnations[{row.Address.Ipv4.sin_addr.s_addr, row.InterfaceIndex}] =
-        Incarnation(row.InterfaceIndex, static_cast<std::uint64_t>(row.CreationTimeStamp.QuadPart));
-  }
-  return incarnations;
+  if (GetUnicastIpAddressTable(family, &table) != NO_ERROR) return;
+  const std::unique_ptr<void, decltype(&FreeMibTable)> owner(table, &FreeMibTable);
+  for (const auto& row : std::span(table->Table, table->NumEntries)) each(row);
 }
 
 }  // namespace
@@ -133,19 +89,24 @@ std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable() {
 
   const std::size_t room =
       (buffer.size() - offsetof(MIB_IPADDRTABLE, table)) / sizeof(MIB_IPADDRROW);
-  const auto incarnations = QueryIpv4Incarnations();
+  // When each address was given to each interface.
+  std::map<std::pair<std::uint32_t, NET_IFINDEX>, LONGLONG> created;
+  ForEachUnicastRow(AF_INET, [&](const MIB_UNICASTIPADDRESS_ROW& row) {
+    created[{row.Address.Ipv4.sin_addr.s_addr, row.InterfaceIndex}] =
+        row.CreationTimeStamp.QuadPart;
+  });
   std::vector<Ipv4AddressRow> rows;
   for (std::size_t i = 0; i < std::min<std::size_t>(table->dwNumEntries, room); ++i) {
     const MIB_IPADDRROW& row = table->table[i];
-    const auto incarnation = incarnations.find({row.dwAddr, row.dwIndex});
-    rows.push_back({.address = row.dwAddr,
-                    .interfaceIndex = row.dwIndex,
-                    .mask = row.dwMask,
-                    .broadcastAddress = row.dwBCastAddr,
-                    .reassemblySize = row.dwReasmSize,
-                    .type = row.wType,
-                    .incarnation = incarnation == incarnations.end() ? Incarnation(row.dwIndex, 0)
-                                                                     : incarnation->second});
+    rows.push_back(
+        {.address = row.dwAddr,
+         .interfaceIndex = row.dwIndex,
+         .mask = row.dwMask,
+         .broadcastAddress = row.dwBCastAddr,
+         .reassemblySize = row.dwReasmSize,
+         .type = row.wType,
+         .incarnation = Incarnation(
+             row.dwIndex, static_cast<std::uint64_t>(created[{row.dwAddr, row.dwIndex}]))});
   }
   return rows;
 }
@@ -158,30 +119,35 @@ std::uint32_t InterfaceOfIpv4Address(std::uint32_t address) {
 }
 
 std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters() {
-  // Nothing but the adapters themselves.
   constexpr ULONG kFlags = kNamesOnly | GAA_FLAG_SKIP_FRIENDLY_NAME;
   static_assert(kFlags == 0x2F);
-  const auto buffer = QueryAdapters(AF_INET6, kFlags);
-  if (!buffer) return std::nullopt;
-  auto interfaces = QueryIpv6States();
   std::vector<Ipv6Adapter> adapters;
-  for (const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(buffer->data());
-       adapter != nullptr; adapter = adapter->Next) {
-    Ipv6State& state = interfaces[adapter->Ipv6IfIndex];
-    adapters.push_back({.ipv6IfIndex = adapter->Ipv6IfIndex,
-                        .flags = adapter->Flags,
-                        .operStatus = static_cast<std::uint32_t>(adapter->OperStatus),
-                        .ifType = adapter->IfType,
-                        .incarnation = state.addresses.empty()
-                                           ? 0
-                                           : Incarnation(adapter->Ipv6IfIndex,
-                                                         static_cast<std::uint64_t>(state.created)),
-                        .addresses = std::move(state.addresses)});
+  if (!ForEachAdapter(AF_INET6, kFlags, [&](const IP_ADAPTER_ADDRESSES& adapter) {
+        adapters.push_back({.ipv6IfIndex = adapter.Ipv6IfIndex,
+                            .flags = adapter.Flags,
+                            .operStatus = static_cast<std::uint32_t>(adapter.OperStatus),
+                            .ifType = adapter.IfType});
+      })) {
+    return std::nullopt;
   }
+  // When IPv6 is removed from an interface and added again, all addresses are younger than
+  // the oldest one was.
+  std::map<NET_IFINDEX, LONGLONG> oldest;
+  ForEachUnicastRow(AF_INET6, [&](const MIB_UNICASTIPADDRESS_ROW& row) {
+    const LONGLONG created = row.CreationTimeStamp.QuadPart;
+    LONGLONG& first = oldest.try_emplace(row.InterfaceIndex, created).first->second;
+    first = std::min(first, created);
+    for (Ipv6Adapter& adapter : adapters) {
+      if (adapter.ipv6IfIndex != row.InterfaceIndex) continue;
+      adapter.incarnation = Incarnation(row.InterfaceIndex, static_cast<std::uint64_t>(first));
+      adapter.addresses.push_back(
+          HostAddress::Ipv6(BytesOf(row.Address.Ipv6.sin6_addr), row.InterfaceIndex));
+    }
+  });
   return adapters;
 }
 
-// By the name that Windows shows ("Ethernet 2"), or by its number.
+// By the name that Windows shows ("Ethernet 2") or by index.
 std::uint32_t InterfaceIndexFromName(const char* name) {
   const std::string_view text(name);
   std::uint32_t number = 0;
@@ -189,7 +155,7 @@ std::uint32_t InterfaceIndexFromName(const char* name) {
   const bool isNumber = error == std::errc{} && end == text.data() + text.size();
   std::uint32_t index = 0;
   const std::u16string wide = Utf8ToWide(text);
-  ForEachAdapter(kNamesOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
+  (void)ForEachAdapter(AF_UNSPEC, kNamesOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
     const bool meant = isNumber ? IndexOf(adapter) == number
                                 : adapter.FriendlyName != nullptr &&
                                       lstrcmpiW(adapter.FriendlyName, ToNative(wide)) == 0;
@@ -200,7 +166,7 @@ std::uint32_t InterfaceIndexFromName(const char* name) {
 
 InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
   InterfaceAddresses result;
-  ForEachAdapter(kUnicastOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
+  (void)ForEachAdapter(AF_UNSPEC, kUnicastOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
     if (IndexOf(adapter) != interfaceIndex) return;
     for (const auto* address = adapter.FirstUnicastAddress; address != nullptr;
          address = address->Next) {

@@ -9,19 +9,18 @@
 namespace talvorn::platform {
 namespace {
 
-// Whoever closes the window, or logs off, ends the process when its time is up; so
-// long it may finish.
+// How long the process may go on after the window was closed or the user logged off.
 constexpr DWORD kCloseLimitMs = 30'000;
 
 const Event& Interrupt() {
-  // Never destroyed: the system calls from a thread of its own, up to the end.
+  // Never destroyed: Windows calls OnControl in a thread of its own until the end.
   static const Event& interrupt = *new Event(Event::Create(Event::Mode::kManualReset));
   return interrupt;
 }
 
 BOOL WINAPI OnControl(DWORD type) {
   Interrupt().Set();
-  // The return would end the process at once, but for Ctrl-C and Ctrl-Break.
+  // For all but Ctrl-C and Ctrl-Break, Windows ends the process when this returns.
   if (type != CTRL_C_EVENT && type != CTRL_BREAK_EVENT) Sleep(kCloseLimitMs);
   return TRUE;
 }
@@ -36,10 +35,10 @@ const Waitable& TerminationRequest() {
 bool TerminationRequested() { return false; }
 
 const Waitable& InterruptRequest() {
-  // Only a tool that looks takes over from the system; any other is ended by it.
+  // Only for a tool that asks; Windows ends any other on Ctrl-C.
   static const bool watching =
       Interrupt().valid() && SetConsoleCtrlHandler(&OnControl, TRUE) != FALSE;
-  (void)watching;  // without it that stays so
+  (void)watching;  // on failure Windows ends this one too
   return Interrupt();
 }
 
@@ -48,7 +47,7 @@ std::uint32_t CurrentProcessId() { return GetCurrentProcessId(); }
 std::optional<std::string> TemporaryDirectory(std::size_t capacity) {
   std::array<char, MAX_PATH + 2> path{};
   const DWORD size = GetTempPathA(static_cast<DWORD>(path.size()), path.data());
-  // More than there is room for is the room that it would take.
+  // Without room the call returns the size needed.
   if (size == 0 || size >= std::min(capacity, path.size())) return std::nullopt;
   return std::string(path.data(), size);
 }

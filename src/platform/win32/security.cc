@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/fault_injection.h"
-#include "platform/win32/security_native.h"
+#include "platform/win32/windows_api.h"
 
 // Behind the header that sets the switches.
 #include <accctrl.h>
@@ -71,12 +71,12 @@ DescriptorPointer AllocateDescriptor() {
 }
 
 bool InitializeDescriptor(SecurityDescriptor& descriptor, std::uint32_t revision) {
-  return ::InitializeSecurityDescriptor(NativeDescriptor(&descriptor), revision) != FALSE;
+  return ::InitializeSecurityDescriptor(&descriptor, revision) != FALSE;
 }
 
 bool SetDescriptorDacl(SecurityDescriptor& descriptor, const AccessControlList& acl) {
   auto* const native = reinterpret_cast<PACL>(const_cast<AccessControlList*>(&acl));
-  return SetSecurityDescriptorDacl(NativeDescriptor(&descriptor), TRUE, native, FALSE) != FALSE;
+  return SetSecurityDescriptorDacl(&descriptor, TRUE, native, FALSE) != FALSE;
 }
 
 }  // namespace talvorn::platform

@@ -15,15 +15,7 @@ namespace {
 constexpr REGSAM kRead = 0x20019;
 constexpr REGSAM kReadWrite = 0x2001F;
 
-struct KeyPolicy {
-  using Native = HKEY;
-  static Native None() { return nullptr; }
-  static void Close(Native key) { RegCloseKey(key); }
-};
-using KeyHandle = Handle<KeyPolicy>;
-
-// The characters of a text that `query` stores in a buffer of its own; none when the
-// value is no text, or larger than that.
+// The text that `query` reads; none when the value is no text or larger than the buffer.
 template <typename Char, typename Query>
 std::optional<std::basic_string<Char>> QueryText(Query query) {
   std::array<Char, kSettingsTextCapacity> buffer{};
@@ -38,15 +30,14 @@ std::optional<std::basic_string<Char>> QueryText(Query query) {
 }  // namespace
 
 struct SettingsKey::State {
-  KeyHandle key;
+  Handle<HKEY, RegCloseKey> key;
 
-  // On the key that `call` opens; none when it fails.
+  // The key that `call` opens; null on failure.
   template <typename Call>
   static std::shared_ptr<State> On(std::u16string_view path, Call call) {
     auto state = std::make_shared<State>();
     const std::u16string terminated(path);
-    const bool open = call(ToNative(terminated), state->key.Receive()) == ERROR_SUCCESS;
-    return open ? state : nullptr;
+    return call(ToNative(terminated), state->key.Receive()) == ERROR_SUCCESS ? state : nullptr;
   }
 };
 

@@ -1,6 +1,5 @@
-// Each socket that receives has an event of Winsock, which stands for its readiness to be
-// read in waits: set while something may wait, reset by the receive (or accept) that finds
-// nothing.
+// Each socket that receives has a Winsock event to wait on: set while there may be something
+// to read, reset by the receive (or accept) that finds nothing.
 #include "platform/socket.h"
 
 #include <atomic>
@@ -9,34 +8,30 @@
 
 #include "platform/fault_injection.h"
 #include "platform/socket_common.h"
-#include "platform/win32/handle.h"
 
 namespace talvorn::platform {
 namespace {
 
-// The options of Winsock 2; those of Winsock 1 have the same names and other values.
+// The option values of Winsock 2; those of Winsock 1 differ under the same names.
 static_assert(IP_MULTICAST_IF == 9 && IP_MULTICAST_TTL == 10 && IP_MULTICAST_LOOP == 11 &&
               IP_ADD_MEMBERSHIP == 12);
 
 WSAEVENT NativeEvent(std::intptr_t event) { return reinterpret_cast<WSAEVENT>(event); }
 
-// Winsock takes sizes as int; the rest of a stream's data goes with the next call.
+// A size as Winsock takes it. The rest of a stream's data goes with the next call.
 int SizeOf(std::span<const std::byte> bytes) {
   return static_cast<int>(std::min<std::size_t>(bytes.size(), INT_MAX));
 }
 
-// One byte, the width in which senders have always given it; the wider form where
-// the system insists.
+// One byte, as senders have always given it; a DWORD where Windows refuses that.
 bool SetByteOption(std::intptr_t handle, int level, int option, std::uint8_t value) {
   return SetOption(handle, level, option, value) || SetOption(handle, level, option, DWORD{value});
 }
 
-// The receive that tells where a datagram was sent to. The provider of a family has
-// one for all of its sockets.
+// WSARecvMsg, which tells where a datagram was sent to. All sockets of a family share it.
 std::atomic<LPFN_WSARECVMSG>& ReceiveMessage(AddressFamily family) {
-  static std::atomic<LPFN_WSARECVMSG> ipv4;
-  static std::atomic<LPFN_WSARECVMSG> ipv6;
-  return family == AddressFamily::kIpv6 ? ipv6 : ipv4;
+  static std::atomic<LPFN_WSARECVMSG> functions[2];
+  return functions[family == AddressFamily::kIpv6];
 }
 
 bool FindReceiveMessage(SOCKET socket, AddressFamily family) {
@@ -52,10 +47,9 @@ bool FindReceiveMessage(SOCKET socket, AddressFamily family) {
   return function != nullptr;
 }
 
-// Makes the system tell where each datagram was sent to and came in, and keep to
-// itself that nobody listened where one of ours went. Both are best effort: Windows
-// gives a socket only the groups that it has joined itself, and a receive survives
-// the error.
+// Makes Windows tell where each datagram was sent to and came in, and not report
+// "port unreachable" as a receive error. Both are best effort: a socket gets only the
+// groups that it has joined itself, and a receive survives the error.
 bool PrepareReceiver(std::intptr_t handle, AddressFamily family) {
   if (!FindReceiveMessage(Native(handle), family) ||
       !SetOption(handle, SOL_SOCKET, SO_REUSEADDR, int{1})) {
@@ -77,23 +71,21 @@ Arrival ArrivalOf(WSAMSG& message) {
   Arrival arrival;
   for (WSACMSGHDR* part = WSA_CMSG_FIRSTHDR(&message); part != nullptr;
        part = WSA_CMSG_NXTHDR(&message, part)) {
-    if (part->cmsg_len < WSA_CMSG_LEN(0)) break;  // left as it was: nothing is told
+    if (part->cmsg_len < WSA_CMSG_LEN(0)) break;  // Windows did not fill it in
     arrival.Note(part->cmsg_level, part->cmsg_type, WSA_CMSG_DATA(part),
                  part->cmsg_len - WSA_CMSG_LEN(0));
   }
   return arrival;
 }
 
-// Most errors of a receive say something about one datagram, one peer, or the moment.
+// Receive errors that concern one datagram, one peer or the moment.
 constexpr int kPassingErrors[] = {
     WSAEWOULDBLOCK,  WSAEINTR,      WSAENETDOWN,          WSAENETUNREACH,
     WSAENETRESET,    WSAECONNRESET, WSAECONNREFUSED,      WSAEHOSTDOWN,
     WSAEHOSTUNREACH, WSAENOBUFS,    WSA_NOT_ENOUGH_MEMORY};
 
-// After a receive that gave nothing: the event is no longer set, unless something
-// has come in since. A look by recv() also makes the event be set again by what
-// comes next; that is what is said of recv(), but not of the receive that tells the
-// destination.
+// Resets the event after a receive that gave nothing, unless something has come in since.
+// The peek by recv() also re-arms the event: documented for recv(), not for WSARecvMsg.
 void RearmDatagramEvent(std::intptr_t handle, std::intptr_t event) {
   WSAResetEvent(NativeEvent(event));
   char first = 0;
@@ -103,8 +95,8 @@ void RearmDatagramEvent(std::intptr_t handle, std::intptr_t event) {
   }
 }
 
-// Calls `receive` once more after the event was reset, so that nothing that came in
-// between is slept through. Returns what the last call did.
+// Calls `receive` once more after the reset of the event, so that nothing that came in
+// between is missed. Returns what the last call did.
 template <typename Result, typename Receive>
 Result ReceiveOrRearm(std::intptr_t event, Result nothing, Receive&& receive) {
   Result result = receive();
@@ -115,15 +107,15 @@ Result ReceiveOrRearm(std::intptr_t event, Result nothing, Receive&& receive) {
   return result;
 }
 
-// What a connection, or a socket that waits for some, is woken by.
+// What wakes a connection or a listener.
 constexpr long kStreamEvents = FD_READ | FD_ACCEPT | FD_CLOSE;
 
-// The event of a new socket, which thereby no longer blocks. None on failure.
-std::intptr_t MakeReadableEvent(std::intptr_t handle, long what) {
-  SocketEventHandle event(WSACreateEvent());
-  if (!event.valid() || WSAEventSelect(Native(handle), event.get(), what) != 0)
-    return kNoWaitHandle;
-  return reinterpret_cast<std::intptr_t>(event.Release());
+// Gives a new socket its event, after which it no longer blocks.
+bool MakeReadable(std::intptr_t handle, std::intptr_t& readable, long what) {
+  const WSAEVENT event = WSACreateEvent();
+  if (event == WSA_INVALID_EVENT) return false;
+  readable = reinterpret_cast<std::intptr_t>(event);  // closed with the socket
+  return WSAEventSelect(Native(handle), event, what) == 0;
 }
 
 bool StopBlocking(std::intptr_t handle) {
@@ -131,21 +123,14 @@ bool StopBlocking(std::intptr_t handle) {
   return ioctlsocket(Native(handle), FIONBIO, &nonBlocking) == 0;
 }
 
-enum class Direction { kRead, kWrite };
-
-// A connection that is refused is not writable: it is seen by the time limit.
-WaitStatus WaitFor(std::intptr_t handle, Direction direction, WaitLimit limit) {
-  fd_set sockets{};
-  sockets.fd_count = 1;
-  sockets.fd_array[0] = Native(handle);
+// Waits for the one socket in `read` or `write`; the other is null.
+WaitStatus Select(fd_set* read, fd_set* write, WaitLimit limit) {
   timeval time{};
   if (limit) {
     time.tv_sec = static_cast<long>(*limit / 1000);
     time.tv_usec = static_cast<long>(*limit % 1000 * 1000);
   }
-  const bool read = direction == Direction::kRead;
-  const int ready = select(0, read ? &sockets : nullptr, read ? nullptr : &sockets, nullptr,
-                           limit ? &time : nullptr);
+  const int ready = select(0, read, write, nullptr, limit ? &time : nullptr);
   if (ready == SOCKET_ERROR) return WaitStatus::kFailed;
   return ready == 0 ? WaitStatus::kTimeout : WaitStatus::kSignalled;
 }
@@ -163,17 +148,17 @@ Socket Socket::Create(AddressFamily family, SocketType type) {
   if (FaultHits(Fault::kSocketCreate)) return {};
   Socket result(static_cast<std::intptr_t>(socket(ToNative(family), ToNative(type), 0)), family);
   if (!result.valid()) return {};
-  if (type == SocketType::kDatagram)
-    return StopBlocking(result.handle_) ? std::move(result) : Socket();
-  result.readable_ = MakeReadableEvent(result.handle_, kStreamEvents);
-  return result.readable_ != kNoWaitHandle ? std::move(result) : Socket();
+  const bool ready = type == SocketType::kDatagram
+                         ? StopBlocking(result.handle_)
+                         : MakeReadable(result.handle_, result.readable_, kStreamEvents);
+  return ready ? std::move(result) : Socket();
 }
 
 Socket Socket::CreateReceiver(AddressFamily family) {
   Socket result = Create(family, SocketType::kDatagram);
-  if (!result.valid() || !PrepareReceiver(result.handle_, family)) return {};
-  result.readable_ = MakeReadableEvent(result.handle_, FD_READ);
-  return result.readable_ != kNoWaitHandle ? std::move(result) : Socket();
+  const bool ready = result.valid() && PrepareReceiver(result.handle_, family) &&
+                     MakeReadable(result.handle_, result.readable_, FD_READ);
+  return ready ? std::move(result) : Socket();
 }
 
 void Socket::Close() {
@@ -243,17 +228,17 @@ std::optional<std::size_t> Socket::Receive(Datagrams& datagrams) {
       error = WSAGetLastError();
     }
     if (error == WSAEMSGSIZE) {
-      // The datagram is larger than the room, which now holds its beginning.
+      // A larger datagram: the buffer holds its beginning.
       received = part.len;
     } else if (std::ranges::find(kPassingErrors, error) != std::end(kPassingErrors)) {
       RearmDatagramEvent(handle_, readable_);
       break;
     } else if (error != 0) {
-      // What came before counts; the event stays set, and the next receive fails as well.
+      // Return what came before; the event stays set, so the next receive meets the error.
       if (kept == 0) return std::nullopt;
       break;
     }
-    // What the system does not tell is no reason to drop a datagram.
+    // A datagram without a known destination is kept.
     const Arrival arrival = ArrivalOf(message);
     if (membership_ && arrival.known &&
         !arrival.IsFor(membership_->group, membership_->interfaceIndex)) {
@@ -271,10 +256,10 @@ Socket Socket::Accept() {
       static_cast<std::intptr_t>(ReceiveOrRearm(
           readable_, INVALID_SOCKET, [this] { return accept(Native(handle_), nullptr, nullptr); })),
       family_);
-  if (!result.valid()) return {};
-  // Until now it shared the event of this one.
-  result.readable_ = MakeReadableEvent(result.handle_, kStreamEvents);
-  return result.readable_ != kNoWaitHandle ? std::move(result) : Socket();
+  // Until it has an event of its own it shares the listener's.
+  const bool ready =
+      result.valid() && MakeReadable(result.handle_, result.readable_, kStreamEvents);
+  return ready ? std::move(result) : Socket();
 }
 
 ConnectStatus Socket::Connect(const SocketAddress& peer) {
@@ -284,14 +269,15 @@ ConnectStatus Socket::Connect(const SocketAddress& peer) {
   return WSAGetLastError() == WSAEWOULDBLOCK ? ConnectStatus::kPending : ConnectStatus::kFailed;
 }
 
+// A refused connection does not become writable: the caller's limit ends the wait.
 WaitStatus Socket::WaitWritable(WaitLimit limit) const {
-  if (!valid()) return WaitStatus::kFailed;
-  return WaitFor(handle_, Direction::kWrite, limit);
+  fd_set sockets{1, {Native(handle_)}};
+  return Select(nullptr, &sockets, limit);
 }
 
 WaitStatus Socket::WaitReadable(WaitLimit limit) const {
-  if (!valid()) return WaitStatus::kFailed;
-  return WaitFor(handle_, Direction::kRead, limit);
+  fd_set sockets{1, {Native(handle_)}};
+  return Select(&sockets, nullptr, limit);
 }
 
 std::optional<std::size_t> Socket::Send(std::span<const std::byte> data) {

@@ -8,7 +8,7 @@
 namespace talvorn::platform {
 namespace {
 
-// What one call converts at most; no text of the system is nearly as long.
+// The most that one call converts.
 constexpr std::size_t kLongest = std::numeric_limits<int>::max();
 
 std::u16string ToWide(UINT codePage, std::string_view text) {
@@ -40,8 +40,7 @@ std::string ToMultiByte(UINT codePage, DWORD flags, const char* replacement,
 std::u16string NarrowToWide(std::string_view text) { return ToWide(CP_ACP, text); }
 
 std::string WideToNarrow(std::u16string_view text) {
-  // A system may have UTF-8 as its narrow code page, which has every character and
-  // takes neither flag nor replacement.
+  // For UTF-8 the call takes neither the flag nor a replacement.
   if (GetACP() == CP_UTF8) return WideToUtf8(text);
   return ToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, "?", text);
 }

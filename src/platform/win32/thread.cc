@@ -77,7 +77,7 @@ std::uint32_t Thread::handleValue() const {
 bool Thread::JoinFor(WaitLimit limit) {
   if (!state_) return true;
   const auto state = std::exchange(state_, nullptr);
-  return WaitForHandles(std::array{state->handle.get()}, limit) == WaitStatus::kSignalled;
+  return WaitList(state->handle.get()).Wait(limit) == WaitStatus::kSignalled;
 }
 
 void SleepMs(std::uint32_t milliseconds) { Sleep(NativeLimit(milliseconds)); }

@@ -9,7 +9,7 @@ namespace talvorn::platform {
 
 std::string NewUuidText() {
   UUID uuid{};
-  // Without a network card the system makes one that is unique on this machine.
+  // Without a network card the UUID is unique on this machine only.
   const RPC_STATUS made = UuidCreate(&uuid);
   if (made != RPC_S_OK && made != RPC_S_UUID_LOCAL_ONLY) return {};
   RPC_CSTR native = nullptr;

@@ -1,26 +1,34 @@
 // Waiting on handles, in the terms of waitable.h.
 #pragma once
 
-#include <cstddef>
-#include <span>
+#include <array>
 
 #include "platform/waitable.h"
 #include "platform/win32/windows_api.h"
 
 namespace talvorn::platform {
 
-// What there is to wait on; null when there is nothing.
-[[nodiscard]] inline HANDLE NativeHandle(const Waitable& waitable) {
-  const std::intptr_t handle = waitable.waitHandle();
-  return handle == kNoWaitHandle ? nullptr : reinterpret_cast<HANDLE>(handle);
-}
-
-// The longest limit is one millisecond short of what Windows takes for "for ever".
+// A limit as Windows takes it, one millisecond short of "for ever" at most.
 [[nodiscard]] DWORD NativeLimit(WaitLimit limit);
 
-// Waits for one of `handles`, at most MAXIMUM_WAIT_OBJECTS, and tells which it was.
-// As the system does it: an auto-reset event is consumed.
-[[nodiscard]] WaitStatus WaitForHandles(std::span<const HANDLE> handles, WaitLimit limit,
-                                        std::size_t* index = nullptr);
+// The handles of one wait.
+class WaitList {
+ public:
+  WaitList() = default;
+  explicit WaitList(HANDLE only) { Add(only); }
+
+  void Add(HANDLE handle);
+  // Without a handle it shortens the wait to kPollTickMs.
+  void Add(const Waitable& waitable);
+
+  // Waits for one of the handles; `index` tells for which, the first one if several are
+  // signalled. Resets an auto-reset event. Fails for more than MAXIMUM_WAIT_OBJECTS.
+  [[nodiscard]] WaitStatus Wait(WaitLimit limit, DWORD* index = nullptr) const;
+
+ private:
+  std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles_;
+  DWORD count_ = 0;  // of those added, also past the room
+  bool poll_ = false;
+};
 
 }  // namespace talvorn::platform

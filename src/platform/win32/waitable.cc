@@ -1,7 +1,6 @@
 #include "platform/waitable.h"
 
 #include <algorithm>
-#include <array>
 
 #include "platform/win32/wait.h"
 
@@ -11,37 +10,42 @@ DWORD NativeLimit(WaitLimit limit) {
   return limit ? std::min<DWORD>(*limit, INFINITE - 1) : INFINITE;
 }
 
-WaitStatus WaitForHandles(std::span<const HANDLE> handles, WaitLimit limit, std::size_t* index) {
-  if (handles.size() > MAXIMUM_WAIT_OBJECTS) return WaitStatus::kFailed;
-  if (handles.empty()) {
-    Sleep(NativeLimit(limit));
+void WaitList::Add(HANDLE handle) {
+  if (count_ < handles_.size()) handles_[count_] = handle;
+  ++count_;
+}
+
+void WaitList::Add(const Waitable& waitable) {
+  const std::intptr_t handle = waitable.waitHandle();
+  if (handle == kNoWaitHandle) {
+    poll_ = true;
+  } else {
+    Add(reinterpret_cast<HANDLE>(handle));
+  }
+}
+
+WaitStatus WaitList::Wait(WaitLimit limit, DWORD* index) const {
+  if (count_ > handles_.size()) return WaitStatus::kFailed;
+  const DWORD native = NativeLimit(poll_ ? LimitToPoll(limit) : limit);
+  if (count_ == 0) {
+    Sleep(native);
     return WaitStatus::kTimeout;
   }
-  const auto count = static_cast<DWORD>(handles.size());
-  const DWORD result = WaitForMultipleObjects(count, handles.data(), FALSE, NativeLimit(limit));
+  const DWORD result = WaitForMultipleObjects(count_, handles_.data(), FALSE, native);
   if (result == WAIT_TIMEOUT) return WaitStatus::kTimeout;
-  if (result >= WAIT_OBJECT_0 + count) return WaitStatus::kFailed;
+  if (result >= WAIT_OBJECT_0 + count_) return WaitStatus::kFailed;
   if (index != nullptr) *index = result - WAIT_OBJECT_0;
   return WaitStatus::kSignalled;
 }
 
-// Nothing that a Waitable hands out is consumed by a wait: see event.cc.
+// Resets nothing: the events of Waitables are manual-reset ones, see event.cc.
 WaitStatus WaitForAny(std::span<const Waitable* const> waitables, WaitLimit limit) {
   static_assert(kMostWaitables == MAXIMUM_WAIT_OBJECTS);
-  std::array<HANDLE, kMostWaitables> handles{};
-  std::size_t count = 0;
+  WaitList waits;
   for (const Waitable* waitable : waitables) {
-    if (waitable == nullptr) continue;
-    const HANDLE handle = NativeHandle(*waitable);
-    if (handle == nullptr) {
-      limit = LimitToPoll(limit);
-    } else if (count == handles.size()) {
-      return WaitStatus::kFailed;
-    } else {
-      handles[count++] = handle;
-    }
+    if (waitable != nullptr) waits.Add(*waitable);
   }
-  return WaitForHandles(std::span(handles).first(count), limit);
+  return waits.Wait(limit);
 }
 
 }  // namespace talvorn::platform

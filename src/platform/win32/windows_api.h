@@ -1,10 +1,8 @@
-// The Windows headers, in the one order and with the one set of switches that they
-// are used with here. Nothing else includes them, and no header outside win32/
-// includes this one.
+// The Windows headers in their one order and with their one set of switches. Nothing else
+// includes them, and no header outside win32/ includes this one.
 #pragma once
 
-// Windows 7. A standard header seen earlier may have set what the compiler takes
-// for the default.
+// Windows 7. An earlier standard header may have set the compiler's default.
 #undef _WIN32_WINNT
 #define _WIN32_WINNT 0x0601
 #undef WINVER
@@ -18,7 +16,7 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
-// inet_addr() is asked for by name.
+// For inet_addr().
 #ifndef _WINSOCK_DEPRECATED_NO_WARNINGS
 #define _WINSOCK_DEPRECATED_NO_WARNINGS
 #endif

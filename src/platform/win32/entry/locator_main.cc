@@ -14,8 +14,7 @@ constexpr UINT kGivenUp = 3;  // as the runtime library's abort
 }  // namespace
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR commandLine, int) {
-  // Nobody sees a dialogue of a process without window: not for the disk that a path in
-  // the settings lies on, not at a failure, nor when the runtime library gives up.
+  // No dialogues, which nobody would see: not for a missing disk, a crash or terminate().
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
   std::set_terminate([] { TerminateProcess(GetCurrentProcess(), kGivenUp); });
   try {

@@ -1,4 +1,4 @@
-// Winsock, by the names under which the code of both systems takes it.
+// Winsock under the names that the code of both systems uses.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,7 @@ inline const auto FreeAddressInfo = &FreeAddrInfoW;
   return {text.begin(), text.end()};
 }
 
-// The address alone tells Windows on which interface.
+// Windows needs only the interface's address.
 [[nodiscard]] inline ip_mreq Ipv4Membership(in_addr group, in_addr interfaceAddress,
                                             std::uint32_t) {
   return {group, interfaceAddress};

@@ -9,12 +9,8 @@ namespace {
 
 std::vector<int> closed;
 
-struct CountingPolicy {
-  using Native = int;
-  static Native None() { return -7; }
-  static void Close(Native handle) { closed.push_back(handle); }
-};
-using Counted = Handle<CountingPolicy>;
+void Close(int handle) { closed.push_back(handle); }
+using Counted = Handle<int, Close, -7>;
 
 TEST(Handle, ClosesWhatItOwnsOnceAndNeverNone) {
   closed.clear();
