@@ -84,8 +84,7 @@ struct Mailslot::State {
   // The size of the next message, or MAILSLOT_NO_MESSAGE; none when the query fails.
   [[nodiscard]] std::optional<DWORD> NextSize() const {
     DWORD next = MAILSLOT_NO_MESSAGE;
-    DWORD count = 0;
-    if (GetMailslotInfo(handle.get(), nullptr, &next, &count, nullptr) == FALSE)
+    if (GetMailslotInfo(handle.get(), nullptr, &next, nullptr, nullptr) == FALSE)
       return std::nullopt;
     return next;
   }

@@ -13,6 +13,7 @@
 
 #include "platform/fault_injection.h"
 #include "platform/incarnation.h"
+#include "platform/socket_common.h"
 #include "platform/text_encoding.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/windows_api.h"
@@ -53,15 +54,6 @@ constexpr ULONG kNamesOnly = GAA_FLAG_SKIP_UNICAST | GAA_FLAG_SKIP_ANYCAST |
                              GAA_FLAG_SKIP_MULTICAST | GAA_FLAG_SKIP_DNS_SERVER;
 constexpr ULONG kUnicastOnly = GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST |
                                GAA_FLAG_SKIP_DNS_SERVER | GAA_FLAG_SKIP_FRIENDLY_NAME;
-
-template <typename T>
-const T* SocketAddressAs(const IP_ADAPTER_UNICAST_ADDRESS& address, int family) {
-  const SOCKET_ADDRESS& native = address.Address;
-  return native.lpSockaddr != nullptr && native.lpSockaddr->sa_family == family &&
-                 native.iSockaddrLength >= static_cast<INT>(sizeof(T))
-             ? reinterpret_cast<const T*>(native.lpSockaddr)
-             : nullptr;
-}
 
 std::array<std::uint8_t, 16> BytesOf(const in6_addr& address) {
   std::array<std::uint8_t, 16> bytes{};
@@ -168,16 +160,16 @@ InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
   InterfaceAddresses result;
   (void)ForEachAdapter(AF_UNSPEC, kUnicastOnly, [&](const IP_ADAPTER_ADDRESSES& adapter) {
     if (IndexOf(adapter) != interfaceIndex) return;
-    for (const auto* address = adapter.FirstUnicastAddress; address != nullptr;
-         address = address->Next) {
-      if (const auto* ipv4 = SocketAddressAs<sockaddr_in>(*address, AF_INET)) {
-        result.ipv4.push_back(ipv4->sin_addr.s_addr);
-      }
-      const auto* ipv6 = SocketAddressAs<sockaddr_in6>(*address, AF_INET6);
-      if (ipv6 == nullptr) continue;
-      if (address->DadState == IpDadStateTentative) result.ipv6Pending = true;
-      if (address->DadState < IpDadStateDeprecated) continue;
-      result.ipv6.push_back(BytesOf(ipv6->sin6_addr));
+    for (const auto* unicast = adapter.FirstUnicastAddress; unicast != nullptr;
+         unicast = unicast->Next) {
+      const SOCKET_ADDRESS& native = unicast->Address;
+      const SocketAddress address =
+          FromNative(native.lpSockaddr, static_cast<std::size_t>(native.iSockaddrLength));
+      if (address.family() == AddressFamily::kIpv4) result.ipv4.push_back(address.ipv4());
+      if (address.family() != AddressFamily::kIpv6) continue;
+      if (unicast->DadState == IpDadStateTentative) result.ipv6Pending = true;
+      if (unicast->DadState < IpDadStateDeprecated) continue;
+      result.ipv6.push_back(BytesOf(As<sockaddr_in6>(address).sin6_addr));
     }
   });
   return result;

@@ -15,13 +15,14 @@ namespace {
 constexpr REGSAM kRead = 0x20019;
 constexpr REGSAM kReadWrite = 0x2001F;
 
-// The text that `query` reads; none when the value is no text or larger than the buffer.
-template <typename Char, typename Query>
-std::optional<std::basic_string<Char>> QueryText(Query query) {
+// The text that `query` finds under a name; none when the value is no text or too large.
+template <typename Char, typename Name, typename Query>
+std::optional<std::basic_string<Char>> QueryText(HKEY key, const Name* name, Query query) {
   std::array<Char, kSettingsTextCapacity> buffer{};
   DWORD type = 0;
   DWORD size = sizeof(buffer);
-  const LSTATUS status = query(&type, reinterpret_cast<BYTE*>(buffer.data()), &size);
+  const LSTATUS status =
+      query(key, name, nullptr, &type, reinterpret_cast<BYTE*>(buffer.data()), &size);
   if (status != ERROR_SUCCESS || type != REG_SZ) return std::nullopt;
   const auto stored = std::span(buffer).first(size / sizeof(Char));
   return std::basic_string<Char>(stored.begin(), std::ranges::find(stored, Char{}));
@@ -70,19 +71,14 @@ std::optional<std::uint32_t> SettingsKey::Number(std::u16string_view name) const
 
 std::optional<std::u16string> SettingsKey::Text(std::u16string_view name) const {
   if (!valid()) return std::nullopt;
-  auto text = QueryText<char16_t>([&](DWORD* type, BYTE* data, DWORD* size) {
-    return RegQueryValueExW(state_->key.get(), ToNative(std::u16string(name)), nullptr, type, data,
-                            size);
-  });
+  auto text =
+      QueryText<char16_t>(state_->key.get(), ToNative(std::u16string(name)), RegQueryValueExW);
   return text && text->size() < kSettingsTextCapacity ? std::move(text) : std::nullopt;
 }
 
 std::optional<std::string> SettingsKey::NarrowText(std::u16string_view name) const {
   if (!valid()) return std::nullopt;
-  auto text = QueryText<char>([&](DWORD* type, BYTE* data, DWORD* size) {
-    return RegQueryValueExA(state_->key.get(), WideToNarrow(name).c_str(), nullptr, type, data,
-                            size);
-  });
+  auto text = QueryText<char>(state_->key.get(), WideToNarrow(name).c_str(), RegQueryValueExA);
   if (text) text->resize(std::min(text->size(), kSettingsTextCapacity - 1));
   return text;
 }

@@ -2,9 +2,7 @@
 
 #include <process.h>
 
-#include <algorithm>
-#include <array>
-#include <cstddef>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -20,10 +18,10 @@ constexpr std::size_t kLongestName = 15;
 
 struct StartParameter {
   Thread::Procedure procedure;
-  std::array<wchar_t, kLongestName + 1> name{};
+  std::wstring name;
 };
 
-// Debuggers and dumps show it, since Windows 10.
+// For debuggers and dumps, since Windows 10.
 void NameThisThread(const wchar_t* name) {
   using Function = HRESULT(WINAPI*)(HANDLE, PCWSTR);
   static const auto setDescription =
@@ -32,15 +30,13 @@ void NameThisThread(const wchar_t* name) {
 }
 
 unsigned __stdcall Run(void* argument) noexcept {
-  // What the procedure owns goes with the parameter, before the thread has ended.
+  // Frees what the procedure owns before the thread has ended.
   const std::unique_ptr<StartParameter> parameter(static_cast<StartParameter*>(argument));
-  NameThisThread(parameter->name.data());
+  NameThisThread(parameter->name.c_str());
   try {
     return parameter->procedure();
   } catch (...) {
-    // The procedures handle their failures; what still gets here ends this thread
-    // and no other.
-    return 0;
+    return 0;  // ends this thread only
   }
 }
 
@@ -54,15 +50,15 @@ struct Thread::State {
 Thread Thread::Start(const char* name, Procedure procedure) {
   if (FaultHits(Fault::kThreadStart)) return {};
   auto state = std::make_shared<State>();
-  auto parameter = std::make_unique<StartParameter>();
-  parameter->procedure = std::move(procedure);
-  std::ranges::copy(std::string_view(name).substr(0, kLongestName), parameter->name.begin());
+  const std::string_view shown = std::string_view(name).substr(0, kLongestName);
+  auto parameter = std::make_unique<StartParameter>(std::move(procedure),
+                                                    std::wstring(shown.begin(), shown.end()));
   unsigned id = 0;
-  // Not CreateThread: the run-time library has something to set up as well.
+  // Not CreateThread: the C runtime must set up its own data for the thread.
   state->handle = KernelHandle(
       reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &Run, parameter.get(), 0, &id)));
   if (!state->handle.valid()) return {};
-  (void)parameter.release();  // the thread's now
+  (void)parameter.release();  // Run owns it
   state->id = id;
   return Thread(std::move(state));
 }

@@ -7,15 +7,10 @@
 #include "platform/win32/wide_text.h"
 #include "platform/win32/windows_api.h"
 
-namespace {
-
-constexpr UINT kGivenUp = 3;  // as the runtime library's abort
-
-}  // namespace
-
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR commandLine, int) {
   // No dialogues, which nobody would see: not for a missing disk, a crash or terminate().
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+  constexpr UINT kGivenUp = 3;  // as abort()
   std::set_terminate([] { TerminateProcess(GetCurrentProcess(), kGivenUp); });
   try {
     return talvorn::LocatorMain(
