@@ -12,28 +12,45 @@
 namespace talvorn {
 namespace {
 
-TEST(CommandServer, EndsByItselfWithoutSecurityButWaitsForItsMailslot) {
-  const testing::ScratchMachine machine;
-  DebugTrace().SetEnabled(0);
-  CResponseList responses;
-  CItemList items;
-  ExchangeContext context;
-  context.responseList = &responses;
-  context.itemList = &items;
-  platform::ArmFault(platform::Fault::kSidAllocate, 1);
-  ASSERT_TRUE(StartExchange(context));
-  EXPECT_TRUE(testing::WaitUntil([&] { return !context.running; }));
-  StopExchange(context);
-  platform::DisarmFaults();
+using platform::Fault;
 
-  platform::ArmFault(platform::Fault::kMailslotCreate, 1);
-  ASSERT_TRUE(StartExchange(context));
+class CommandServer : public ::testing::Test {
+ protected:
+  CommandServer() {
+    DebugTrace().SetEnabled(0);
+    context_.responseList = &responses_;
+    context_.itemList = &items_;
+  }
+  ~CommandServer() override { platform::DisarmFaults(); }
+
+  testing::ScratchMachine machine_;
+  CResponseList responses_;
+  CItemList items_;
+  ExchangeContext context_;
+};
+
+TEST_F(CommandServer, EndsByItselfWithoutSecurity) {
+  const std::pair<Fault, int> steps[] = {{Fault::kSidAllocate, 0},
+                                         {Fault::kSidAllocate, 1},
+                                         {Fault::kAclMake, 0},
+                                         {Fault::kDescriptorMake, 0}};
+  for (const auto& [fault, skip] : steps) {
+    platform::ArmFault(fault, 1, skip);
+    ASSERT_TRUE(StartExchange(context_));
+    EXPECT_TRUE(testing::WaitUntil([&] { return !context_.running; })) << static_cast<int>(fault);
+    StopExchange(context_);
+    EXPECT_EQ(context_.everyoneSid, nullptr) << "it is freed";
+  }
+}
+
+TEST_F(CommandServer, TriesAgainWhenItsMailslotCouldNotBeMade) {
+  platform::ArmFault(Fault::kMailslotCreate, 1);
+  ASSERT_TRUE(StartExchange(context_));
   EXPECT_TRUE(testing::WaitUntil([] {
     return platform::WriteMailslot(kServerMailslot, std::span<const std::byte>(), 0) ==
            platform::MailslotWrite::kWritten;
-  })) << "and tries again when only its mailslot could not be made";
-  StopExchange(context);
-  platform::DisarmFaults();
+  }));
+  StopExchange(context_);
 }
 
 }  // namespace
