@@ -2,83 +2,35 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <map>
-#include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "app/interface_threads.h"
 #include "platform/fault_injection.h"
 #include "platform/settings_store.h"
-#include "platform/socket.h"
 #include "platform/text_encoding.h"
 #include "support/debug_trace.h"
 #include "support/settings.h"
 #include "testing/scratch_machine.h"
-#include "testing/wait_until.h"
 
 namespace talvorn {
 namespace {
 
 using platform::Ipv4AddressRow;
 using platform::Ipv6Adapter;
+using testing::Adapter;
+using testing::Address;
+using testing::Ids;
+using testing::interfaceThreads;
+using testing::Row;
+using testing::Runs;
 using Table = InterfaceWatch::Ipv4Table;
 using Adapters = InterfaceWatch::Ipv6Adapters;
-using Ids = std::multiset<std::uint32_t>;
-
-std::uint32_t Address(const char* text) { return platform::ParseIpv4(text); }
-
-Ipv4AddressRow Row(const char* address, std::uint16_t type = platform::kIpv4AddressPrimary) {
-  return {.address = Address(address), .mask = Address("255.255.255.0"), .type = type};
-}
-
-Ipv6Adapter Adapter(std::uint32_t index) {
-  return {.ipv6IfIndex = index,
-          .flags = platform::kAdapterIpv6Enabled,
-          .operStatus = platform::kOperStatusUp,
-          .ifType = platform::kIfTypeEthernet};
-}
-
-std::mutex runningMutex;
-Ids running;  // the interfaces whose threads run
-
-// What each thread was told of its address or interface last.
-std::map<std::uint32_t, std::uint32_t> incarnations;
-Ids ownAtStart;  // the IPv4 addresses that were known as own when their threads started
-
-std::uint32_t RunUntilStopped(const ThreadItem& item) {
-  {
-    const std::lock_guard lock(runningMutex);
-    running.insert(item.id);
-    if (item.ownRequests->Sent(platform::SocketAddress::Ipv4(item.id, 1)))
-      ownAtStart.insert(item.id);
-  }
-  const platform::Waitable* const woken[] = {&item.running.cleared(), &item.networkChanged};
-  while (item.running) {
-    {
-      const std::lock_guard lock(runningMutex);
-      incarnations[item.id] = item.incarnation;
-    }
-    (void)platform::WaitForAny(woken, std::nullopt);
-    (void)item.networkChanged.Test();
-  }
-  const std::lock_guard lock(runningMutex);
-  running.erase(running.find(item.id));
-  return 0;
-}
-
-bool Runs(const Ids& ids) {
-  return testing::WaitUntil([&] {
-    const std::lock_guard lock(runningMutex);
-    return running == ids;
-  });
-}
 
 bool IsTold(std::uint32_t id, std::uint32_t incarnation) {
   return testing::WaitUntil([=] {
-    const std::lock_guard lock(runningMutex);
-    return incarnations[id] == incarnation;
+    const std::lock_guard guard(interfaceThreads.lock);
+    return interfaceThreads.incarnations[id] == incarnation;
   });
 }
 
@@ -98,7 +50,7 @@ class InterfaceWatchTest : public ::testing::Test {
   CResponseList responses_;
   CItemList items_;
   RunFlag serviceRuns_;
-  InterfaceWatch watch_{events_, responses_, items_, RunUntilStopped, serviceRuns_};
+  InterfaceWatch watch_{events_, responses_, items_, testing::RunUntilStopped, serviceRuns_};
 };
 
 TEST_F(InterfaceWatchTest, PrimaryAddressesOtherThanLoopbackHaveAThread) {
@@ -114,19 +66,15 @@ TEST_F(InterfaceWatchTest, PrimaryAddressesOtherThanLoopbackHaveAThread) {
 }
 
 TEST_F(InterfaceWatchTest, AThreadThatCannotStartIsTriedAgainAtTheNextLook) {
-  const Table table{Row("10.0.0.1"), Row("10.0.0.2")};
-  platform::ArmFault(platform::Fault::kThreadStart, 4);
-  watch_.WatchIpv4Interfaces(table);
-  watch_.WatchIpv4Interfaces(std::nullopt);  // both fail once more
+  const auto look = [this] {
+    watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1"), Row("10.0.0.2")});
+    watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
+  };
+  platform::ArmFault(platform::Fault::kThreadStart, 3);
+  look();
   platform::DisarmFaults();
   EXPECT_TRUE(Runs({}));
-  watch_.WatchIpv4Interfaces(table);
-  EXPECT_TRUE(Runs({Address("10.0.0.1"), Address("10.0.0.2")}));
-
-  platform::ArmFault(platform::Fault::kThreadStart, 1);
-  watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
-  platform::DisarmFaults();
-  watch_.WatchIpv6Interfaces(Adapters{Adapter(9)});
+  look();
   EXPECT_TRUE(Runs({9, Address("10.0.0.1"), Address("10.0.0.2")}));
 }
 
@@ -138,8 +86,7 @@ TEST_F(InterfaceWatchTest, ThreadsAreToldWhenTheirInterfaceWasMadeAnew) {
   elsewhere.incarnation = 8;
   watch_.WatchIpv4Interfaces(Table{first, elsewhere});
   EXPECT_TRUE(IsTold(first.address, 7));
-  ++first.incarnation;
-  ++first.incarnation;
+  first.incarnation = 9;
   watch_.WatchIpv4Interfaces(Table{first, elsewhere});
   EXPECT_TRUE(IsTold(first.address, 9)) << "the receivers join on the first of them";
 
@@ -152,11 +99,11 @@ TEST_F(InterfaceWatchTest, ThreadsAreToldWhenTheirInterfaceWasMadeAnew) {
 }
 
 TEST_F(InterfaceWatchTest, AnAddressIsKnownAsOwnBeforeItsThreadStarts) {
-  ownAtStart.clear();
+  interfaceThreads.ownAtStart.clear();
   watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1")});
   watch_.WatchIpv4Interfaces(Table{Row("10.0.0.1"), Row("10.0.0.2")});
   EXPECT_TRUE(Runs({Address("10.0.0.1"), Address("10.0.0.2")}));
-  EXPECT_EQ(ownAtStart, Ids({Address("10.0.0.1"), Address("10.0.0.2")}));
+  EXPECT_EQ(interfaceThreads.ownAtStart, Ids({Address("10.0.0.1"), Address("10.0.0.2")}));
 }
 
 TEST_F(InterfaceWatchTest, ManyPendingReinitialisationsAreServedInOnePassUnlessTheServiceEnds) {

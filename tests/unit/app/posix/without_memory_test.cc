@@ -2,24 +2,18 @@
 // with its second, and so on for all of them. It may cost what was at hand at that
 // moment, but neither the thread nor what comes after.
 #include <gtest/gtest.h>
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 
 #include <array>
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
-#include <memory>
-#include <mutex>
 #include <new>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "app/interface_threads.h"
 #include "app/interface_watch.h"
 #include "app/service_loop.h"
 #include "devices/change_event.h"
@@ -34,7 +28,6 @@
 #include "platform/fault_injection.h"
 #include "platform/mailslot.h"
 #include "platform/named_object.h"
-#include "platform/posix/descriptor.h"
 #include "platform/settings_store.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
@@ -79,6 +72,7 @@ void operator delete[](void* memory, std::size_t) noexcept { Free(memory); }
 namespace talvorn {
 namespace {
 
+using testing::Address;
 using testing::WaitUntil;
 
 // Lives `life` again and again with one more allocation before the one that fails,
@@ -104,15 +98,24 @@ void WithEachAllocationFailing(int batch, const std::function<void(long)>& life)
 template <class Lives, class Procedure>
 void StartEach(Lives& lives, long first, Procedure procedure) {
   for (auto& life : lives) {
-    const long failing = first + (&life - lives.data());
-    life.thread = platform::Thread::Start("life", [&life, procedure, failing] {
+    life.thread = platform::Thread::Start("life", [&life, procedure, failing = first++] {
       failingAllocation = failing;
       return procedure(life);
     });
   }
 }
 
-std::uint32_t Address(const char* text) { return platform::ParseIpv4(text); }
+// Lives of `Life`, which take their time, side by side.
+constexpr int kLives = 32;
+template <class Life>
+using Lives = std::array<Life, kLives>;
+
+// Ends those that run until they are told to.
+template <class Lives, class RunFlagOf>
+void EndEach(Lives& lives, RunFlagOf runFlagOf) {
+  for (auto& life : lives) runFlagOf(life).Clear();
+  for (auto& life : lives) life.thread.Join();
+}
 
 DeviceRecord Record(std::uint32_t itemOffset) {
   DeviceRecord record;
@@ -226,9 +229,8 @@ TEST_F(WithoutMemory, ARequestThreadGoesOn) {
     ThreadItem item;
     platform::Thread thread;
   };
-  constexpr int kLives = 48;
   WithEachAllocationFailing(kLives, [&](long first) {
-    std::array<Life, kLives> lives;
+    Lives<Life> lives;
     for (Life& life : lives) {
       life.item.id = Address("127.0.0.1");
       life.item.mask = Address("255.0.0.0");
@@ -250,41 +252,18 @@ TEST_F(WithoutMemory, ARequestThreadGoesOn) {
         life.item.networkChanged.Set();
       }
     }
-    for (Life& life : lives) life.item.running.Clear();
-    for (Life& life : lives) life.thread.Join();
+    EndEach(
+        lives, [](Life & life) -> auto& { return life.item.running; });
   });
 }
 
-std::mutex runningMutex;
-std::multiset<std::uint32_t> running;  // the interfaces whose threads run
-
-std::uint32_t RunUntilStopped(const ThreadItem& item) {
-  {
-    const std::lock_guard lock(runningMutex);
-    running.insert(item.id);
-  }
-  const platform::Waitable* const cleared[] = {&item.running.cleared()};
-  while (item.running) (void)platform::WaitForAny(cleared, std::nullopt);
-  const std::lock_guard lock(runningMutex);
-  running.erase(running.find(item.id));
-  return 0;
-}
-
 TEST_F(WithoutMemory, TheInterfaceWatchMakesUpForItInItsNextPasses) {
-  const auto row = [](const char* address) {
-    return platform::Ipv4AddressRow{.address = Address(address),
-                                    .type = platform::kIpv4AddressPrimary};
-  };
-  const auto adapter = [](std::uint32_t index) {
-    return platform::Ipv6Adapter{.ipv6IfIndex = index,
-                                 .flags = platform::kAdapterIpv6Enabled,
-                                 .operStatus = platform::kOperStatusUp,
-                                 .ifType = platform::kIfTypeEthernet};
-  };
-  const InterfaceWatch::Ipv4Table tables[] = {{row("10.0.0.1"), row("10.0.0.2")},
-                                              {row("10.0.0.2"), row("10.0.0.3")}};
-  const InterfaceWatch::Ipv6Adapters adapters[] = {{adapter(9), adapter(12)}, {adapter(12)}};
-  const std::multiset<std::uint32_t> wanted = {Address("10.0.0.2"), Address("10.0.0.3"), 12};
+  using testing::Adapter;
+  using testing::Row;
+  const InterfaceWatch::Ipv4Table tables[] = {{Row("10.0.0.1"), Row("10.0.0.2")},
+                                              {Row("10.0.0.2"), Row("10.0.0.3")}};
+  const InterfaceWatch::Ipv6Adapters adapters[] = {{Adapter(9), Adapter(12)}, {Adapter(12)}};
+  const testing::Ids wanted = {Address("10.0.0.2"), Address("10.0.0.3"), 12};
   WithEachAllocationFailing(1, [&](long allocation) {
     WriteRegistry(
         "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Kestrow\\TAL-VORN\\Interfaces]\n\"10.0.0.2\"=dword:0\n");
@@ -293,7 +272,7 @@ TEST_F(WithoutMemory, TheInterfaceWatchMakesUpForItInItsNextPasses) {
     EventSource events;
     CResponseList responses;
     CItemList items;
-    InterfaceWatch watch(events, responses, items, RunUntilStopped, serviceRuns);
+    InterfaceWatch watch(events, responses, items, testing::RunUntilStopped, serviceRuns);
     const auto look = [&](int when) {
       auto table = tables[when];
       (void)Completed([&] { watch.WatchIpv6Interfaces(adapters[when]); });
@@ -308,16 +287,13 @@ TEST_F(WithoutMemory, TheInterfaceWatchMakesUpForItInItsNextPasses) {
     const long left = std::exchange(failingAllocation, -1);
     // A request that was put off takes a thread away once more.
     for (int pass = 0; pass < 4; ++pass) look(1);
-    EXPECT_TRUE(WaitUntil([&] {
-      const std::lock_guard lock(runningMutex);
-      return running == wanted;
-    }));
+    EXPECT_TRUE(testing::Runs(wanted));
     const auto key = platform::SettingsKey::Open(kInterfacesKey, platform::SettingsAccess::kRead);
     EXPECT_EQ(key.Number(u"10.0.0.2"), 1u) << "the request is served";
     failingAllocation = left;
     watch.ShutDownIpv4();
     watch.ShutDownIpv6();
-    EXPECT_TRUE(running.empty());
+    EXPECT_TRUE(testing::Runs({}));
   });
 }
 
@@ -419,9 +395,8 @@ TEST_F(WithoutMemory, AStatusQueryEnds) {
     StaticDevice device;
     platform::Thread thread;
   };
-  constexpr int kLives = 32;
   WithEachAllocationFailing(kLives, [&](long first) {
-    std::array<Life, kLives> lives;
+    Lives<Life> lives;
     for (Life& life : lives) {
       life.context.responses = &life.responses;
       life.context.items = &life.items;
@@ -454,9 +429,8 @@ TEST_F(WithoutMemory, TheStaticDeviceWorkerGoesOnToItsNextCycle) {
     StaticDeviceContext context;
     platform::Thread thread;
   };
-  constexpr int kLives = 32;
   WithEachAllocationFailing(kLives, [&](long first) {
-    std::array<Life, kLives> lives;
+    Lives<Life> lives;
     for (Life& life : lives) {
       life.context.responses = &life.responses;
       life.context.items = &life.items;
@@ -464,24 +438,16 @@ TEST_F(WithoutMemory, TheStaticDeviceWorkerGoesOnToItsNextCycle) {
     }
     StartEach(lives, first, [](Life& life) { return DeviceByHostName(life.context); });
     for (Life& life : lives) EXPECT_TRUE(WaitUntil([&] { return life.responses.count() == 1; }));
-    for (Life& life : lives) life.context.running.Clear();
-    for (Life& life : lives) life.thread.Join();
+    EndEach(
+        lives, [](Life & life) -> auto& { return life.context.running; });
   });
 }
 
 // Puts the calling thread, and those it starts, into a network of their own with one
 // address that a locator uses. False without the right to.
 bool EnterNetworkOfItsOwn() {
-  if (unshare(CLONE_NEWNET) != 0) return false;
-  const platform::Descriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ifreq request{};
-  std::strcpy(request.ifr_name, "lo");
-  request.ifr_flags = IFF_UP | IFF_RUNNING;
-  if (ioctl(any.get(), SIOCSIFFLAGS, &request) != 0) return false;
-  std::strcpy(request.ifr_name, "lo:1");
-  const auto address = platform::SocketAddress::Ipv4(Address("10.0.0.1"), 0);
-  std::memcpy(&request.ifr_addr, address.storage.data(), sizeof(request.ifr_addr));
-  return ioctl(any.get(), SIOCSIFADDR, &request) == 0;
+  return unshare(CLONE_NEWNET) == 0 &&
+         system("ip link set lo up && ip addr add 10.0.0.1/24 dev lo") == 0;
 }
 
 TEST_F(WithoutMemory, TheServiceGoesOnUntilItIsToldToEnd) {
@@ -492,13 +458,12 @@ TEST_F(WithoutMemory, TheServiceGoesOnUntilItIsToldToEnd) {
     RunFlag running;
     platform::Thread thread;
   };
-  constexpr int kLives = 32;
   constexpr long kAllocations = 3 * kLives;  // the start and the first looks have fewer
   std::atomic<int> endedByItself{0};
   std::atomic<bool> permitted{true};
   for (long first = 0; first < kAllocations && permitted; first += kLives) {
     const int before = failures;
-    std::array<Life, kLives> lives;
+    Lives<Life> lives;
     for (Life& life : lives) life.running.Set();
     StartEach(lives, first, [&](Life& life) {
       const long failing = std::exchange(failingAllocation, -1);
@@ -512,8 +477,8 @@ TEST_F(WithoutMemory, TheServiceGoesOnUntilItIsToldToEnd) {
       return 0u;
     });
     EXPECT_TRUE(WaitUntil([&] { return failures - before == kLives || !permitted; }));
-    for (Life& life : lives) life.running.Clear();
-    for (Life& life : lives) life.thread.Join();
+    EndEach(
+        lives, [](Life & life) -> auto& { return life.running; });
   }
   if (!permitted) GTEST_SKIP() << "no right to make networks";
   EXPECT_EQ(endedByItself, 0);
