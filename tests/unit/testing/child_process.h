@@ -9,6 +9,8 @@
 
 namespace talvorn::testing {
 
+constexpr uid_t kNobody = 65534;
+
 class ChildProcess {
  public:
   // Returns when `procedure` has run in the child, which then sleeps until it is
@@ -49,6 +51,12 @@ inline int ResultInChild(const std::function<int()>& procedure) {
   int status = 0;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Whether `procedure` is true in a process of an account that has no rights.
+inline bool DoneByNobody(const std::function<bool()>& procedure) {
+  return ResultInChild(
+             [&] { return setresuid(kNobody, kNobody, kNobody) == 0 && procedure() ? 0 : 1; }) == 0;
 }
 
 }  // namespace talvorn::testing

@@ -20,11 +20,10 @@ namespace talvorn::platform {
 namespace {
 
 using testing::ChildProcess;
-using testing::ResultInChild;
+using testing::DoneByNobody;
 using Status = NamedEvent::WaitResult::Status;
 
 constexpr std::u16string_view kName = u"Global\\TALVORN_TEST";
-constexpr uid_t kNobody = 65534;
 
 class ObjectFiles : public ::testing::Test {
  protected:
@@ -66,20 +65,15 @@ TEST_F(ObjectFiles, WhatAKilledProcessLeftIsNoObject) {
 
 TEST_F(ObjectFiles, OtherAccountsShareObjectsAndLeftovers) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
-  const auto doneByNobody = [](bool (*procedure)()) {
-    return ResultInChild([&] {
-             return setresuid(kNobody, kNobody, kNobody) == 0 && procedure() ? 0 : 1;
-           }) == 0;
-  };
   const mode_t before = umask(077);
   NamedEvent event = NamedEvent::Create(kName);
-  EXPECT_TRUE(doneByNobody([] { return NamedEvent::Open(kName).Set(); }));
+  EXPECT_TRUE(DoneByNobody([] { return NamedEvent::Open(kName).Set(); }));
   EXPECT_EQ(TestEvent(event), Status::kEvent);
   event.Close();
 
   // A leftover that the folder does not let others remove.
   ChildProcess(HoldSetEvent).Kill();
-  EXPECT_TRUE(doneByNobody([] {
+  EXPECT_TRUE(DoneByNobody([] {
     if (NamedEvent::Open(kName).valid()) return false;
     NamedEvent made = NamedEvent::Create(kName);
     return TestEvent(made) == Status::kTimeout;
@@ -123,30 +117,21 @@ TEST_F(ObjectFiles, ALockedOrDamagedFileHoldsNobodyUp) {
 }
 
 // A client that cannot hold the mutex for somebody's lock still counts as one.
-TEST_F(ObjectFiles, AMutexWhoseFileSomebodyLocksExists) {
+TEST_F(ObjectFiles, AMutexWhoseFileSomebodyLocksExistsAndIsNotWaitedForAgainAndAgain) {
   EXPECT_FALSE(NamedMutex::Open(kName).valid());
   for (const short lock : {short{F_RDLCK}, short{F_WRLCK}}) {
     std::ofstream(File(), std::ios::trunc) << "anything";
-    {
-      const Descriptor hostile(open(File().c_str(), O_RDWR));
-      ASSERT_TRUE(SetLock(hostile.get(), lock));
-      EXPECT_FALSE(NamedMutex::Create(kName).valid());
-      EXPECT_TRUE(NamedMutex::Open(kName).valid());
-    }
+    const Descriptor hostile(open(File().c_str(), O_RDWR));
+    ASSERT_TRUE(SetLock(hostile.get(), lock));
+    EXPECT_FALSE(NamedMutex::Create(kName).valid());
+    EXPECT_TRUE(NamedMutex::Open(kName).valid());
+    const std::uint64_t start = MonotonicMs();
+    for (int i = 0; i < 100; ++i) EXPECT_FALSE(NamedMutex::Create(kName).valid());
+    EXPECT_LT(MonotonicMs() - start, 4'000u) << "2 ms each";
+    ASSERT_TRUE(SetLock(hostile.get(), F_UNLCK));
     EXPECT_FALSE(NamedMutex::Open(kName).valid()) << "let go";
+    EXPECT_TRUE(NamedMutex::Create(kName).valid());
   }
-}
-
-TEST_F(ObjectFiles, WhoeverKeepsALockIsNotWaitedForAgainAndAgain) {
-  std::ofstream(File()) << "";
-  const Descriptor hostile(open(File().c_str(), O_RDWR));
-  ASSERT_TRUE(SetLock(hostile.get(), F_WRLCK));
-  EXPECT_FALSE(NamedMutex::Create(kName).valid());
-  const std::uint64_t start = MonotonicMs();
-  for (int i = 0; i < 100; ++i) EXPECT_FALSE(NamedMutex::Create(kName).valid());
-  EXPECT_LT(MonotonicMs() - start, 4'000u) << "2 ms each";
-  ASSERT_TRUE(SetLock(hostile.get(), F_UNLCK));
-  EXPECT_TRUE(NamedMutex::Create(kName).valid()) << "until they let go";
 }
 
 TEST_F(ObjectFiles, ManyThatComeAndGoLeaveNothingBehind) {

@@ -11,9 +11,7 @@
 namespace talvorn::platform {
 namespace {
 
-using testing::ResultInChild;
-
-constexpr uid_t kNobody = 65534;
+using testing::kNobody;
 
 class RuntimeDirectoryTest : public ::testing::Test {
  protected:
@@ -30,12 +28,10 @@ class RuntimeDirectoryTest : public ::testing::Test {
   }
   // Whether another account finds this in its way.
   static bool NobodyFinds(const std::string& expected) {
-    return ResultInChild([&] {
-             if (setresuid(kNobody, kNobody, kNobody) != 0) return 2;
-             const std::string obstacle = Obstacle();
-             const bool found = obstacle.find(expected) != std::string::npos;
-             return found && obstacle.empty() == expected.empty() ? 0 : 1;
-           }) == 0;
+    return testing::DoneByNobody([&] {
+      const std::string obstacle = Obstacle();
+      return obstacle.find(expected) != std::string::npos && obstacle.empty() == expected.empty();
+    });
   }
 
   testing::ScratchMachine machine_;

@@ -84,43 +84,42 @@ TEST(SettingsFile, ReadsWhatTheFormatAllowsAndPassesOverTheRest) {
 }
 
 TEST(SettingsFile, ChangesNothingButTheValue) {
+  // All of them behind "[HKEY_LOCAL_MACHINE\K]" in its own line.
   const struct {
-    std::string_view before;
-    std::string_view after;
+    std::string before;
+    std::string name;
+    std::string after;
   } cases[] = {
       // Replaced in its line, comment and spelling kept.
-      {"; x\n\n[HKEY_LOCAL_MACHINE\\K]\n  \"A\" =  dword:0 ; why\n\"b\"=\"x\"\n\n[other]\n",
-       "; x\n\n[HKEY_LOCAL_MACHINE\\K]\n  \"A\" =  dword:00000001 ; why\n\"b\"=\"x\"\n\n[other]\n"},
-      {"[HKEY_LOCAL_MACHINE\\k]\r\n\"a\"=hex(4):00,\\\r\n  00,00,00 ;c\r\n\"b\"=-\r\n",
-       "[HKEY_LOCAL_MACHINE\\k]\r\n\"a\"=dword:00000001 ;c\r\n\"b\"=-\r\n"},
-      {"[HKEY_LOCAL_MACHINE\\k]\n\"a\"=hex:00,\\", "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:00000001"},
+      {"\n  \"A\" =  dword:0 ; why\n\"b\"=\"x\"\n\n[other]\n", "a",
+       "\n  \"A\" =  dword:00000001 ; why\n\"b\"=\"x\"\n\n[other]\n"},
+      {"\r\n\"a\"=hex(4):00,\\\r\n  00,00,00 ;c\r\n\"b\"=-\r\n", "A",
+       "\r\n\"a\"=dword:00000001 ;c\r\n\"b\"=-\r\n"},
+      {"\n\"a\"=hex:00,\\", "a", "\n\"a\"=dword:00000001"},
       // The definition that counts.
-      {"[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:5\n[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"\\\\\"",
-       "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:5\n[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:00000001"},
+      {"\n\"a\"=dword:5\n[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"\\\\\"", "a",
+       "\n\"a\"=dword:5\n[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:00000001"},
+      {"\n\"a\"=dword:1\n\"a\"=-\n", "a", "\n\"a\"=dword:1\n\"a\"=dword:00000001\n"},
       // Added at the beginning of the section, with the file's line ends.
-      {"[HKEY_LOCAL_MACHINE\\k]\r\n\"b\"=dword:0\r\n\r\n; on x\r\n[x]\r\n",
-       "[HKEY_LOCAL_MACHINE\\k]\r\n\"A\"=dword:00000001\r\n\"b\"=dword:0\r\n\r\n; on x\r\n[x]\r\n"},
-      {"[HKEY_LOCAL_MACHINE\\k]\n\"b\"=hex:00,\\\n",
-       "[HKEY_LOCAL_MACHINE\\k]\n\"A\"=dword:00000001\n\"b\"=hex:00,\\\n"},
-      {"[HKEY_LOCAL_MACHINE\\k]", "[HKEY_LOCAL_MACHINE\\k]\n\"A\"=dword:00000001\n"},
-      {"[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=-\n",
-       "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:1\n\"a\"=dword:00000001\n"},
+      {"\r\n\"b\"=dword:0\r\n\r\n; on x\r\n[x]\r\n", "A",
+       "\r\n\"A\"=dword:00000001\r\n\"b\"=dword:0\r\n\r\n; on x\r\n[x]\r\n"},
+      {"\n\"b\"=hex:00,\\\n", "A", "\n\"A\"=dword:00000001\n\"b\"=hex:00,\\\n"},
+      {"", "A", "\n\"A\"=dword:00000001\n"},
+      {"\n", "a\"\\", "\n\"a\\\"\\\\\"=dword:00000001\n"},
   };
-  const auto withDword = [](std::string_view bytes, const std::string& name, std::uint32_t value) {
-    return SettingsFile(std::string(bytes)).WithNumbers("K", {&name, 1}, value);
+  const auto withOne = [](const std::string& bytes, const std::string& name) {
+    return SettingsFile(bytes).WithNumbers("K", {&name, 1}, 1);
   };
+  const std::string key = "; x\n\n[HKEY_LOCAL_MACHINE\\k]";
   for (const auto& c : cases) {
-    EXPECT_EQ(withDword(c.before, "A", 1), c.after);
-    const std::u16string before = Utf8ToWide(c.before);
-    EXPECT_EQ(withDword(Utf16(before), "A", 1), Utf16(Utf8ToWide(c.after)));
+    EXPECT_EQ(withOne(key + c.before, c.name), key + c.after);
+    EXPECT_EQ(withOne(Utf16(Utf8ToWide(key + c.before)), c.name), Utf16(Utf8ToWide(key + c.after)));
   }
   // Characters of several bytes and bytes that are no characters before the value.
-  EXPECT_EQ(withDword("[HKEY_LOCAL_MACHINE\\k]\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:7 ;\xFE\n",
-                      "\xF0\x9F\x98\x80\xC3\xBC\xEF\xBF\xBD", 0xABCDEF01),
-            "[HKEY_LOCAL_MACHINE\\k]\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:abcdef01 ;\xFE\n");
-  EXPECT_EQ(withDword("[HKEY_LOCAL_MACHINE\\k]\n", "a\"\\", 2),
-            "[HKEY_LOCAL_MACHINE\\k]\n\"a\\\"\\\\\"=dword:00000002\n");
-  EXPECT_EQ(withDword("", "a", 2), std::nullopt);
+  EXPECT_EQ(withOne(key + "\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:7 ;\xFE\n",
+                    "\xF0\x9F\x98\x80\xC3\xBC\xEF\xBF\xBD"),
+            key + "\n\"\xF0\x9F\x98\x80\xC3\xBC\xFF\"=dword:00000001 ;\xFE\n");
+  EXPECT_EQ(withOne("", "a"), std::nullopt);
 
   // Several at once, in any order, new ones among them.
   const std::string names[] = {"n", "C", "a", "m"};
@@ -139,11 +138,6 @@ class SettingsStore : public ::testing::Test {
 
   testing::ScratchMachine machine_;
 };
-
-TEST_F(SettingsStore, APipeThatNobodyWritesToHasNoKeys) {
-  ASSERT_EQ(mkfifo(machine_.registry().c_str(), 0600), 0);
-  EXPECT_EQ(Number(u"a"), std::nullopt);
-}
 
 TEST_F(SettingsStore, WritingReplacesTheFileAndKeepsItsModeAndName) {
   const std::filesystem::path target = machine_.root() / "real.reg";
