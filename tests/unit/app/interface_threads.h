@@ -1,7 +1,6 @@
 // Interfaces as the system would list them, and threads that only wait for their end.
 #pragma once
 
-#include <map>
 #include <mutex>
 #include <set>
 
@@ -31,28 +30,20 @@ inline platform::Ipv6Adapter Adapter(std::uint32_t index) {
 struct InterfaceThreads {
   std::mutex lock;
   Ids running;
-  std::map<std::uint32_t, std::uint32_t> incarnations;  // what each was told last
   Ids ownAtStart;  // the IPv4 addresses that were known as own when their threads started
 };
 inline InterfaceThreads interfaceThreads;
 
 inline std::uint32_t RunUntilStopped(const ThreadItem& item) {
-  auto& [lock, running, incarnations, ownAtStart] = interfaceThreads;
-  const platform::Waitable* const woken[] = {&item.running.cleared(), &item.networkChanged};
+  auto& [lock, running, ownAtStart] = interfaceThreads;
+  const platform::Waitable* const cleared[] = {&item.running.cleared()};
   {
     const std::lock_guard guard(lock);
     running.insert(item.id);
     if (item.ownRequests->Sent(platform::SocketAddress::Ipv4(item.id, 1)))
       ownAtStart.insert(item.id);
   }
-  while (item.running) {
-    {
-      const std::lock_guard guard(lock);
-      incarnations[item.id] = item.incarnation;
-    }
-    (void)platform::WaitForAny(woken, std::nullopt);
-    (void)item.networkChanged.Test();
-  }
+  while (item.running) (void)platform::WaitForAny(cleared, std::nullopt);
   const std::lock_guard guard(lock);
   running.erase(running.find(item.id));
   return 0;

@@ -82,16 +82,6 @@ class LocatorClientTest : public ::testing::Test {
   testing::ScratchMachine machine_;
 };
 
-TEST_F(LocatorClientTest, RefusesWhatTheLocatorCannotTake) {
-  FakeLocator locator([](const Request&) { ADD_FAILURE() << "a request was sent"; });
-  LocatorClient client({.timeoutMs = kLongMs});
-  EXPECT_EQ(client.SetLogPath(""), ClientStatus::kBadRequest);
-  EXPECT_EQ(client.SetLogPath("/\xC5\xBA"), ClientStatus::kBadRequest);  // not in the code page
-  EXPECT_EQ(client.SetLogPath("/\xFF"), ClientStatus::kBadRequest);      // not UTF-8
-  EXPECT_EQ(client.SetLogPath(std::string("/a\0b", 4)), ClientStatus::kBadRequest);
-  EXPECT_EQ(client.SetLogPath(std::string(1'013, 'x')), ClientStatus::kBadRequest);
-}
-
 TEST_F(LocatorClientTest, PassesOverWhatIsNotItsReply) {
   FakeLocator locator([](const Request& request) {
     // The answer to somebody's unnamed request, junk, and a reply that lies.

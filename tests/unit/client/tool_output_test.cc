@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "client/tool/json_writer.h"
-#include "client/tool/live_screen.h"
 
 namespace talvorn {
 namespace {
@@ -21,14 +18,6 @@ TEST(JsonWriter, SeparatesAndEscapes) {
                          R"("text":"a\"b\\c\u000a\u0009\u001b\u007f\u0085\u202e\udb40\udc41)"
                          "\U0001F600\u00FC/\","
                          "\"narrow\":\"\u20AC\\u0081\u00FC\",\"ill-formed\":\"\uFFFD\"}");
-}
-
-TEST(LiveScreen, APageFillsTheTerminalAndNoMore) {
-  const std::vector<ScreenLine> lines = {{"header"}, {"12345678901"}, {"new"}, {"last"}};
-  EXPECT_EQ(ComposePage(lines, {11, 4}, false),
-            "\x1b[Hheader\x1b[K\r\n123456789\u2026\x1b[K\r\nnew\x1b[K\r\nlast\x1b[K\x1b[J");
-  EXPECT_EQ(ComposePage(lines, {20, 3}, false),
-            "\x1b[Hheader\x1b[K\r\n12345678901\x1b[K\r\n... and 2 more\x1b[K\x1b[J");
 }
 
 }  // namespace

@@ -24,15 +24,5 @@ TEST(DeviceRecord, CarriesWhatStandsBehindTerminators) {
   EXPECT_EQ(encoded, expected);
 }
 
-TEST(DeviceRecord, TheNumericSerialIsWhatAtoiReads) {
-  const std::pair<const char*, std::uint32_t> cases[] = {
-      {"0012", 12}, {"", 0}, {"abc", 0}, {"12ab", 12}, {" 7", 7}, {"+8", 8}, {"-1", 0xFFFFFFFF}};
-  for (const auto& [text, number] : cases) {
-    DeviceRecord record;
-    record.deviceSerial.Assign(text);
-    EXPECT_EQ(record.numericSerial(), number) << text;
-  }
-}
-
 }  // namespace
 }  // namespace talvorn

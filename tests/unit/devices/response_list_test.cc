@@ -5,7 +5,6 @@
 #include <string>
 
 #include "devices/pausing_clock.h"
-#include "platform/fault_injection.h"
 #include "support/debug_trace.h"
 
 namespace talvorn {
@@ -78,15 +77,6 @@ TEST_F(ResponseListTest, IsBoundedAndSweptInPieces) {
   list_.Sweep();
   EXPECT_GE(pauses, CResponseList::kMostEntries / kSweepPiece - 1);
   EXPECT_EQ(Serials(), "/ 0 " + std::to_string(CResponseList::kMostEntries - 1) + " in ");
-}
-
-TEST_F(ResponseListTest, WithoutItsThreadTheListStillTakesEntries) {
-  platform::ArmFault(platform::Fault::kThreadStart, 1);
-  EXPECT_FALSE(list_.Start(1'000));
-  platform::DisarmFaults();
-  Add(Record("1"));
-  EXPECT_EQ(list_.count(), 1u);
-  list_.Stop();
 }
 
 }  // namespace

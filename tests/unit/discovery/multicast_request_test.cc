@@ -28,46 +28,37 @@ constexpr Shortage kShortages[] = {
     {"no events for receivers and timers", Fault::kEventCreate, 16, 0},
 };
 
-class RequestThreadShortage : public ::testing::TestWithParam<Shortage> {
- protected:
-  RequestThreadShortage() { DebugTrace().SetEnabled(0); }
-  ~RequestThreadShortage() override {
+TEST(RequestThread, HearsItsInterfaceWhenAShortageIsOver) {
+  const testing::ScratchMachine machine;
+  DebugTrace().SetEnabled(0);
+  testing::LoopbackDevice device;
+  for (const Shortage& shortage : kShortages) {
+    SCOPED_TRACE(shortage.what);
+    CResponseList responses;
+    CItemList items;
+    OwnRequests own;
+    ThreadItem item;
+    item.id = device.interface;
+    item.ipVersion = 4;
+    item.responseList = &responses;
+    item.itemList = &items;
+    item.ownRequests = &own;
+    item.running.Set();
+    platform::ArmFault(shortage.fault, shortage.times, shortage.skip);
+    item.thread = platform::Thread::Start("request", [&] { return ThreadMulticastRequest(item); });
+    // By itself after a while, and at once when the machine's addresses change.
+    const bool byItself = shortage.fault == Fault::kGroupJoin;
+    EXPECT_TRUE(testing::WaitUntil([&] {
+      if (!byItself) item.networkChanged.Set();
+      device.Answer();
+      return responses.count() > 0;
+    }));
+    EXPECT_FALSE(platform::FaultHits(shortage.fault)) << "nothing was short";
     platform::DisarmFaults();
-    item_.running.Clear();
-    item_.thread.Join();
+    item.running.Clear();
+    item.thread.Join();
   }
-
-  testing::LoopbackDevice device_;
-  testing::ScratchMachine machine_;
-  CResponseList responses_;
-  CItemList items_;
-  OwnRequests own_;
-  ThreadItem item_;
-};
-
-TEST_P(RequestThreadShortage, TheInterfaceIsHeardWhenItIsOver) {
-  item_.id = device_.interface;
-  item_.ipVersion = 4;
-  item_.responseList = &responses_;
-  item_.itemList = &items_;
-  item_.ownRequests = &own_;
-  item_.running.Set();
-
-  platform::ArmFault(GetParam().fault, GetParam().times, GetParam().skip);
-  item_.thread =
-      platform::Thread::Start("request", [this] { return ThreadMulticastRequest(item_); });
-  ASSERT_TRUE(item_.thread.valid());
-  // By itself after a while, and at once when the machine's addresses change.
-  const bool byItself = GetParam().fault == Fault::kGroupJoin;
-  EXPECT_TRUE(testing::WaitUntil([&] {
-    if (!byItself) item_.networkChanged.Set();
-    device_.Answer();
-    return responses_.count() > 0;
-  })) << GetParam().what;
-  EXPECT_FALSE(platform::FaultHits(GetParam().fault)) << "nothing was short";
 }
-
-INSTANTIATE_TEST_SUITE_P(Shortages, RequestThreadShortage, ::testing::ValuesIn(kShortages));
 
 }  // namespace
 }  // namespace talvorn

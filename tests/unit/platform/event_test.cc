@@ -5,27 +5,11 @@
 #include <array>
 
 #include "platform/clock.h"
-#include "platform/fault_injection.h"
 
 namespace talvorn::platform {
 namespace {
 
 constexpr std::uint32_t kGenerousMs = 30'000;
-
-TEST(Event, ThatCouldNotBeMadeFailsWithoutHarm) {
-  ArmFault(Fault::kEventCreate, 1, 1);
-  const Event before = Event::Create(Event::Mode::kAutoReset);
-  const Event none = Event::Create(Event::Mode::kAutoReset);
-  const Event after = Event::Create(Event::Mode::kAutoReset);
-  DisarmFaults();
-  EXPECT_TRUE(before.valid());
-  EXPECT_FALSE(none.valid());
-  EXPECT_TRUE(after.valid());
-  EXPECT_FALSE(none.Set());
-  EXPECT_FALSE(none.Reset());
-  EXPECT_FALSE(none.Test());
-  EXPECT_EQ(none.Wait({}), WaitStatus::kFailed);
-}
 
 TEST(WaitForAny, ReportsWithoutConsuming) {
   const Event a = Event::Create(Event::Mode::kAutoReset);

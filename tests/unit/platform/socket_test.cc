@@ -45,19 +45,6 @@ std::vector<std::string> Await(Socket& socket, std::size_t count) {
   return texts;
 }
 
-TEST(Socket, AListenerHasItsPortForItself) {
-  const auto listen = [](std::uint16_t port) {
-    Socket socket = Socket::Create(AddressFamily::kIpv4, SocketType::kStream);
-    const bool listens = socket.ClaimAddress() &&
-                         socket.Bind(SocketAddress::Ipv4(0, port)) == BindOutcome::kBound &&
-                         socket.Listen(1);
-    return listens ? std::move(socket) : Socket();
-  };
-  const Socket first = listen(0);
-  ASSERT_TRUE(first.valid());
-  EXPECT_FALSE(listen(first.LocalAddress().port()).valid());
-}
-
 TEST(Datagrams, ComeInOrderAndEachByItself) {
   Socket receiver = Receiver();
   Socket sender = Sender();

@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <new>
 
 #include "platform/clock.h"
 #include "platform/event.h"
-#include "platform/fault_injection.h"
 
 namespace talvorn::platform {
 namespace {
@@ -33,19 +31,6 @@ TEST(Thread, JoinForGivesUpOnAThreadThatRunsOn) {
   go->Set();
   EXPECT_EQ(done->Wait({}), WaitStatus::kSignalled);
   EXPECT_TRUE(joined.JoinFor(30'000));
-}
-
-TEST(Thread, FailuresStayInsideTheThreadAndTheHandle) {
-  ArmFault(Fault::kThreadStart, 1);
-  Thread none = Thread::Start("none", [] { return 0u; });
-  DisarmFaults();
-  EXPECT_FALSE(none.valid());
-  EXPECT_EQ(none.id(), 0u);
-  EXPECT_TRUE(none.Join());
-  EXPECT_TRUE(none.JoinFor(0));
-
-  Thread throws = Thread::Start("throws", []() -> std::uint32_t { throw std::bad_alloc(); });
-  EXPECT_TRUE(throws.Join());
 }
 
 }  // namespace

@@ -21,17 +21,5 @@ TEST(ByteReader, YieldsZeroFromTheFirstReadPastTheEndOn) {
   EXPECT_EQ(U32BigAt(data, 7), 0u);
 }
 
-TEST(ByteWriter, NeverWritesPastTheEnd) {
-  std::array<std::byte, 8> data{};
-  ByteWriter writer{std::span(data).first(6)};
-  writer.U32Little(0x04030201);
-  writer.U32Big(0xFFFFFFFF);
-  writer.U16Little(0xFFFF);
-  EXPECT_FALSE(writer.ok());
-  EXPECT_EQ(writer.written(), 4u);
-  EXPECT_EQ(data[3], std::byte{4});
-  EXPECT_EQ(data[4], std::byte{0});
-}
-
 }  // namespace
 }  // namespace talvorn

@@ -150,55 +150,23 @@ class WithoutMemory : public ::testing::Test {
   testing::ScratchMachine machine_;
 };
 
-TEST_F(WithoutMemory, TheListsLoseNothingButAnEntry) {
-  auto client = platform::NamedEvent::Create(ChangeEventName(7));
+TEST_F(WithoutMemory, AReceiverLosesNothingButADatagramAndTheListsNothingButAnEntry) {
+  using platform::Socket;
+  const auto client = platform::NamedEvent::Create(ChangeEventName(7));
   ASSERT_TRUE(client.valid());
-  const DeviceRecord record = Record(0);
-  const auto first = testing::MakeItem(80, 1);
-  const auto second = testing::MakeItem(80, 2);
+  const std::vector<std::byte> datagram = Answer(0);
   WithEachAllocationFailing(1, [&](long allocation) {
     testing::FakeClock clock;
     CResponseList responses(clock);
     CItemList items(clock);
-    const auto add = [&] {
-      (void)Completed([&] { responses.Add(&record, 0); });
-      (void)Completed([&] { items.Add(7, *ParseItem(first)); });
-      (void)Completed([&] { items.Add(7, *ParseItem(second)); });
-    };
-    const auto sweep = [&] {
-      (void)Completed([&] { responses.Sweep(); });
-      (void)Completed([&] { items.Sweep(); });
-    };
-    failingAllocation = allocation;
-    add();
-    const std::byte* snapshot = nullptr;
-    (void)responses.GetResponses(snapshot, 4);
-    (void)items.GetItems();
-    clock.Advance(11'000);
-    sweep();
-    failingAllocation = -1;
-    sweep();
-    EXPECT_EQ(responses.count() + items.count(), 0u);
-    add();
-    EXPECT_EQ(responses.count() + items.count(), 3u);
-    EXPECT_EQ(responses.GetResponses(snapshot, 4), 1u);
-    EXPECT_EQ(items.GetItems().size(), 2 * (4 + first.size()));
-  });
-}
-
-TEST_F(WithoutMemory, AReceiverLosesNothingButADatagram) {
-  const std::vector<std::byte> datagram = Answer(0);
-  WithEachAllocationFailing(1, [&](long allocation) {
-    CResponseList responses;
-    CItemList items;
     // Receives as many datagrams as it takes at once, and ends as the socket then seems to
-    // be dead.
-    const auto receive = [&](long failing) {
+    // be dead; later all that came in expires.
+    const auto receive = [&] {
       MulticastReceiver receiver;
       receiver.expectedMagic = kMagic;
       receiver.responseList = &responses;
       receiver.itemList = &items;
-      using platform::Socket;
+      const long failing = std::exchange(failingAllocation, -1);
       receiver.socket = Socket::CreateReceiver(platform::AddressFamily::kIpv4);
       ASSERT_EQ(receiver.socket.Bind(platform::SocketAddress::Ipv4(Address("127.0.0.1"), 0)),
                 platform::BindOutcome::kBound);
@@ -210,13 +178,26 @@ TEST_F(WithoutMemory, AReceiverLosesNothingButADatagram) {
       platform::ArmFault(platform::Fault::kReceive, 1, 1, EBADF);
       failingAllocation = failing;
       EXPECT_EQ(ThreadMulticastReceive(receiver), 0u);
-      failingAllocation = -1;
       platform::DisarmFaults();
     };
-    receive(allocation);
-    receive(-1);
-    EXPECT_EQ(responses.count(), 1u);
+    const auto sweep = [&] {
+      (void)Completed([&] { responses.Sweep(); });
+      (void)Completed([&] { items.Sweep(); });
+    };
+    failingAllocation = allocation;
+    receive();
+    const std::byte* snapshot = nullptr;
+    (void)responses.GetResponses(snapshot, 4);
+    (void)items.GetItems();
+    clock.Advance(11'000);
+    sweep();
+    failingAllocation = -1;
+    sweep();
+    EXPECT_EQ(responses.count() + items.count(), 0u);
+    receive();
+    EXPECT_EQ(responses.GetResponses(snapshot, 4), 1u);
     EXPECT_EQ(items.count(), 2u);
+    EXPECT_EQ(items.GetItems().size(), datagram.size() - kDeviceRecordSize + 2 * 4);
   });
 }
 

@@ -26,25 +26,6 @@ class NetworkInterfaces : public ::testing::Test {
   const Descriptor before_{open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC)};
 };
 
-TEST_F(NetworkInterfaces, AnAddressThatMovesIsFoundWhereItIsNow) {
-  ASSERT_EQ(system("ip link add v0 type veth peer name v1 && ip link set v0 up && "
-                   "ip link set v1 up"),
-            0);
-  const std::uint32_t address = ParseIpv4("10.9.0.1");
-  EXPECT_EQ(InterfaceOfIpv4Address(address), 0u);
-  for (const std::string here : {"v0", "v1", "v0"}) {
-    ASSERT_EQ(system(("ip -4 addr flush v0 && ip -4 addr flush v1 && "
-                      "ip addr add 10.9.0.1/24 dev " +
-                      here)
-                         .c_str()),
-              0);
-    const std::uint32_t index = InterfaceIndexFromName(here.c_str());
-    EXPECT_NE(index, 0u);
-    EXPECT_EQ(InterfaceOfIpv4Address(address), index);
-    EXPECT_EQ(QueryIpv4AddressTable()->front().interfaceIndex, index);
-  }
-}
-
 // More of them than the kernel's notes of changes have room for.
 TEST_F(NetworkInterfaces, ATableOfSeveralMessagesIsWholeAndSorted) {
   EXPECT_TRUE(QueryIpv4AddressTable()->empty());

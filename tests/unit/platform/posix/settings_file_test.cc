@@ -110,7 +110,7 @@ TEST(SettingsFile, ChangesNothingButTheValue) {
   const auto withOne = [](const std::string& bytes, const std::string& name) {
     return SettingsFile(bytes).WithNumbers("K", {&name, 1}, 1);
   };
-  const std::string key = "; x\n\n[HKEY_LOCAL_MACHINE\\k]";
+  const std::string key = "[HKEY_LOCAL_MACHINE\\k]";
   for (const auto& c : cases) {
     EXPECT_EQ(withOne(key + c.before, c.name), key + c.after);
     EXPECT_EQ(withOne(Utf16(Utf8ToWide(key + c.before)), c.name), Utf16(Utf8ToWide(key + c.after)));
