@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
@@ -115,19 +114,20 @@ TEST_F(LocatorClientTest, IgnoresTheReplyToAnEarlierRequest) {
   EXPECT_EQ(second.value, "fresh");
 }
 
-TEST_F(LocatorClientTest, SaysWhyThereIsNoAnswer) {
-  LocatorClient client({.timeoutMs = kShortMs});
-  EXPECT_EQ(client.GetVersion().status, ClientStatus::kNoLocator);
-  EXPECT_EQ(client.StartLog(), ClientStatus::kNoLocator);
+TEST_F(LocatorClientTest, RefusesWhatTheLocatorCannotTake) {
+  FakeLocator locator([](const Request&) { ADD_FAILURE() << "a request was sent"; });
+  LocatorClient client({.timeoutMs = kLongMs});
+  for (const std::string& path : {std::string(), std::string("/\xC5\xBA"), std::string("/\xFF"),
+                                  std::string("/a\0b", 4), std::string(1'013, 'x')}) {
+    EXPECT_EQ(client.SetLogPath(path), ClientStatus::kBadRequest) << path;
+  }
+}
 
-  std::atomic<bool> lie = false;
-  FakeLocator locator([&](const Request& request) {
-    if (lie) Deliver(request.replyMailslot, Bytes(100, std::byte{1}));
+TEST_F(LocatorClientTest, SaysWhyThereIsNoAnswer) {
+  FakeLocator locator([](const Request& request) {
+    if (request.command == "GETINFO") Deliver(request.replyMailslot, Bytes(100, std::byte{1}));
   });
-  EXPECT_EQ(client.GetDevices().status, ClientStatus::kNoAnswer);
-  lie = true;
-  EXPECT_EQ(client.GetDevices().status, ClientStatus::kBadReply);
-  lie = false;
+  EXPECT_EQ(LocatorClient({.timeoutMs = kShortMs}).GetDevices().status, ClientStatus::kBadReply);
   const Event interrupt = Event::Create(Event::Mode::kManualReset);
   interrupt.Set();
   LocatorClient interrupted({.timeoutMs = kLongMs, .interrupt = &interrupt});

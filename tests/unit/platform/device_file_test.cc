@@ -33,16 +33,5 @@ TEST_F(DeviceFile, HasItsSectionsInOrderEachWithItsFirstAddress) {
   EXPECT_TRUE(ReadDeviceFile(u"no such file").empty());
 }
 
-TEST_F(DeviceFile, HoweverManyAndHoweverLongAllAreListed) {
-  std::string bytes;
-  std::string listing;
-  for (int i = 0; i < 500; ++i) {
-    const std::string name(static_cast<std::size_t>(1 + i * 3), 'n');
-    bytes += '[' + name + "]\nIpAddress=" + std::string(static_cast<std::size_t>(i), '1') + '\n';
-    listing += name + '=' + std::string(static_cast<std::size_t>(std::min(i, 99)), '1') + ',';
-  }
-  EXPECT_EQ(Listing(bytes), listing);
-}
-
 }  // namespace
 }  // namespace talvorn::platform

@@ -2,14 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-
 namespace talvorn {
 namespace {
 
 TEST(ByteReader, YieldsZeroFromTheFirstReadPastTheEndOn) {
-  const std::array<std::byte, 6> data{std::byte{1}, std::byte{2}, std::byte{3},
-                                      std::byte{4}, std::byte{5}, std::byte{6}};
+  const auto data = AsBytes("\1\2\3\4\5\6");
   ByteReader reader(data);
   EXPECT_EQ(reader.U32Big(), 0x01020304u);
   EXPECT_EQ(reader.U32Little(), 0u);

@@ -19,10 +19,8 @@ const wchar_t* Native(const std::u16string& name) { return platform::ToNative(na
 void ExpectForEveryone(HANDLE object, DWORD rights) {
   const auto entries = testing::AccessList(object);
   ASSERT_EQ(entries.size(), 2u);  // the other one is our own account's
-  EXPECT_TRUE(entries.front().plain);
-  EXPECT_EQ(entries.front().sid, "S-1-1-0");
-  EXPECT_EQ(entries.front().rights, rights) << std::hex << entries.front().rights;
-  EXPECT_NE(entries.back().sid, "S-1-1-0");
+  EXPECT_EQ(entries.front(), testing::AccessEntry("S-1-1-0", rights));
+  EXPECT_NE(entries.back().first, "S-1-1-0");
 }
 
 TEST(ClientObjects, LetTheLocatorIn) {

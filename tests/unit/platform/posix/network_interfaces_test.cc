@@ -14,20 +14,10 @@
 namespace talvorn::platform {
 namespace {
 
-// On a host of its own.
-class NetworkInterfaces : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (unshare(CLONE_NEWNET) != 0) GTEST_SKIP() << "needs root to make a network of its own";
-  }
-  void TearDown() override { EXPECT_EQ(setns(before_.get(), CLONE_NEWNET), 0); }
-
- private:
-  const Descriptor before_{open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC)};
-};
-
 // More of them than the kernel's notes of changes have room for.
-TEST_F(NetworkInterfaces, ATableOfSeveralMessagesIsWholeAndSorted) {
+TEST(NetworkInterfaces, ATableOfSeveralMessagesIsWholeAndSorted) {
+  const Descriptor before(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
+  if (unshare(CLONE_NEWNET) != 0) GTEST_SKIP() << "needs root to make a network of its own";
   EXPECT_TRUE(QueryIpv4AddressTable()->empty());
   constexpr std::size_t kAddresses = 1'200;
   std::string commands = "link set lo up\naddr add 9.0.0.1/8 dev lo\n";
@@ -43,6 +33,7 @@ TEST_F(NetworkInterfaces, ATableOfSeveralMessagesIsWholeAndSorted) {
   // IPv6 goes and comes back.
   ASSERT_EQ(system("ip link set lo mtu 1000 && ip link set lo mtu 65536"), 0);
   const auto later = QueryIpv6Adapters().value();
+  EXPECT_EQ(setns(before.get(), CLONE_NEWNET), 0);
   EXPECT_EQ(rows.size(), kAddresses + 2);
   EXPECT_EQ(Ipv4Text(rows.front().address), "9.0.0.1");
   EXPECT_EQ(Ipv4Text(rows.back().address), "127.0.0.1");

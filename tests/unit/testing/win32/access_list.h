@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/win32/windows_api.h"
@@ -15,21 +16,10 @@
 
 namespace talvorn::testing {
 
-struct AccessEntry {
-  std::string sid;
-  DWORD rights = 0;
-  bool plain = false;  // allows, and is not inherited
-};
+// Who may, as the text of an account, and what.
+using AccessEntry = std::pair<std::string, DWORD>;
 
-inline std::string SidText(const ACCESS_ALLOWED_ACE& entry) {
-  char* text = nullptr;
-  if (ConvertSidToStringSidA(const_cast<DWORD*>(&entry.SidStart), &text) == FALSE) return "none";
-  const std::string copy(text);
-  LocalFree(text);
-  return copy;
-}
-
-// Empty when the object has no list.
+// All must allow, and none be inherited. Empty when the object has no list.
 inline std::vector<AccessEntry> AccessList(HANDLE object) {
   PACL acl = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
@@ -39,11 +29,14 @@ inline std::vector<AccessEntry> AccessList(HANDLE object) {
   std::vector<AccessEntry> entries;
   for (DWORD i = 0; acl != nullptr && i < acl->AceCount; ++i) {
     void* entry = nullptr;
+    char* account = nullptr;
     EXPECT_NE(GetAce(acl, i, &entry), FALSE);
-    const auto& allowed = *static_cast<const ACCESS_ALLOWED_ACE*>(entry);
-    entries.push_back(
-        {SidText(allowed), allowed.Mask,
-         allowed.Header.AceType == ACCESS_ALLOWED_ACE_TYPE && allowed.Header.AceFlags == 0});
+    auto& allowed = *static_cast<ACCESS_ALLOWED_ACE*>(entry);
+    EXPECT_EQ(allowed.Header.AceType, ACCESS_ALLOWED_ACE_TYPE);
+    EXPECT_EQ(allowed.Header.AceFlags, 0);
+    EXPECT_NE(ConvertSidToStringSidA(&allowed.SidStart, &account), FALSE);
+    entries.emplace_back(account, allowed.Mask);
+    LocalFree(account);
   }
   LocalFree(descriptor);
   return entries;
