@@ -6,15 +6,18 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <string>
 #include <string_view>
 
 #include "platform/console.h"
 #include "platform/debug_output.h"
+#include "platform/posix/obstacle.h"
 #include "platform/posix/process_start.h"
 #include "platform/process.h"
 #include "platform/socket.h"
-#include "platform/waitable.h"
+#include "platform/thread.h"
 #include "testing/child_process.h"
 
 namespace talvorn::platform {
@@ -22,15 +25,26 @@ namespace {
 
 using testing::ResultInChild;
 
-TEST(TerminationRequest, IgnoresTheHangupThatNohupIgnores) {
+bool Signalled(const Waitable& waitable, std::uint32_t limit) {
+  const Waitable* const waited = &waitable;
+  return WaitForAny({&waited, 1}, limit) == WaitStatus::kSignalled;
+}
+
+TEST(TerminationRequest, WakesAWaiterAndIgnoresTheHangupThatNohupIgnores) {
   EXPECT_EQ(ResultInChild([] {
               signal(SIGHUP, SIG_IGN);
+              signal(SIGINT, SIG_IGN);  // as shells do for what runs in the background
               if (!WatchTerminationSignals()) return 1;
               kill(getpid(), SIGHUP);
-              if (TerminationRequested()) return 2;
-              kill(getpid(), SIGTERM);
-              const Waitable* const waited = &TerminationRequest();
-              return WaitForAny({&waited, 1}, 30'000) == WaitStatus::kSignalled ? 0 : 3;
+              if (TerminationRequested() || Signalled(TerminationRequest(), 0)) return 2;
+              Thread thread = Thread::Start("waiter", [] {
+                if (!Signalled(TerminationRequest(), 30'000)) _exit(3);
+                return 0u;
+              });
+              // Somebody who is impatient does not make it less orderly.
+              for (const int number : {SIGINT, SIGTERM, SIGINT}) kill(getpid(), number);
+              thread.Join();
+              return TerminationRequested() && Signalled(TerminationRequest(), 0) ? 0 : 4;
             }),
             0);
 }
@@ -49,6 +63,34 @@ TEST(PrepareProcess, KeepsTheStandardDescriptorsTakenAndRaisesTheLimit) {
               if (WriteOutput("x") || WriteError("x")) return 3;
               getrlimit(RLIMIT_NOFILE, &limit);
               return limit.rlim_cur == limit.rlim_max ? 0 : 4;
+            }),
+            0);
+}
+
+TEST(ReportObstacle, NeitherWaitsForAFullPipeNorMakesItNonBlockingNorCountsAsSaid) {
+  EXPECT_EQ(ResultInChild([] {
+              int ends[2];
+              if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) < 0) return 1;
+              fcntl(ends[1], F_SETFL, O_NONBLOCK);
+              const std::string block(4'096, 'x');
+              while (write(ends[1], block.data(), block.size()) > 0) {
+              }
+              fcntl(ends[1], F_SETFL, 0);
+              alarm(30);  // ends a write that waits
+              ReportObstacle("nobody reads this.");
+              if ((fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK) != 0) return 2;
+              fcntl(ends[0], F_SETFL, O_NONBLOCK);
+              const auto waiting = [&] {
+                std::string text(1 << 20, '\0');
+                text.resize(static_cast<std::size_t>(
+                    std::max<ssize_t>(0, read(ends[0], text.data(), text.size()))));
+                return text;
+              };
+              if (waiting().find("nobody") != std::string::npos) return 3;
+              ReportObstacle("nobody reads this.");
+              if (!waiting().ends_with(": nobody reads this.\n")) return 4;
+              ReportObstacle("nobody reads this.");
+              return waiting().empty() ? 0 : 5;
             }),
             0);
 }
