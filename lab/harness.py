@@ -107,6 +107,10 @@ def stays_true(condition, seconds):
     return True
 
 
+def gaps(times):
+    return [later - earlier for earlier, later in zip(times, times[1:])]
+
+
 class Program(NamedTuple):
     """How a program of ours is started."""
     name: str
@@ -315,10 +319,18 @@ class Locator(Process):
             self.event_log.wait_for(f"Multicast request sent from network{family}: {shown}", count)
         return self
 
+    def exchange(self, command):
+        """What a client that comes for this command gets."""
+        with self.client(f"once_{time.monotonic_ns()}") as client:
+            return client.exchange(command)
+
     def devices(self):
         """{serial: device} as GETINFO gives it now."""
         with self.client(f"devices_{time.monotonic_ns()}") as client:
             return {device["serial"]: device for device in client.devices()}
+
+    def wait_devices(self, count):
+        wait_until(lambda: len(self.devices()) == count, f"{count} devices")
 
     def items(self):
         with self.client(f"items_{time.monotonic_ns()}") as client:
@@ -340,6 +352,11 @@ class Client:
 
     def ask(self, command, **options):
         self.send(wire.client_request(command, wire.mailslot_name(self.name), **options))
+
+    def tell(self, command):
+        """A command without a reply, and waits until the locator has obeyed."""
+        self.ask(command)
+        assert self.is_served()
 
     def exchange(self, command):
         """(type, count, payload) of the reply, whose length is checked."""
@@ -531,6 +548,12 @@ class TestCase(unittest.TestCase):
         """The command-line tool beside a locator."""
         return self.start(locator.host, Options.target.tool(locator), *arguments, **options)
 
+    def tool_says(self, locator, *arguments, **options):
+        """What the tool puts out, which is to succeed."""
+        tool = self.tool(locator, *arguments, **options)
+        self.assertEqual((tool.wait(), tool.err), (0, ""))
+        return tool.out
+
     def station(self, host, interface, address, **options):
         station = Station(host, interface, address, **options)
         self.addCleanup(station.close)
@@ -556,6 +579,23 @@ class TestCase(unittest.TestCase):
         there = self.host_on(switch, "dev0", "192.168.10.20/24", "192.168.10.21/24",
                              "fe80::20/64", "fd00:10::20/64", "fd00:10::21/64")
         return here, there
+
+
+class NetworkTestCase(TestCase):
+    """A test in the simple network."""
+
+    def setUp(self):
+        super().setUp()
+        self.here, self.there = self.simple_network()
+
+    def device(self, address="192.168.10.20"):
+        """What sends from there as a device does."""
+        return self.station(self.there, "dev0", address)
+
+    def wait_heard(self, locator, device, serial=66):
+        """Sends its record until the locator knows it."""
+        wait_until(lambda: (device.send(wire.record(serial)), str(serial) in locator.devices())[1],
+                   f"device {serial}")
 
 
 def local_seconds(when, offset_minutes):
