@@ -12,7 +12,7 @@ class Settings(NetworkTestCase):
     def test_names_compare_without_case_and_a_wrong_type_counts_as_missing(self):
         capture = self.capture(self.there, "dev0")
         locator = self.start_locator(self.here, settings={
-            "ipv6 active": 0, "Log Path": 7, "Time Network Changes": "1"})
+            "ipv6 active": 0, "Log Path": 7})
         wait_until(lambda: len(capture.requests()) > 4, "requests")
         self.assertEqual(capture.requests(family=6), [])
         self.assert_log_path(locator, locator.temporary)
