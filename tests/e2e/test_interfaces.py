@@ -6,137 +6,119 @@ import signal
 import socket
 
 from lab import wire
-from lab.harness import (INTERFACES_KEY, Registry, TestCase, needs_ipv6, only_on, stays_true,
-                     wait_until)
+from lab.harness import (INTERFACES_KEY, NetworkTestCase, Registry, needs_ipv6, only_on, stays_true,
+                         wait_until)
 
 CHANGED = "Network interfaces have been changed!\n"
 
 
-def located(address):
-    return f"Network interface IPv4: {address}  located !"
+def located(interface):
+    return (f"Network interface IPv6: {interface} located !" if isinstance(interface, int)
+            else f"Network interface IPv4: {interface}  located !")
 
 
 def switched_down(address):
     return f"Network interface IPv4: {address} switched down !"
 
 
-class InterfaceWatch(TestCase):
-    def setUp(self):
-        super().setUp()
-        self.here, self.there = self.simple_network()
-
+class InterfaceWatch(NetworkTestCase):
     def reports(self, locator):
         return [text for text in locator.event_log.texts("TALVORN") if text.startswith("Network")]
 
-    def new_reports(self, locator, count):
-        """The next reports after those already there."""
-        before = getattr(self, "_reported", len(self.reports(locator)))
-        wait_until(lambda: len(self.reports(locator)) >= before + count, f"{count} reports")
-        self._reported = before + count
-        return self.reports(locator)[before:]
-
     def started(self, **options):
         locator = self.start_locator(self.here, **options)
-        locator.event_log.wait_for(located("192.168.10.1"))
-        expected = [located("192.168.10.1")]
-        if 6 in self.families:
-            expected.insert(0, f"Network interface IPv6: {self.here.index('net0')} located !")
-        self.assertEqual(self.reports(locator), expected)
-        self._reported = len(expected)
+        self._reported = 0
+        self.assert_reported(locator, *[located(self.here.index("net0"))][:6 in self.families],
+                             located("192.168.10.1"))
         return locator
+
+    def assert_reported(self, locator, *expected):
+        """What the next reports are, behind those that were looked at before."""
+        end = self._reported + len(expected)
+        wait_until(lambda: len(self.reports(locator)) >= end, f"reports {expected}")
+        self.assertEqual(self.reports(locator)[self._reported:end], [*expected])
+        self._reported = end
 
     def test_addresses_come_and_go(self):
         capture = self.capture(self.there, "dev0")
         locator = self.started()
         self.here.add_address("net0", "192.168.30.1/24")
-        self.assertEqual(self.new_reports(locator, 2), [CHANGED, located("192.168.30.1")])
+        self.assert_reported(locator, CHANGED, located("192.168.30.1"))
         request = wait_until(lambda: capture.requests("192.168.30.1"), "its requests")[0]
         self.assertEqual(wire.parse_request(request.payload)["cidr"].rstrip(b"\0"),
                          b"192.168.30.1/24")
         if self.target.NAME == "linux":  # to Wine, every address is a first one
             # A second address of a network that already has one gets no thread.
             self.here.add_address("net0", "192.168.30.2/24")
-            self.assertEqual(self.new_reports(locator, 1), [CHANGED])
+            self.assert_reported(locator, CHANGED)
             self.here.remove_address("net0", "192.168.30.2/24")
-            self.assertEqual(self.new_reports(locator, 1), [CHANGED])
-        # Vanished threads are stopped before new ones start.
+            self.assert_reported(locator, CHANGED)
         self.here.ip("addr", "flush", "dev", "net0", "to", "192.168.30.1/24")
-        self.assertEqual(self.new_reports(locator, 2), [CHANGED, switched_down("192.168.30.1")])
+        self.assert_reported(locator, CHANGED, switched_down("192.168.30.1"))
         sent = len(capture.requests("192.168.30.1"))
         self.assertTrue(stays_true(lambda: len(capture.requests("192.168.30.1")) == sent, 1))
         self.assertIn("Network interface IPv4: 192.168.30.1 (18786496) switched down [0x",
                       locator.debug_output)
         self.assertEqual({entry.kind for entry in locator.event_log.entries}, {"information"})
 
+    def assert_all_answer_again(self, locator):
+        heard = len(locator.event_log.texts("CAST RESPONSE"))
+        for sender in ("IPV4 Address: \t192.168.10.20\n",
+                       "IPV6 Address: \tfd00:10::20\n")[:len(self.families)]:
+            wait_until(lambda: any(f"Device {sender}" in text for text in
+                                   locator.event_log.texts("CAST RESPONSE")[heard:]),
+                       f"answers from {sender}")
+        locator.wait_devices(3)
+
     def test_an_interface_made_anew_finds_its_devices_again(self):
         self.simulate(self.there, "--interface", "dev0", "--devices", "3")
         locator = self.started()
-        wait_until(lambda: len(locator.devices()) == 3, "the devices")
+        locator.wait_devices(3)
+        addresses = "192.168.10.1/24", "fe80::1/64", "fd00:10::1/64"
         # Wine goes on with the number that an interface of this name had at first.
-        for seen in (False, True) if self.target.NAME == "linux" else (True,):
-            before = len(self.reports(locator))
-            if not seen:  # as if it happened between two looks of the locator
-                locator.signal(signal.SIGSTOP)
+        if self.target.NAME == "linux":
+            locator.signal(signal.SIGSTOP)  # it happens between two looks of the locator
             self.here.disconnect("net0")
-            if seen:
-                wait_until(lambda: switched_down("192.168.10.1") in
-                           self.reports(locator)[before:], "the stop")
-                wait_until(lambda: not locator.devices(), "the devices to expire")
-            self.here.connect(self.switch, "net9" if seen else "net0", "192.168.10.1/24",
-                              "fe80::1/64", "fd00:10::1/64")
-            if not seen:
-                locator.signal(signal.SIGCONT)
-            heard = len(locator.event_log.texts("CAST RESPONSE"))
-            for sender in ("IPV4 Address: \t192.168.10.20\n",
-                           "IPV6 Address: \tfd00:10::20\n")[:len(self.families)]:
-                wait_until(lambda: any(f"Device {sender}" in text for text in
-                                       locator.event_log.texts("CAST RESPONSE")[heard:]),
-                           f"answers from {sender}")
-            wait_until(lambda: len(locator.devices()) == 3, "the devices")
-            if not seen:
-                self.assertNotIn(switched_down("192.168.10.1"), self.reports(locator))
+            self.here.connect(self.switch, "net0", *addresses)
+            locator.signal(signal.SIGCONT)
+            self.assert_all_answer_again(locator)
+            self.assertNotIn(switched_down("192.168.10.1"), self.reports(locator))
+        self.here.disconnect("net0")
+        locator.event_log.wait_for(switched_down("192.168.10.1"))
+        locator.wait_devices(0)
+        self.here.connect(self.switch, "net9", *addresses)
+        self.assert_all_answer_again(locator)
 
     @needs_ipv6
+    @only_on("linux", "Wine does not tell when an address was made")
     def test_ipv6_that_comes_back_between_two_looks_is_heard(self):
-        if self.target.NAME != "linux":
-            self.skipTest("Wine does not tell when an address was made")
         locator = self.started()
         locator.wait_listening(self.here.index("net0"))
-        device = self.station(self.there, "dev0", "fd00:10::20")
+        device = self.device("fd00:10::20")
         locator.signal(signal.SIGSTOP)
         self.here.ip("link", "set", "net0", "mtu", "1000")
         self.here.ip("link", "set", "net0", "mtu", "1500")
         self.here.add_address("net0", "fe80::1/64")
         self.here.add_address("net0", "fd00:10::1/64")
         locator.signal(signal.SIGCONT)
-
-        def heard():
-            device.send(wire.record(66))
-            return "66" in locator.devices()
-        wait_until(heard, "a device by IPv6")
+        self.wait_heard(locator, device)
         self.assertEqual(self.reports(locator)[self._reported:], [])
 
     def test_a_port_that_another_program_leaves_is_heard(self):
         with self.here:
             holders = [socket.socket(family, socket.SOCK_DGRAM)
                        for family in (socket.AF_INET, socket.AF_INET6)]
+        holders[1].setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
         for holder in holders:
             self.addCleanup(holder.close)
-            if holder.family == socket.AF_INET6:
-                holder.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
             holder.bind(("", wire.PORT))
-        locator = self.started()
-        device = self.station(self.there, "dev0", "192.168.10.20")
-        locator.wait_listening("192.168.10.1")
+        locator = self.started().wait_listening("192.168.10.1")
+        device = self.device()
         device.send(wire.record(66))
         self.assertTrue(stays_true(lambda: not locator.devices(), 0.5))
         for holder in holders:
             holder.close()
-
-        def heard():
-            device.send(wire.record(66))
-            return "66" in locator.devices()
-        wait_until(heard, "a device")
+        self.wait_heard(locator, device)
 
     @only_on("linux", "how many descriptors a process has is a limit of Linux")
     def test_interfaces_that_come_when_descriptors_are_short_are_heard_later(self):
@@ -145,16 +127,14 @@ class InterfaceWatch(TestCase):
         far = self.host_on(switch, "far0", "192.168.20.20/24")
         soft, hard = resource.prlimit(locator.pid, resource.RLIMIT_NOFILE)
         # From none for a look at the interfaces to some for a part of a request thread.
-        for number, spare in enumerate((0, 2, 6, 12)):
+        for number, spare in enumerate((0, 2, 6, 12), 1):
             used = len(os.listdir(f"/proc/{locator.pid}/fd"))
             resource.prlimit(locator.pid, resource.RLIMIT_NOFILE, (used + spare, hard))
-            self.here.connect(switch, f"net{number + 1}", f"192.168.20.{number + 1}/24")
+            self.here.connect(switch, f"net{number}", f"192.168.20.{number}/24")
             self.assertTrue(stays_true(lambda: not locator.ended, 0.6))
             resource.prlimit(locator.pid, resource.RLIMIT_NOFILE, (soft, hard))
-            locator.wait_listening(f"192.168.20.{number + 1}")
-        station = self.station(far, "far0", "192.168.20.20")
-        wait_until(lambda: (station.send(wire.record(5)), locator.devices())[1], "the device")
-        locator.stop()
+            locator.wait_listening(f"192.168.20.{number}")
+        self.wait_heard(locator, self.station(far, "far0", "192.168.20.20"))
 
     @needs_ipv6
     def test_ipv6_interfaces_come_and_go(self):
@@ -162,22 +142,18 @@ class InterfaceWatch(TestCase):
         other = self.network.switch()
         self.here.connect(other, "net1", "fe80::5/64")
         index = self.here.index("net1")
-        self.assertEqual(self.new_reports(locator, 1),
-                         [f"Network interface IPv6: {index} located !"])
+        self.assert_reported(locator, located(index))
         far = self.host_on(other, "far0", "fe80::6/64")
-        self.station(far, "far0", "fe80::6").send(wire.record(66))
-        wait_until(lambda: "66" in locator.devices(), "a device by its link-local address")
+        self.wait_heard(locator, self.station(far, "far0", "fe80::6"))
         self.assertTrue(locator.devices()["66"]["ipv6"].startswith("fe80::6"))
+        shut_down = f"Network IPv6 interface: {index} shut down !"
         self.here.ip("link", "set", "net1", "down")
-        self.assertEqual(self.new_reports(locator, 1),
-                         [f"Network IPv6 interface: {index} shut down !"])
+        self.assert_reported(locator, shut_down)
         self.here.ip("link", "set", "net1", "up")
         self.here.add_address("net1", "fe80::5/64")
-        self.assertEqual(self.new_reports(locator, 1),
-                         [f"Network interface IPv6: {index} located !"])
+        self.assert_reported(locator, located(index))
         self.here.disconnect("net1")
-        self.assertEqual(self.new_reports(locator, 1),
-                         [f"Network IPv6 interface: {index} shut down !"])
+        self.assert_reported(locator, shut_down)
 
     @needs_ipv6
     def test_ipv6_can_be_switched_off(self):
@@ -189,56 +165,45 @@ class InterfaceWatch(TestCase):
         self.assertNotIn("Ipv6IfIndex", locator.debug_output)
 
 
-class Reinitialisation(TestCase):
+class Reinitialisation(NetworkTestCase):
     """Values under the Interfaces key ask for one interface's thread to be made anew."""
 
-    def test_requests_are_served_and_marked(self):
-        here, _ = self.simple_network()
-        locator = self.start_locator(here)
-        locator.event_log.wait_for(located("192.168.10.1"))
-        left_alone = [Registry.value_line("192.168.10.7", "0"),
-                      Registry.value_line("192.168.10.8", 1),
-                      Registry.value_line("192.168.10.9", bytes(8)),
-                      Registry.value_line("1" * 100, 0)]
-        asked = ("192.168.10.1", "192.168.10.99", "no address")
-        lines = ["; a note above", f"[{INTERFACES_KEY}]",
-                 *(Registry.value_line(name, 0) for name in asked[:1]), "; a note between",
-                 *(Registry.value_line(name, 0) for name in asked[1:]),
-                 *left_alone, "; a note below", ""]
-        locator.registry.extra = "\n".join(lines)
-        before = len(locator.event_log.entries)
-        locator.registry.write()
-        locator.event_log.wait_for(located("192.168.10.1"), 2)
+    def setUp(self):
+        super().setUp()
+        self.locator = self.start_locator(self.here)
+        self.locator.event_log.wait_for(located("192.168.10.1"))
 
-        texts = [entry.text for entry in locator.event_log.entries[before:]
-                 if entry.source == "TALVORN"]
-        self.assertEqual(texts, [switched_down("192.168.10.1"), CHANGED, located("192.168.10.1")])
-        for name in asked:
-            wait_until(lambda: locator.registry.line(INTERFACES_KEY, name)
-                       == Registry.value_line(name, 1), "the marks")
-        for line in left_alone:
-            name = line.split('"')[1]
-            self.assertEqual(locator.registry.line(INTERFACES_KEY, name), line)
+    def test_each_request_is_served_once_and_marked(self):
+        asked = "192.168.10.1", "192.168.10.99", "no address"
+        left_alone = {"192.168.10.7": "0", "192.168.10.8": 1, "192.168.10.9": bytes(8),
+                      "1" * 100: 0}
+
+        def key(mark):
+            return "\n".join([
+                "; a note above", f"[{INTERFACES_KEY}]", Registry.value_line(asked[0], mark),
+                "; a note between", *(Registry.value_line(name, mark) for name in asked[1:]),
+                *(Registry.value_line(*pair) for pair in left_alone.items()), "; a note below"])
+        registry = self.locator.registry
+        registry.extra = key(0)
+        before = len(self.locator.event_log.texts("TALVORN"))
+        registry.write()
+        self.locator.event_log.wait_for(located("192.168.10.1"), 2)
+        self.assertEqual(self.locator.event_log.texts("TALVORN")[before:],
+                         [switched_down("192.168.10.1"), CHANGED, located("192.168.10.1")])
+        for name, value in {**dict.fromkeys(asked, 1), **left_alone}.items():
+            wait_until(lambda: registry.line(INTERFACES_KEY, name)
+                       == Registry.value_line(name, value), f"the mark of {name}")
         if self.target.NAME == "linux":  # everything else in the file stays as it is
-            served = [line.replace("dword:00000000", "dword:00000001")
-                      if line.split('"')[1:2] and line.split('"')[1] in asked else line
-                      for line in lines]
-            self.assertEqual([line for line in locator.registry.read().splitlines() if line]
-                             [-len(served) + 1:], served[:-1])
-            self.assertIn("DebugView", locator.registry.read())
-        banner = ["#" * 80] * 2
+            registry.extra = key(1)
+            self.assertEqual(registry.read().split(), registry.text().split())
+        trace = self.locator.trace
         for name in asked:
             line = f"#### Network interface thread for {name} will be reinitialized!"
-            at = locator.trace.index(line)
-            self.assertEqual(locator.trace[at - 2:at], banner)
-            self.assertEqual(locator.trace[at + 1:at + 3], banner)
-            self.assertEqual(locator.trace.count(line), 1)
+            at = trace.index(line)
+            self.assertEqual(trace[at - 2:at] + trace[at + 1:at + 3], ["#" * 80] * 4)
+            self.assertEqual(trace.count(line), 1)
 
     def test_the_tool_asks_for_it(self):
-        here, _ = self.simple_network()
-        locator = self.start_locator(here)
-        locator.event_log.wait_for(located("192.168.10.1"))
         for times in (2, 3):
-            tool = self.tool(locator, "reinit", "192.168.10.1")
-            self.assertEqual(tool.wait(), 0, tool.err)
-            locator.event_log.wait_for(located("192.168.10.1"), times)
+            self.tool_says(self.locator, "reinit", "192.168.10.1")
+            self.locator.event_log.wait_for(located("192.168.10.1"), times)
