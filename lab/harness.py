@@ -319,6 +319,11 @@ class Locator(Process):
             self.event_log.wait_for(f"Multicast request sent from network{family}: {shown}", count)
         return self
 
+    def wait_end(self):
+        """Its end, by itself and in order."""
+        wait_until(lambda: self.ended, "the end")
+        self.stop()
+
     def exchange(self, command):
         """What a client that comes for this command gets."""
         with self.client(f"once_{time.monotonic_ns()}") as client:

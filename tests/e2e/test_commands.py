@@ -2,7 +2,6 @@
 
 import contextlib
 import os
-import signal
 import socket
 import struct
 import sys
@@ -212,8 +211,7 @@ class IllBehavedClients(NetworkTestCase):
         for _ in range(5):
             tool = self.tool(self.locator, "devices", "--watch")
             wait_until(lambda: tool.out, "its first table")
-            tool.signal(signal.SIGKILL)
-            tool.wait()
+            tool.kill()
         # One that is gone before the reply comes, its mailslot left behind.
         client = self.locator.client("gone")
         client.ask("GETINFO")
@@ -242,8 +240,7 @@ class IllBehavedClients(NetworkTestCase):
             sys.executable, "-c", _LIAR, self.locator.mailslot("")]), user=65534)
         for _ in range(20):
             self.assertIn("1.0.0.0", self.tool_says(self.locator, "version"))
-        liar.signal(signal.SIGKILL)
-        liar.wait()
+        liar.kill()
 
 
 # Answers every client that has a mailslot, as soon and as often as it can.
