@@ -34,7 +34,7 @@ std::string NarrowToUtf8(std::string_view text) {
 std::u16string NewMailslotName() {
   static thread_local std::random_device random;
   std::array<char16_t, kReplyNameMaxLength + 1> name{};
-  FormatTextW(name, u"%stalvorn_%u_%08x", kMailslotPrefix, platform::CurrentProcessId(),
+  FormatTextW(name, u"%stalvorn_%u_%08x", platform::kMailslotPrefix, platform::CurrentProcessId(),
               std::uint32_t{random()});
   return name.data();
 }
@@ -120,7 +120,7 @@ bool LocatorClient::PrepareMailslot(std::uint64_t deadlineMs) {
     mailslot_ = platform::Mailslot::Create(mailslotName_, nullptr);
   }
   // Anybody may write to it.
-  if (!mailslot_.AcceptOnlyFromOwnerOf(kServerMailslot)) return false;
+  if (!mailslot_.AcceptOnlyFromOwnerOf(platform::kLocatorMailslot)) return false;
   // Strays, such as the locator's answer to a request so short that it names no
   // mailslot: that goes to the one who asked last.
   for (int stray = 0; stray < kMaxStrays && MsUntil(deadlineMs) > 0 && !Interrupted(); ++stray) {
@@ -130,7 +130,7 @@ bool LocatorClient::PrepareMailslot(std::uint64_t deadlineMs) {
 }
 
 ClientStatus LocatorClient::Send(std::string_view command, std::uint64_t deadlineMs) {
-  if (!platform::MailslotExists(kServerMailslot)) return ClientStatus::kNoLocator;
+  if (!platform::MailslotExists(platform::kLocatorMailslot)) return ClientStatus::kNoLocator;
   if (!PrepareMailslot(deadlineMs)) return ClientStatus::kNoMailslot;
   const auto request =
       EncodeRequest({.replyMailslot = mailslotName_, .command = std::string(command)});
@@ -138,7 +138,7 @@ ClientStatus LocatorClient::Send(std::string_view command, std::uint64_t deadlin
   for (;;) {
     if (Interrupted()) return ClientStatus::kInterrupted;
     const std::uint32_t slice = std::min(MsUntil(deadlineMs), kSendSliceMs);
-    switch (platform::WriteMailslot(kServerMailslot, *request, slice)) {
+    switch (platform::WriteMailslot(platform::kLocatorMailslot, *request, slice)) {
       case platform::MailslotWrite::kWritten:
         return ClientStatus::kOk;
       case platform::MailslotWrite::kFull:

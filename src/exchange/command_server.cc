@@ -104,7 +104,7 @@ class CommandServer {
   std::optional<bool> CreateMailslot() {
     platform::SecurityAttributes security;
     const bool secured = CreateSecurityAttributes(context_, security);
-    if (secured) mailslot_ = platform::Mailslot::Create(kServerMailslot, &security);
+    if (secured) mailslot_ = platform::Mailslot::Create(platform::kLocatorMailslot, &security);
     FreeSecurityAttributes(context_);
     if (!secured) return std::nullopt;
     return mailslot_.valid();

@@ -9,25 +9,15 @@
 namespace talvorn::platform {
 namespace {
 
-// One of the resolutions that may be under way.
-class Place {
- public:
-  Place() : taken_(count_.fetch_add(1) < kMostResolutions) {}
-  ~Place() { count_.fetch_sub(1); }
-  Place(const Place&) = delete;
-  Place& operator=(const Place&) = delete;
-
-  [[nodiscard]] bool taken() const { return taken_; }
-
- private:
-  static inline std::atomic<std::uint32_t> count_ = 0;
-  const bool taken_;
-};
-
+// One of those that are under way, if there is room for one more.
 struct Resolution {
-  Place place;
-  std::function<std::optional<std::uint32_t>()> resolve;
-  std::optional<std::uint32_t> result;
+  Resolution() : hasRoom(underWay.fetch_add(1) < kMostResolutions) {}
+  ~Resolution() { underWay.fetch_sub(1); }
+
+  static inline std::atomic<std::uint32_t> underWay = 0;
+  const bool hasRoom;
+  std::function<std::optional<std::uint32_t>()> resolve{};
+  std::optional<std::uint32_t> result{};
 };
 
 }  // namespace
@@ -35,7 +25,7 @@ struct Resolution {
 std::optional<std::uint32_t> ResolveWithin(std::uint32_t limitMs,
                                            std::function<std::optional<std::uint32_t>()> resolve) {
   const auto resolution = std::make_shared<Resolution>();
-  if (!resolution->place.taken()) return std::nullopt;
+  if (!resolution->hasRoom) return std::nullopt;
   resolution->resolve = std::move(resolve);
   Thread thread = Thread::Start("resolve", [resolution] {
     resolution->result = resolution->resolve();

@@ -1,9 +1,7 @@
 // Names of mailslots, which are the same on both systems.
 #pragma once
 
-#include <algorithm>
-#include <array>
-#include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace talvorn::platform {
@@ -11,20 +9,12 @@ namespace talvorn::platform {
 // What every name begins with, in any case.
 inline constexpr std::u16string_view kMailslotPrefix = u"\\\\.\\mailslot\\";
 
-// A whole name, from the part behind the beginning.
-template <std::size_t kSize>
-struct MailslotName {
-  consteval explicit MailslotName(const char16_t (&own)[kSize]) {
-    std::ranges::copy(own, std::ranges::copy(kMailslotPrefix, text.begin()).out);
-  }
-  constexpr operator std::u16string_view() const { return text.data(); }
-
-  std::array<char16_t, kMailslotPrefix.size() + kSize> text{};
-};
+[[nodiscard]] inline std::u16string MailslotName(std::u16string_view own) {
+  return std::u16string(kMailslotPrefix).append(own);
+}
 
 // The one that the locator reads.
-inline constexpr MailslotName kLocatorName(u"talvorn_out");
-inline constexpr std::u16string_view kLocatorMailslot = kLocatorName;
+inline const std::u16string kLocatorMailslot = MailslotName(u"talvorn_out");
 
 // True for the beginning above, on this machine, followed by a name or a path of names
 // with backslashes between them, none of them empty, "." or "..": no slashes and no

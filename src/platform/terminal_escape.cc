@@ -9,23 +9,11 @@
 namespace talvorn::platform {
 namespace {
 
-struct Range {
-  char32_t first;
-  char32_t last;
-};
-
-constexpr std::array<Range, 12> kUnsafe{{{0x00, 0x1F},
-                                         {0x7F, 0x9F},
-                                         {0xAD, 0xAD},
-                                         {0x061C, 0x061C},
-                                         {0x115F, 0x1160},
-                                         {0x180B, 0x180F},
-                                         {0x200B, 0x200F},
-                                         {0x2028, 0x202E},
-                                         {0x2060, 0x206F},
-                                         {0xFEFF, 0xFEFF},
-                                         {0xFFF9, 0xFFFB},
-                                         {0xE0000, 0xE0FFF}}};
+// The first and the last of each range.
+constexpr char32_t kUnsafe[][2] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},
+                                   {0x061C, 0x061C}, {0x115F, 0x1160}, {0x180B, 0x180F},
+                                   {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},
+                                   {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE0FFF}};
 
 std::string Escaped(char32_t c) {
   std::array<char, 16> text{};
@@ -37,16 +25,9 @@ std::string Escaped(char32_t c) {
 }  // namespace
 
 bool IsUnsafe(char32_t character) {
-  return std::ranges::any_of(
-      kUnsafe, [character](Range r) { return character >= r.first && character <= r.last; });
-}
-
-char32_t TakeCharacter(std::u16string_view& text) {
-  const char32_t first = text[0];
-  const char32_t second = text.size() > 1 ? text[1] : 0;
-  const bool pair = first >= 0xD800 && first <= 0xDBFF && second >= 0xDC00 && second <= 0xDFFF;
-  text.remove_prefix(pair ? 2 : 1);
-  return pair ? 0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00) : first;
+  return std::ranges::any_of(kUnsafe, [character](const auto& range) {
+    return character >= range[0] && character <= range[1];
+  });
 }
 
 std::string EscapeForTerminal(std::u16string_view text, std::u16string_view kept) {

@@ -11,10 +11,6 @@ namespace talvorn::platform {
 // invisible or change the direction of writing.
 [[nodiscard]] bool IsUnsafe(char32_t character);
 
-// Takes the next character off the front of `text`, which is not empty; a lone
-// surrogate stands for itself.
-[[nodiscard]] char32_t TakeCharacter(std::u16string_view& text);
-
 // In UTF-8, and without an unsafe character but those in `kept`.
 [[nodiscard]] std::string EscapeForTerminal(std::u16string_view text,
                                             std::u16string_view kept = {});

@@ -21,10 +21,7 @@
 
 namespace talvorn {
 
-inline constexpr std::u16string_view kMailslotPrefix = platform::kMailslotPrefix;
-inline constexpr std::u16string_view kServerMailslot = platform::kLocatorMailslot;
-inline constexpr platform::MailslotName kDefaultReplyName(u"talvorn_in");
-inline constexpr std::u16string_view kDefaultReplyMailslot = kDefaultReplyName;
+inline const std::u16string kDefaultReplyMailslot = platform::MailslotName(u"talvorn_in");
 
 inline constexpr std::string_view kGetVersion = "GETVERSION";
 inline constexpr std::string_view kGetInfo = "GETINFO";

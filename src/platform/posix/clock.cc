@@ -20,54 +20,42 @@ namespace {
 // Longest sleep when the system gives no timer that notices a change of the clock.
 constexpr std::uint32_t kBlindWaitMs = 1000;
 
-// Since 1970: later deadlines count as this one (2223). The kernel's own times end soon
+constexpr FileTime k1970 = kSecondsFrom1601To1970 * kFileTimePerSecond;
+// Since then: later deadlines count as this one (2223). The kernel's own times end soon
 // after.
 constexpr FileTime kLastTime = 8'000'000'000 * kFileTimePerSecond;
 
-struct UnixTime {
-  std::int64_t seconds;
-  std::uint32_t ticks;  // 100-nanosecond units within the second
-};
-
-UnixTime Now() {
+FileTime Now() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  return {now.tv_sec, static_cast<std::uint32_t>(now.tv_nsec / 100)};
-}
-
-FileTime ToFileTime(const UnixTime& time) {
-  return (static_cast<std::uint64_t>(time.seconds) + kSecondsFrom1601To1970) * kFileTimePerSecond +
-         time.ticks;
+  return k1970 + static_cast<FileTime>(now.tv_sec) * kFileTimePerSecond +
+         static_cast<FileTime>(now.tv_nsec / 100);
 }
 
 // East of Greenwich is positive. Offsets change on quarters of an hour only, so
 // one reading of the zone serves its quarter; a zone that the administrator
 // changes counts from the next quarter on.
-std::int32_t ZoneOffsetSeconds(std::int64_t unixSeconds) {
+std::int64_t ZoneOffset(FileTime unixSeconds) {
   // The quarter in the upper half, the offset in the lower one.
   static std::atomic<std::uint64_t> cached{~std::uint64_t{0}};
   const auto quarter = static_cast<std::uint32_t>(unixSeconds / 900);
   const std::uint64_t known = cached.load(std::memory_order_relaxed);
-  if (static_cast<std::uint32_t>(known >> 32) == quarter) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(known));
-  }
+  if (known >> 32 == quarter) return static_cast<std::int32_t>(known & 0xFFFFFFFF);
   // Nobody promises that several threads may read the zone at once.
   static std::mutex zoneLock;
   const std::lock_guard guard(zoneLock);
   tzset();  // unlike localtime_r, reads a zone file that has changed
-  const time_t time = unixSeconds;
+  const auto time = static_cast<time_t>(unixSeconds);
   tm local{};
   if (localtime_r(&time, &local) == nullptr) return 0;
-  const auto offset = static_cast<std::int32_t>(local.tm_gmtoff);
-  cached.store(std::uint64_t{quarter} << 32 | static_cast<std::uint32_t>(offset),
+  cached.store(std::uint64_t{quarter} << 32 | static_cast<std::uint32_t>(local.tm_gmtoff),
                std::memory_order_relaxed);
-  return offset;
+  return local.tm_gmtoff;
 }
 
 // Makes `timer` readable at `deadline`, and as soon as somebody sets the clock. False,
 // with ECANCELED when that has just happened, if it cannot.
 bool Arm(int timer, FileTime deadline) {
-  constexpr FileTime k1970 = kSecondsFrom1601To1970 * kFileTimePerSecond;
   // A time of 0 would mean never.
   const FileTime time = std::clamp(deadline, k1970 + 1, k1970 + kLastTime) - k1970;
   itimerspec setting{};
@@ -79,12 +67,12 @@ bool Arm(int timer, FileTime deadline) {
 
 class RealClock final : public Clock {
  public:
-  FileTime SystemTime() override { return ToFileTime(Now()); }
+  FileTime SystemTime() override { return Now(); }
 
   FileTime LocalTime() override {
-    UnixTime now = Now();
-    now.seconds += ZoneOffsetSeconds(now.seconds);
-    return ToFileTime(now);
+    const FileTime now = Now();
+    return now + kFileTimePerSecond *
+                     static_cast<FileTime>(ZoneOffset((now - k1970) / kFileTimePerSecond));
   }
 
   void Sleep(std::uint32_t milliseconds) override { SleepMs(milliseconds); }

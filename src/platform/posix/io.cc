@@ -34,6 +34,16 @@ bool WriteAll(int fd, std::string_view bytes) {
   return true;
 }
 
+std::optional<std::size_t> ReadBeginning(int fd, std::span<char> buffer) {
+  std::size_t done = 0;
+  for (ssize_t got = 1; got > 0 && done < buffer.size(); done += static_cast<std::size_t>(got)) {
+    const std::span<char> room = buffer.subspan(done);
+    got = Retried([&] { return pread(fd, room.data(), room.size(), static_cast<off_t>(done)); });
+    if (got < 0) return std::nullopt;
+  }
+  return done;
+}
+
 std::uint64_t RandomNumber() {
   std::uint64_t number = 0;
   // Early at boot the kernel has no random numbers yet.

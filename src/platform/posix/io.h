@@ -7,6 +7,8 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string_view>
 
 #include "platform/clock.h"
@@ -25,6 +27,9 @@ auto Retried(Call call) {
 // All of the bytes, however often that takes; false, with the reason in errno, when the
 // rest cannot be written.
 [[nodiscard]] bool WriteAll(int fd, std::string_view bytes);
+
+// As many of the file's first bytes as there are and as there is room for; none on an error.
+[[nodiscard]] std::optional<std::size_t> ReadBeginning(int fd, std::span<char> buffer);
 
 // Tries until `attempt` is true; false when it has not been for `limitMs`.
 template <typename Attempt>

@@ -1,4 +1,4 @@
-#include "platform/posix/obstacle.h"
+#include "platform/obstacle.h"
 
 #include <errno.h>
 

@@ -20,9 +20,6 @@ constexpr std::array<char16_t, 32> kSpecial = {
 constexpr char32_t kReplacement = 0xFFFD;
 constexpr char32_t kFirstSupplementary = 0x10000;
 
-bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-
 void AppendUtf8(std::string& text, char32_t c) {
   constexpr char32_t kLeads[] = {0, 0xC0, 0xE0, 0xF0};
   int more = c < 0x80 ? 0 : c < 0x800 ? 1 : c < kFirstSupplementary ? 2 : 3;
@@ -74,17 +71,14 @@ std::u16string NarrowToWide(std::string_view text) {
 std::string WideToNarrow(std::u16string_view text) {
   std::string narrow;
   narrow.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char16_t unit = text[i];
-    if (unit < kSpecialFirst || (unit > 0x9F && unit <= 0xFF)) {
-      narrow.push_back(static_cast<char>(unit));
-      continue;
-    }
-    const auto found = std::find(kSpecial.begin(), kSpecial.end(), unit);
-    narrow.push_back(found == kSpecial.end()
-                         ? '?'
-                         : static_cast<char>(kSpecialFirst + (found - kSpecial.begin())));
-    if (IsHighSurrogate(unit) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) ++i;
+  while (!text.empty()) {
+    const char32_t c = TakeCharacter(text);
+    const auto special = std::ranges::find(kSpecial, c);
+    const bool plain = c < kSpecialFirst || (c > 0x9F && c <= 0xFF);
+    narrow += plain ? static_cast<char>(c)
+              : special == kSpecial.end()
+                  ? '?'
+                  : static_cast<char>(kSpecialFirst + (special - kSpecial.begin()));
   }
   return narrow;
 }
@@ -92,14 +86,10 @@ std::string WideToNarrow(std::u16string_view text) {
 std::string WideToUtf8(std::u16string_view text) {
   std::string utf8;
   utf8.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    char32_t c = text[i];
-    if (IsHighSurrogate(text[i]) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
-      c = kFirstSupplementary + ((c - 0xD800) << 10) + (char32_t{text[++i]} - 0xDC00);
-    } else if (IsHighSurrogate(text[i]) || IsLowSurrogate(text[i])) {
-      c = kReplacement;
-    }
-    AppendUtf8(utf8, c);
+  while (!text.empty()) {
+    const char32_t c = TakeCharacter(text);
+    const bool lone = c >= 0xD800 && c <= 0xDFFF;
+    AppendUtf8(utf8, lone ? kReplacement : c);
   }
   return utf8;
 }

@@ -6,36 +6,27 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/clock.h"
 #include "platform/posix/wait.h"
 
 namespace talvorn::platform {
 namespace {
 
-constexpr std::int64_t kNsPerMs = 1'000'000;
-constexpr std::int64_t kNsPerSecond = 1'000'000'000;
-
 // What poll() says about a descriptor that nobody can wait on.
 constexpr short kBroken = POLLNVAL;
-
-std::int64_t MonotonicNs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * kNsPerSecond + now.tv_nsec;
-}
-
-timespec ToTimespec(std::int64_t ns) { return {ns / kNsPerSecond, ns % kNsPerSecond}; }
 
 }  // namespace
 
 int PollDescriptors(std::span<pollfd> descriptors, WaitLimit limit) {
-  const bool timed = limit.has_value() && *limit > 0;
-  const std::int64_t deadline = timed ? MonotonicNs() + *limit * kNsPerMs : 0;
-  timespec left = timed ? ToTimespec(*limit * kNsPerMs) : timespec{};
-  for (;;) {
+  const std::uint64_t deadline = limit ? MonotonicMs() + *limit : 0;
+  for (std::uint64_t left = limit.value_or(0);;) {
+    const timespec time{static_cast<time_t>(left / 1000),
+                        static_cast<long>(left % 1000) * 1'000'000};
     const int ready =
-        ppoll(descriptors.data(), descriptors.size(), limit ? &left : nullptr, nullptr);
+        ppoll(descriptors.data(), descriptors.size(), limit ? &time : nullptr, nullptr);
     if (ready >= 0 || errno != EINTR) return ready;
-    if (timed) left = ToTimespec(std::max<std::int64_t>(deadline - MonotonicNs(), 0));
+    const std::uint64_t now = limit ? MonotonicMs() : 0;
+    left = deadline - std::min(now, deadline);
   }
 }
 

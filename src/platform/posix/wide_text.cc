@@ -21,8 +21,7 @@ std::u16string FoldCase(std::u16string_view text) {
 }
 
 bool EqualWithoutCase(std::u16string_view a, std::u16string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char16_t x, char16_t y) { return Capital(x) == Capital(y); });
+  return FoldCase(a) == FoldCase(b);
 }
 
 std::u16string DecodeUtf16(std::string_view bytes, ByteOrder order) {

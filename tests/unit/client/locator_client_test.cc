@@ -50,7 +50,7 @@ class FakeLocator {
   explicit FakeLocator(Serve serve)
       : serve_(std::move(serve)),
         stop_(Event::Create(Event::Mode::kManualReset)),
-        mailslot_(platform::Mailslot::Create(kServerMailslot, nullptr)) {
+        mailslot_(platform::Mailslot::Create(platform::kLocatorMailslot, nullptr)) {
     EXPECT_TRUE(mailslot_.valid());
     thread_ = platform::Thread::Start("fake-locator", [this] { return Run(); });
   }

@@ -16,7 +16,7 @@ using Taken = Mailslot::Taken;
 
 constexpr std::span<const std::byte> kEmpty;
 
-constexpr MailslotName kName(u"talvorn_test");
+const std::u16string kName = MailslotName(u"talvorn_test");
 constexpr std::uint32_t kGenerousMs = 30'000;
 
 class MailslotTest : public ::testing::Test {

@@ -64,15 +64,4 @@ bool HoldsContent(int fd, MessageParts content) {
   return same;
 }
 
-bool ReadMemoryFile(int fd, std::span<std::byte> buffer) {
-  off_t offset = 0;
-  while (!buffer.empty()) {
-    const ssize_t got = Retried([&] { return pread(fd, buffer.data(), buffer.size(), offset); });
-    if (got <= 0) return false;
-    buffer = buffer.subspan(static_cast<std::size_t>(got));
-    offset += got;
-  }
-  return true;
-}
-
 }  // namespace talvorn::platform

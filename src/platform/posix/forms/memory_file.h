@@ -26,7 +26,4 @@ inline constexpr std::size_t kLargestMessage = 256 << 20;
 // True when the file holds this and nothing more.
 [[nodiscard]] bool HoldsContent(int fd, MessageParts content);
 
-// Reads the first `buffer.size()` bytes.
-[[nodiscard]] bool ReadMemoryFile(int fd, std::span<std::byte> buffer);
-
 }  // namespace talvorn::platform

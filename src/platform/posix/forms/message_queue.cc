@@ -10,8 +10,9 @@
 #include <cstring>
 #include <string>
 
+#include "platform/obstacle.h"
 #include "platform/posix/forms/memory_file.h"
-#include "platform/posix/obstacle.h"
+#include "platform/posix/io.h"
 #include "platform/thread.h"
 
 #ifndef SO_PASSRIGHTS
@@ -149,7 +150,8 @@ Mailslot::Taken MessageQueue::Take(std::vector<std::byte>& message, std::size_t 
   if (received->size != 0 || !size || *size > std::min(largest, kLargestMessage))
     return Taken::kLost;
   message.resize(*size);
-  return ReadMemoryFile(file, message) ? Taken::kMessage : Taken::kLost;
+  const std::span bytes(reinterpret_cast<char*>(message.data()), message.size());
+  return ReadBeginning(file, bytes) == *size ? Taken::kMessage : Taken::kLost;
 }
 
 }  // namespace talvorn::platform

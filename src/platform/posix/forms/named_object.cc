@@ -11,10 +11,10 @@
 
 #include "platform/clock.h"
 #include "platform/fault_injection.h"
+#include "platform/obstacle.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/forms/object_file.h"
 #include "platform/posix/forms/runtime_directory.h"
-#include "platform/posix/obstacle.h"
 #include "platform/posix/unix_address.h"
 #include "platform/posix/wait.h"
 #include "platform/text_encoding.h"

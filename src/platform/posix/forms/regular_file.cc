@@ -35,19 +35,6 @@ bool Settled(const struct stat& status) {
   return age < 0 || age >= kSettledNs;
 }
 
-// False on an error. Reads no more than `size` bytes.
-bool ReadBytes(int fd, std::size_t size, std::string& bytes) {
-  bytes.resize(size);
-  std::size_t done = 0;
-  ssize_t got = 0;
-  do {
-    got = Retried([&] { return read(fd, bytes.data() + done, size - done); });
-    if (got > 0) done += static_cast<std::size_t>(got);
-  } while (got > 0 && done < size);
-  bytes.resize(done);
-  return got >= 0;
-}
-
 }  // namespace
 
 std::optional<FileContent> ReadTextFile(const std::string& path) {
@@ -62,13 +49,13 @@ std::optional<FileContent> ReadTextFile(const std::string& path) {
     }
     content.settled = Settled(content.status);
     const auto size = static_cast<std::size_t>(content.status.st_size);
+    content.bytes.resize(size);
+    const auto got = ReadBeginning(file.get(), content.bytes);
     struct stat after {};
-    if (!ReadBytes(file.get(), size, content.bytes) || fstat(file.get(), &after) != 0) {
-      return std::nullopt;
-    }
-    if (FileStamp(content.status) == FileStamp(after) && content.bytes.size() == size) {
+    if (!got || fstat(file.get(), &after) != 0) return std::nullopt;
+    if (StampOf(content.status) == StampOf(after) && *got == size) {
       const bool confirmed = attempt >= kPatience && previous &&
-                             FileStamp(previous->status) == FileStamp(content.status) &&
+                             StampOf(previous->status) == StampOf(content.status) &&
                              previous->bytes == content.bytes;
       if (content.settled || confirmed) return content;
       previous = std::move(content);

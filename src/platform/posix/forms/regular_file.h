@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <tuple>
 
 namespace talvorn::platform {
 
@@ -13,22 +14,10 @@ namespace talvorn::platform {
 inline constexpr std::size_t kLargestTextFile = 4 << 20;
 
 // What changes when a file is written to or replaced.
-struct FileStamp {
-  explicit FileStamp(const struct stat& status)
-      : device(status.st_dev),
-        inode(status.st_ino),
-        size(status.st_size),
-        written(status.st_mtim.tv_sec, status.st_mtim.tv_nsec),
-        changed(status.st_ctim.tv_sec, status.st_ctim.tv_nsec) {}
-
-  bool operator==(const FileStamp&) const = default;
-
-  dev_t device;
-  ino_t inode;
-  off_t size;
-  std::pair<time_t, long> written;
-  std::pair<time_t, long> changed;
-};
+[[nodiscard]] inline auto StampOf(const struct stat& file) {
+  return std::tuple(file.st_dev, file.st_ino, file.st_size, file.st_mtim.tv_sec,
+                    file.st_mtim.tv_nsec, file.st_ctim.tv_sec, file.st_ctim.tv_nsec);
+}
 
 struct FileContent {
   std::string bytes;

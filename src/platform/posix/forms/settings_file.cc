@@ -217,26 +217,24 @@ class SettingsFile::Parser {
     if (!cursor.Take(':')) return false;
     LineCursor list = cursor;
     entry.end = OffsetOf(list);
-    for (;;) {
-      if (list.RestIsEmpty()) return true;
+    for (bool separated = true; !list.RestIsEmpty();) {
       if (list.Take('\\')) {
         entry.end = OffsetOf(list);
         if (!list.RestIsEmpty()) return false;
         if (!NextLine()) return true;
         list = LineCursor(line_);
+        separated = true;
         continue;
       }
-      const auto byte = list.TakeHex(2);
+      const auto byte = separated ? list.TakeHex(2) : std::nullopt;
       if (!byte) return false;
       entry.value.data += static_cast<char>(*byte);
       entry.end = OffsetOf(list);
       list.SkipBlanks();
-      if (list.Take(',')) {
-        entry.end = OffsetOf(list);
-      } else if (!list.RestIsEmpty() && !list.rest().starts_with('\\')) {
-        return false;
-      }
+      separated = list.Take(',');
+      if (separated) entry.end = OffsetOf(list);
     }
+    return true;
   }
 
   SettingsFile& file_;

@@ -84,7 +84,7 @@ bool ReplaceFile(const std::string& path, std::string_view bytes, const struct s
          fsync(file.get()) == 0;
   struct stat now {};
   if (done && like != nullptr) {
-    done = stat(path.c_str(), &now) == 0 && FileStamp(now) == FileStamp(*like);
+    done = stat(path.c_str(), &now) == 0 && StampOf(now) == StampOf(*like);
   }
   done = done && rename(temporary.c_str(), path.c_str()) == 0;
   if (!done) unlink(temporary.c_str());
@@ -141,7 +141,7 @@ std::shared_ptr<const Store> ReadStore() {
   {
     const std::lock_guard lock(mutex);
     if (kept && kept->path == path && stat(path.c_str(), &now) == 0 &&
-        FileStamp(now) == FileStamp(kept->status)) {
+        StampOf(now) == StampOf(kept->status)) {
       return kept;
     }
   }

@@ -284,7 +284,7 @@ TEST_F(WithoutMemory, TheCommandServerLosesNothingButARequest) {
   ASSERT_TRUE(replies.valid());
   const auto send = [](const std::string& command) {
     const auto request = EncodeRequest({{}, command});
-    return request && platform::WriteMailslot(kServerMailslot, *request, 0) ==
+    return request && platform::WriteMailslot(platform::kLocatorMailslot, *request, 0) ==
                           platform::MailslotWrite::kWritten;
   };
   // Whether this text, or any when it is empty, is among the replies that wait.

@@ -30,7 +30,7 @@ class LargeReplies : public ::testing::Test {
     const auto request = EncodeRequest({.replyMailslot = {}, .command = command});
     auto replies = platform::Mailslot::Create(kDefaultReplyMailslot, nullptr);
     EXPECT_TRUE(testing::WaitUntil([&] {
-      return platform::WriteMailslot(kServerMailslot, *request, 0) ==
+      return platform::WriteMailslot(platform::kLocatorMailslot, *request, 0) ==
              platform::MailslotWrite::kWritten;
     }));
     const auto never = platform::Event::Create(platform::Event::Mode::kAutoReset);

@@ -12,7 +12,8 @@ TEST(MailslotSecurity, EveryoneMayReadAndWriteAndAdministratorsMayAll) {
   ExchangeContext context;
   platform::SecurityAttributes attributes;
   ASSERT_TRUE(CreateSecurityAttributes(context, attributes));
-  const platform::Mailslot mailslot = platform::Mailslot::Create(kServerMailslot, &attributes);
+  const platform::Mailslot mailslot =
+      platform::Mailslot::Create(platform::kLocatorMailslot, &attributes);
   FreeSecurityAttributes(context);
   ASSERT_TRUE(mailslot.valid());
 

@@ -34,7 +34,7 @@ using Taken = Mailslot::Taken;
 constexpr std::span<const std::byte> kEmpty;
 using testing::ChildProcess;
 
-constexpr MailslotName kName(u"Talvorn_Test");
+const std::u16string kName = MailslotName(u"Talvorn_Test");
 
 class MailslotFiles : public ::testing::Test {
  protected:

@@ -13,7 +13,7 @@
 
 #include "platform/console.h"
 #include "platform/debug_output.h"
-#include "platform/posix/obstacle.h"
+#include "platform/obstacle.h"
 #include "platform/posix/process_start.h"
 #include "platform/process.h"
 #include "platform/socket.h"
