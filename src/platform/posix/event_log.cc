@@ -17,6 +17,7 @@
 #include "platform/fault_injection.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/forms/event_message.h"
+#include "platform/posix/io.h"
 #include "platform/posix/unix_address.h"
 #include "platform/text_encoding.h"
 
@@ -84,10 +85,10 @@ struct EventLog::State {
 EventLog EventLog::Register(std::u16string_view sourceName) {
   EventLog log;
   if (FaultHits(Fault::kEventLogRegister) || ReportSocket() < 0) return log;
-  const char* const configured = getenv("TALVORN_JOURNAL_SOCKET");
-  const bool own = configured != nullptr && configured[0] != '\0';
-  log.state_ = std::make_unique<State>(
-      State{WideToUtf8(sourceName), own ? configured : kJournalSocket, !own});
+  const char* const configured = Environment("TALVORN_JOURNAL_SOCKET", nullptr);
+  log.state_ = std::make_shared<State>(State{WideToUtf8(sourceName),
+                                             configured != nullptr ? configured : kJournalSocket,
+                                             configured == nullptr});
   return log;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/posix/io.h"
 
 #include <poll.h>
+#include <stdlib.h>
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -42,6 +43,11 @@ std::optional<std::size_t> ReadBeginning(int fd, std::span<char> buffer) {
     if (got < 0) return std::nullopt;
   }
   return done;
+}
+
+const char* Environment(const char* name, const char* fallback) {
+  const char* const value = getenv(name);
+  return value != nullptr && value[0] != '\0' ? value : fallback;
 }
 
 std::uint64_t RandomNumber() {

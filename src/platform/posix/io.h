@@ -42,6 +42,10 @@ template <typename Attempt>
   return true;
 }
 
+// The value of a variable; `fallback` when it is not set or empty. Valid until the
+// environment changes.
+[[nodiscard]] const char* Environment(const char* name, const char* fallback);
+
 // Different, but for chance, from those of all other processes and threads.
 [[nodiscard]] std::uint64_t RandomNumber();
 

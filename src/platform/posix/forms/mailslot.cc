@@ -73,8 +73,7 @@ NameState StateOfName(int directory, const std::string& name) {
   if (!file.valid()) return errno == ENOENT ? NameState::kFree : NameState::kForeign;
   struct stat status {};
   if (fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode)) return NameState::kForeign;
-  const Descriptor probe = MakeSocket();
-  return ConnectTo(probe, file) == ECONNREFUSED ? NameState::kStale : NameState::kTaken;
+  return ConnectTo(MakeSocket(), file) == ECONNREFUSED ? NameState::kStale : NameState::kTaken;
 }
 
 // The lock of an open folder keeps two processes from replacing one stale socket. Whoever

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,15 +56,6 @@ bool IsEvent(const ObjectFile& file) {
 
 bool IsMutex(const ObjectFile& file) { return file.held() && file.kind() == ObjectKind::kMutex; }
 
-void Look(ObjectFile& file) { file.Open(); }
-
-void TellOfObstacle(std::u16string_view name) {
-  ReportObstacle("cannot hold " + WideToUtf8(name) + ": something is in its way in " +
-                 RuntimeFolderPath(RuntimeFolder::kObjects) +
-                 ", or another program locks its file, or nothing can be made there. Remove what "
-                 "is in the way as root, and start again.");
-}
-
 }  // namespace
 
 struct NamedObject::State {
@@ -71,39 +63,40 @@ struct NamedObject::State {
 
   ObjectFile file;
 
-  // After `open`; none when the object is not of the right kind then.
-  template <typename Open>
-  static std::shared_ptr<State> On(std::u16string_view name, Open open,
+  // Makes an object of this kind, if any, or looks for what is there; null when it is not
+  // the right one then.
+  static std::shared_ptr<State> On(std::u16string_view name, std::optional<ObjectKind> make,
                                    bool (*isRight)(const ObjectFile&)) {
-    if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
     auto state = std::make_shared<State>(name);
-    open(state->file);
-    return isRight(state->file) ? state : nullptr;
+    if (FaultHits(Fault::kNamedObjectOpen)) return nullptr;
+    make ? state->file.Create(*make) : state->file.Open();
+    if (isRight(state->file)) return state;
+    if (make) {
+      ReportObstacle("cannot hold " + WideToUtf8(name) + ": something is in its way in " +
+                     RuntimeFolderPath(RuntimeFolder::kObjects) +
+                     ", or another program locks its file, or nothing can be made there. Remove "
+                     "what is in the way as root, and start again.");
+    }
+    return nullptr;
   }
 };
 
 NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess /*access*/) {
-  const auto create = [](ObjectFile& file) { file.Create(ObjectKind::kMutex); };
-  NamedMutex mutex(State::On(name, create, IsMutex));
-  if (!mutex.valid()) TellOfObstacle(name);
-  return mutex;
+  return NamedMutex(State::On(name, ObjectKind::kMutex, IsMutex));
 }
 
 NamedMutex NamedMutex::Open(std::u16string_view name) {
   // Whoever has taken the name keeps others from holding the mutex; their need of it must
   // not look gone for that.
-  return NamedMutex(State::On(name, &Look, [](const ObjectFile& file) { return file.claimed(); }));
+  return NamedMutex(State::On(name, {}, [](const ObjectFile& file) { return file.claimed(); }));
 }
 
 NamedEvent NamedEvent::Create(std::u16string_view name, ObjectAccess /*access*/) {
-  const auto create = [](ObjectFile& file) { file.Create(ObjectKind::kManualResetEvent); };
-  NamedEvent event(State::On(name, create, IsEvent));
-  if (!event.valid()) TellOfObstacle(name);
-  return event;
+  return NamedEvent(State::On(name, ObjectKind::kManualResetEvent, IsEvent));
 }
 
 NamedEvent NamedEvent::Open(std::u16string_view name) {
-  return NamedEvent(State::On(name, &Look, IsEvent));
+  return NamedEvent(State::On(name, {}, IsEvent));
 }
 
 // A new signal number releases those who wait, however soon the state changes again.

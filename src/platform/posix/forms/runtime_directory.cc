@@ -8,6 +8,8 @@
 
 #include <system_error>
 
+#include "platform/posix/io.h"
+
 namespace talvorn::platform {
 namespace {
 
@@ -64,10 +66,7 @@ std::string Sentence(const std::string& path, const std::string& reason) {
 
 }  // namespace
 
-const char* RuntimeDirectory() {
-  const char* const configured = getenv("TALVORN_RUNTIME_DIR");
-  return configured != nullptr && configured[0] != '\0' ? configured : kDefaultDirectory;
-}
+const char* RuntimeDirectory() { return Environment("TALVORN_RUNTIME_DIR", kDefaultDirectory); }
 
 std::string RuntimeFolderPath(RuntimeFolder folder) {
   const std::string path = RuntimeDirectory();

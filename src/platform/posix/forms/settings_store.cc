@@ -36,17 +36,14 @@ constexpr int kChangeAttempts = 5;
 // The file itself when the configured path is a link, since a replaced link would
 // leave the file it led to behind.
 std::string StorePath() {
-  const char* const configured = getenv("TALVORN_REGISTRY");
-  const char* const path =
-      configured != nullptr && configured[0] != '\0' ? configured : kDefaultFile;
+  const char* const path = Environment("TALVORN_REGISTRY", kDefaultFile);
   const std::unique_ptr<char, decltype(&free)> resolved(realpath(path, nullptr), free);
   return resolved != nullptr ? resolved.get() : path;
 }
 
 std::string DirectoryOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
+  return slash == path.npos ? "." : path.substr(0, std::max<std::size_t>(slash, 1));
 }
 
 bool MayUse(const std::string& path, int access) {
@@ -73,20 +70,15 @@ bool ReplaceFile(const std::string& path, std::string_view bytes, const struct s
   std::string temporary = path + ".XXXXXX";
   const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
   if (!file.valid()) return false;
-
-  struct stat own {};
-  bool done = fstat(file.get(), &own) == 0;
-  if (done && like != nullptr && (own.st_uid != like->st_uid || own.st_gid != like->st_gid)) {
-    done = fchown(file.get(), like->st_uid, like->st_gid) == 0;
-  }
+  const auto isUnchanged = [&] {
+    struct stat now {};
+    return stat(path.c_str(), &now) == 0 && StampOf(now) == StampOf(*like);
+  };
   const mode_t mode = like != nullptr ? like->st_mode & ALLPERMS : kModeOfNewFile;
-  done = done && fchmod(file.get(), mode) == 0 && WriteAll(file.get(), bytes) &&
-         fsync(file.get()) == 0;
-  struct stat now {};
-  if (done && like != nullptr) {
-    done = stat(path.c_str(), &now) == 0 && StampOf(now) == StampOf(*like);
-  }
-  done = done && rename(temporary.c_str(), path.c_str()) == 0;
+  const bool done = (like == nullptr || fchown(file.get(), like->st_uid, like->st_gid) == 0) &&
+                    fchmod(file.get(), mode) == 0 && WriteAll(file.get(), bytes) &&
+                    fsync(file.get()) == 0 && (like == nullptr || isUnchanged()) &&
+                    rename(temporary.c_str(), path.c_str()) == 0;
   if (!done) unlink(temporary.c_str());
   return done;
 }
