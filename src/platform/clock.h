@@ -25,9 +25,8 @@ class Clock {
 
   virtual void Sleep(std::uint32_t milliseconds) = 0;
 
-  // Blocks until the system time reaches `deadline`, `wake` is signalled
-  // (nothing is consumed), or somebody sets the clock (noticed at once on Linux,
-  // within a second on Windows). May return early: callers read the clock again.
+  // Blocks until the system time reaches `deadline`, `wake` is signalled, or somebody sets the
+  // clock (on Windows within a second). Consumes nothing, and may return early.
   virtual void WaitUntil(FileTime deadline, const Waitable& wake) = 0;
 
  protected:

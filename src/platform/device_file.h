@@ -12,10 +12,9 @@ struct ListedDevice {
   std::u16string address;  // its "IpAddress", cut to 99 characters; empty when there is none
 };
 
-// The sections of the file in its order; none when there is no file. On Linux they are
-// those of one moment. Names compare without case, so that of several sections with one
-// name the first one's address counts; blanks and one pair of quotes around an address
-// are no part of it.
+// The sections in the file's order; none when there is no file. Names compare without case: of
+// several sections with one name the first one's address counts. Blanks and one pair of quotes
+// around an address do not belong to it.
 [[nodiscard]] std::vector<ListedDevice> ReadDeviceFile(std::u16string_view path);
 
 inline constexpr std::size_t kAddressCapacity = 100;  // characters, with the terminator

@@ -6,9 +6,8 @@
 
 namespace talvorn::platform {
 
-// Differs, but for a chance of 1 in 2^32, once the interface or the moment of the
-// creation is another; the moment alone would miss both within one unit of time.
-// Never 0.
+// Another number for another interface or time of creation, but for a chance of 1 in 2^32; never
+// 0.
 [[nodiscard]] inline std::uint32_t Incarnation(std::uint32_t interfaceIndex,
                                                std::uint64_t created) {
   std::uint64_t hash = std::uint64_t{interfaceIndex} << 32 ^ created;

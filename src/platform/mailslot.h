@@ -1,6 +1,5 @@
-// Mailslot: a message-framed inbox that programs on this machine write to.
-// One thread reads it; any process may write. Names are those of Windows,
-// `\\.\mailslot\NAME`.
+// An inbox for whole messages: any process on this machine may write, one thread reads. Names are
+// those of Windows, `\\.\mailslot\NAME`.
 #pragma once
 
 #include <cstddef>
@@ -23,10 +22,9 @@ class Mailslot {
   Mailslot(Mailslot&& other) noexcept = default;
   Mailslot& operator=(Mailslot&& other) noexcept = default;
 
-  // A new mailslot without limit on the message size. None when the name is no
-  // mailslot name, is taken by a living process, or the system refuses. A null
-  // `security` means that everyone may write, since the locator that answers may
-  // run as another user; on Linux only its own account where that is the locator's.
+  // A new mailslot; none when the name is no mailslot name, is taken by a living process, or the
+  // system refuses. Without `security` everyone may write, since the locator may run as another
+  // user; on Linux only the locator's account if that is this one.
   [[nodiscard]] static Mailslot Create(std::u16string_view name,
                                        const SecurityAttributes* security);
 
@@ -58,9 +56,8 @@ enum class MailslotWrite { kWritten, kAbsent, kFull, kFailed };
 // A message in pieces that need not stand together.
 using MessageParts = std::span<const std::span<const std::byte>>;
 
-// Opens the existing mailslot `name`, writes the message in one write and closes
-// it. Waits at most `limitMs` for room. The name is the caller's to check
-// (IsMailslotName): kFailed for anything that is not one.
+// Writes one message to an existing mailslot. Waits at most `limitMs` for room. kFailed for a name
+// that is none (IsMailslotName).
 [[nodiscard]] MailslotWrite WriteMailslot(std::u16string_view name, MessageParts message,
                                           std::uint32_t limitMs);
 [[nodiscard]] inline MailslotWrite WriteMailslot(std::u16string_view name,

@@ -16,9 +16,8 @@ inline constexpr std::u16string_view kMailslotPrefix = u"\\\\.\\mailslot\\";
 // The one that the locator reads.
 inline const std::u16string kLocatorMailslot = MailslotName(u"talvorn_out");
 
-// True for the beginning above, on this machine, followed by a name or a path of names
-// with backslashes between them, none of them empty, "." or "..": no slashes and no
-// control characters.
+// True for the prefix followed by a name, or by names with backslashes between them: none of them
+// empty, "." or "..", no slashes, no control characters.
 [[nodiscard]] bool IsMailslotName(std::u16string_view name);
 
 }  // namespace talvorn::platform

@@ -1,6 +1,5 @@
-// Objects that programs on one machine share by name. They exist as long as some
-// process holds them open; a killed process lets go of its own. Names are those of
-// Windows, with or without "Global\"; the scope is the whole machine either way.
+// Objects that programs on one machine share by name, with or without "Global\". They exist for as
+// long as a living process holds them open.
 #pragma once
 
 #include <memory>

@@ -1,6 +1,5 @@
-// The machine's network interfaces as the interface watch looks at them. Any thread may
-// ask at any time: on Linux the tables are read again only when the kernel has told of a
-// change (a lost carrier is told of within a second).
+// The machine's network interfaces. Any thread may ask at any time: on Linux the tables are read
+// again only after the kernel has told of a change.
 #pragma once
 
 #include <array>
@@ -50,9 +49,8 @@ struct Ipv6Adapter {
 // Addresses of interfaces that are up, sorted by address. None on failure.
 [[nodiscard]] std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable();
 
-// Index of the interface that is up and has `address` (network byte order); 0 when
-// there is none or the system does not tell. Of several the one that stands first
-// in the address table, so that every caller gets the same.
+// Index of the first interface in the address table that has `address` (network byte order); 0
+// when there is none or the system does not tell.
 [[nodiscard]] std::uint32_t InterfaceOfIpv4Address(std::uint32_t address);
 
 // All adapters; IPv6 counts as enabled once an address can be used. None on failure.

@@ -1,6 +1,5 @@
-// The process: its entry, which the platform's main has made ready (standard descriptors
-// open, the runtime directory usable), what it is asked from outside, and what it knows
-// of its surroundings.
+// The process: its entry, what it is asked from outside, and its surroundings. Before the entry
+// the platform's main opens the standard descriptors and the runtime directory.
 #pragma once
 
 #include <cstddef>
@@ -31,9 +30,8 @@ namespace platform {
 [[nodiscard]] const Waitable& TerminationRequest();
 [[nodiscard]] bool TerminationRequested();
 
-// Signalled, and never reset, once the user has asked a tool to end (Ctrl-C, SIGTERM).
-// The tool then leaves by itself; one that never calls this is ended by the system. The
-// first call comes before the tool starts a thread.
+// Signalled, and never reset, once the user has asked a tool to end (Ctrl-C, SIGTERM). A tool that
+// never calls this is ended by the system. To be called before the first thread starts.
 [[nodiscard]] const Waitable& InterruptRequest();
 
 // The user's directory for temporary files, with its trailing separator, in the narrow

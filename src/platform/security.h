@@ -1,6 +1,5 @@
-// Security of an object that other accounts may use: identifiers, a list of
-// access entries, a descriptor. On Linux whoever has one gets a file that everybody
-// may read and write.
+// Who may use an object: identifiers, access entries, a descriptor. On Linux a descriptor means
+// that everybody may read and write.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,5 @@
-// Keys with settings in them, which administrators fill: the registry's under
-// HKEY_LOCAL_MACHINE. On Linux they stand in one text file in the .reg export format; an
-// open key is a consistent snapshot of it.
+// Settings in keys: the registry under HKEY_LOCAL_MACHINE; on Linux a text file in the .reg export
+// format, of which an open key is a snapshot.
 #pragma once
 
 #include <cstddef>
@@ -46,9 +45,8 @@ class SettingsKey {
   // order.
   [[nodiscard]] std::vector<std::u16string> PendingNumbers() const;
 
-  // Makes or replaces numbers in the store, all in one step where the store is a file;
-  // this key may still show what was there when it was opened. False when some could
-  // not be set.
+  // Makes or replaces numbers in the store (in a file all in one step), but perhaps not in this
+  // open key. False when some could not be set.
   bool SetNumbers(std::span<const std::u16string> names, std::uint32_t value);
   bool SetNumber(std::u16string_view name, std::uint32_t value) {
     const std::u16string only(name);

@@ -91,9 +91,8 @@ class Socket final : public Waitable {
   // Number of bytes sent; none on failure.
   [[nodiscard]] std::optional<std::size_t> SendTo(std::span<const std::byte> data,
                                                   const SocketAddress& destination);
-  // Takes the datagrams that wait, as many as there is room for, and returns their
-  // number. 0 when none waits that is for this socket, or on an error that passes by
-  // itself; none when the socket is dead.
+  // Takes the datagrams that wait, as many as there is room for. Their number, 0 also on an error
+  // that passes by itself; none when the socket is dead.
   [[nodiscard]] std::optional<std::size_t> Receive(Datagrams& datagrams);
 
   // Streams. Under Wine a wait for connections may now and then not be told of one:

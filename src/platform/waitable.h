@@ -1,6 +1,5 @@
-// What a thread can block on: events, sockets, the termination request.
-// On Linux a descriptor for poll(), on Windows a handle for
-// WaitForMultipleObjects().
+// What a thread can block on: a descriptor for poll() on Linux, a handle for
+// WaitForMultipleObjects() on Windows.
 #pragma once
 
 #include <cstddef>
@@ -38,11 +37,9 @@ inline constexpr std::uint32_t kPollTickMs = 10;
   return limit && *limit < kPollTickMs ? limit : kPollTickMs;
 }
 
-// Blocks until one of `waitables` is signalled or `limit` has passed. Consumes
-// nothing: the caller tests its events afterwards, in its own order. An event
-// may have one waiting thread only. Null entries are passed over; an entry
-// without a handle shortens the wait to kPollTickMs. Fails for more than
-// kMostWaitables.
+// Blocks until one of `waitables` is signalled or `limit` has passed; resets none. Null entries
+// are passed over; one without a handle shortens the wait to kPollTickMs. Fails for more than
+// kMostWaitables. Only one thread may wait for an event.
 inline constexpr std::size_t kMostWaitables = 64;  // Windows knows no more
 [[nodiscard]] WaitStatus WaitForAny(std::span<const Waitable* const> waitables, WaitLimit limit);
 

@@ -32,9 +32,8 @@ FileTime Now() {
          static_cast<FileTime>(now.tv_nsec / 100);
 }
 
-// East of Greenwich is positive. Offsets change on quarters of an hour only, so
-// one reading of the zone serves its quarter; a zone that the administrator
-// changes counts from the next quarter on.
+// In seconds, positive east of Greenwich. Offsets change on quarters of an hour only, so the zone
+// is read once for each; a zone that is changed counts from the next quarter on.
 std::int64_t ZoneOffset(FileTime unixSeconds) {
   // The quarter in the upper half, the offset in the lower one.
   static std::atomic<std::uint64_t> cached{~std::uint64_t{0}};

@@ -18,9 +18,8 @@
 
 namespace talvorn::platform {
 
-// One write without waiting. A pipe or terminal is written through a description
-// of its own: the flag that keeps a write from blocking belongs to the
-// description, and that of standard error is shared with other programs.
+// One write without waiting. A pipe or terminal is opened anew for it: O_NONBLOCK on standard
+// error itself would also hit the programs that share it.
 bool WriteIfRoom(std::string_view text) {
   struct stat status {};
   if (fstat(STDERR_FILENO, &status) != 0) return false;

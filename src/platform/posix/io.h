@@ -49,9 +49,8 @@ template <typename Attempt>
 // Different, but for chance, from those of all other processes and threads.
 [[nodiscard]] std::uint64_t RandomNumber();
 
-// The lock on one byte of an open file, at once or not at all: F_RDLCK, F_WRLCK or
-// F_UNLCK. It belongs to the open file, not to the process, so that a process may hold
-// several.
+// Sets the lock of this open file (not of the process) on one byte, or fails at once. `type`:
+// F_RDLCK, F_WRLCK or F_UNLCK.
 [[nodiscard]] bool LockByte(int fd, short type, off_t byte);
 
 // Whether somebody else holds a lock on the byte.

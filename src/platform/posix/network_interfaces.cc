@@ -191,9 +191,8 @@ struct Tables {
   std::vector<Address> addresses;
 };
 
-// A link without multicast (a tunnel, for instance) can carry neither requests nor
-// answers, so its addresses are none that anybody could use. Loopback is always listed,
-// as it is in every such table.
+// Without the addresses of links that carry no multicast (tunnels, for instance); loopback is
+// always listed.
 std::vector<Ipv4AddressRow> Ipv4Rows(const std::vector<Link>& links,
                                      const std::vector<Address>& addresses) {
   std::map<std::uint32_t, bool> listed;

@@ -21,9 +21,8 @@
 namespace talvorn::platform {
 namespace {
 
-// Makes the system tell where each datagram was sent to and came in, and keep away
-// the groups that other sockets of the host have joined. The latter is best
-// effort (IPv6 has it since Linux 4.20): a receive looks at every datagram.
+// Asks for each datagram's destination and interface, and not to get the groups that other sockets
+// have joined (for IPv6 since Linux 4.20; a receive checks each datagram anyway).
 bool PrepareReceiver(std::intptr_t fd, AddressFamily family) {
   if (!SetOption(fd, SOL_SOCKET, SO_REUSEADDR, 1)) return false;
   if (family == AddressFamily::kIpv6) {

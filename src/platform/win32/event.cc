@@ -1,7 +1,5 @@
-// Every event is a manual-reset one of the system, so that a wait on several handles
-// consumes nothing. Of those that reset themselves, Test() and Wait() do the reset.
-// With one waiting thread that is the same: what is set between its look and its
-// reset is covered by the "set" that it returns.
+// Every event is a manual-reset one, so that WaitForAny() resets none; Test() and Wait() reset
+// those of kAutoReset. A Set() between the wait and the reset counts for this one wait.
 #include "platform/event.h"
 
 #include <new>

@@ -1,6 +1,6 @@
-// Mailslots of Windows. A mailslot cannot be waited on, so a waiting reader polls every few
-// milliseconds. Under Wine a mailslot holds a limited number of bytes and a write waits for
-// room; writes are therefore overlapped, and cancelled at the time limit.
+// A mailslot cannot be waited on, so a waiting reader polls. Under Wine one holds a limited number
+// of bytes and a write waits for room; writes are therefore overlapped, and cancelled at the time
+// limit.
 #include "platform/mailslot.h"
 
 #include <algorithm>

@@ -47,9 +47,8 @@ bool FindReceiveMessage(SOCKET socket, AddressFamily family) {
   return function != nullptr;
 }
 
-// Makes Windows tell where each datagram was sent to and came in, and not report
-// "port unreachable" as a receive error. Both are best effort: a socket gets only the
-// groups that it has joined itself, and a receive survives the error.
+// Asks for each datagram's destination and interface, and for no errors when nobody listened where
+// one of ours went. Best effort: a socket gets only the groups it has joined.
 bool PrepareReceiver(std::intptr_t handle, AddressFamily family) {
   if (!FindReceiveMessage(Native(handle), family) ||
       !SetOption(handle, SOL_SOCKET, SO_REUSEADDR, int{1})) {

@@ -76,9 +76,8 @@ NameState StateOfName(int directory, const std::string& name) {
   return ConnectTo(MakeSocket(), file) == ECONNREFUSED ? NameState::kStale : NameState::kTaken;
 }
 
-// The lock of an open folder keeps two processes from replacing one stale socket. Whoever
-// has it makes others wait for a second; then they go on without it. It ends with the
-// descriptor.
+// Keeps two processes from replacing one stale socket. A hostile process may hold the lock; go on
+// without it after a second. It ends with the descriptor.
 Descriptor LockFolder(int directory) {
   Descriptor lock(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   (void)Within(kLockLimitMs, [&lock] { return flock(lock.get(), LOCK_EX | LOCK_NB) == 0; });

@@ -75,10 +75,9 @@ void* DropNext(void* socket) {
   return nullptr;
 }
 
-// Before recv() returns, the system closes what the descriptors of a dropped message
-// stand for, and that can take as long as their maker likes (SO_LINGER) unless a signal
-// comes. Cancelling a thread is one that troubles nobody else. False when no thread can
-// be had; a message that is still there afterwards is dropped the next time.
+// recv() closes the descriptors of a dropped message before it returns, which blocks for as long
+// as their maker likes (SO_LINGER); only a signal ends it, so it runs in a thread that is
+// cancelled. False without a thread; a message that is still there is dropped the next time.
 bool DropWithDescriptors(int socket) {
   pthread_t thread{};
   if (pthread_create(&thread, nullptr, DropNext, &socket) != 0) return false;

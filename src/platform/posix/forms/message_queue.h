@@ -1,6 +1,5 @@
-// The receiving end of a mailslot: a datagram socket that anybody may send to. What
-// other accounts send along, or in the place of the one that is listened to, is taken
-// out of the queue without being touched. One thread uses it.
+// The receiving end of a mailslot: a datagram socket that anybody may send to. One thread reads
+// it. Messages of accounts that are not listened to are dropped unread.
 #pragma once
 
 #include <sys/types.h>
@@ -19,9 +18,8 @@ class MessageQueue final : public Waitable {
  public:
   enum class Files { kTaken, kRefused };
 
-  // A socket that attests who sends; none when the system has none left. With kRefused
-  // every message that carries descriptors is dropped; where the system can, it does
-  // not even let them come.
+  // A socket that tells each sender's account; none when the system has none left. With kRefused
+  // messages that carry descriptors are dropped, since Linux 6.16 by the kernel.
   [[nodiscard]] static Descriptor MakeSocket(Files files);
 
   MessageQueue(Descriptor socket, Files files) : socket_(std::move(socket)), files_(files) {}

@@ -1,8 +1,6 @@
-// The file behind a named object. The object exists as long as some process holds
-// a lock on its file, which the system takes from a process that is killed; the
-// last holder removes the file.
-//
-// The file is one record in the machine's byte order:
+// The file behind a named object. The object exists while some process has a lock on the file; the
+// kernel takes it from a killed one. The last holder removes the file, which is one record in the
+// machine's byte order:
 //
 //   offset  width
 //        0      4  "TLVO"
@@ -12,8 +10,7 @@
 //       16      8  number of the last signal, different from all before it
 //       24      8  kept for those who wait for an auto-reset event
 //
-// Anybody may write to it, so nothing in it is believed but what the holder can
-// bear.
+// Anybody may write to it: trust nothing in it.
 #pragma once
 
 #include <cstdint>

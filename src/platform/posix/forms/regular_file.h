@@ -25,9 +25,8 @@ struct FileContent {
   bool settled = false;  // any later change shows in the stamp
 };
 
-// None when `path` is no readable regular file, is larger than kLargestTextFile, or
-// is being rewritten all the time. Never blocks on what is not a file; waits some
-// milliseconds for a file that was written to just now.
+// None when `path` is no readable regular file, is too large, or is being rewritten all the time.
+// Waits some milliseconds for a file that was written to just now.
 [[nodiscard]] std::optional<FileContent> ReadTextFile(const std::string& path);
 
 }  // namespace talvorn::platform

@@ -1,6 +1,5 @@
-// Where programs on this machine meet: the runtime directory, in which only the locator
-// puts its mailslot, with two folders, in which everybody may put things and remove
-// their own. Whatever stands in those may have been put there by somebody hostile.
+// Where programs on this machine meet: the runtime directory, in which only the locator makes its
+// mailslot, and two folders for everybody. A hostile process may have made what stands in those.
 #pragma once
 
 #include <string>

@@ -22,9 +22,8 @@ struct Setting {
   std::string data;  // as stored: little-endian numbers, texts in UTF-16 with terminator
 };
 
-// What a file holds under HKEY_LOCAL_MACHINE. Later lines go before earlier ones;
-// lines that are no part of the format are passed over. Paths are without the root;
-// paths and names are in UTF-8 and compare without case.
+// The keys under HKEY_LOCAL_MACHINE. Later lines win; lines that do not belong to the format are
+// skipped. Paths (without the root) and names are UTF-8 and compare without case.
 class SettingsFile {
  public:
   // Any bytes make a file, if perhaps an empty one.

@@ -1,6 +1,5 @@
-// The memory files that this process has sent and that nobody has received yet. Each
-// of them occupies memory of ours until then, for as long as its receiver likes: their
-// number is bounded. Any thread may call this.
+// The memory files that this process has sent and nobody has received yet. They occupy our memory
+// for as long as their receivers like, so their number is bounded. Any thread may call this.
 #pragma once
 
 #include <sys/types.h>
