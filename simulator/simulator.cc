@@ -284,7 +284,7 @@ void Simulator::Send(Socket& socket, std::span<const std::byte> datagram,
       ++counts_.sent;
       return;
     }
-    if (socket.WaitWritable(kRoomWaitMs) == WaitStatus::kFailed) break;
+    if (socket.WaitFor(platform::Readiness::kWritable, kRoomWaitMs) == WaitStatus::kFailed) break;
   }
   ++counts_.failed;
 }

@@ -64,7 +64,7 @@ bool StatusServer::Connection::WaitForBytes(std::uint64_t untilMs) {
 
 // What is there by now; perhaps nothing.
 bool StatusServer::Connection::Receive(std::span<std::byte> bytes, std::size_t& size) {
-  const bool readable = socket.WaitReadable(0) == WaitStatus::kSignalled;
+  const bool readable = socket.WaitFor(platform::Readiness::kReadable, 0) == WaitStatus::kSignalled;
   const auto received = socket.Receive(bytes);
   size = received.value_or(0);
   return size > 0 || (!received && !readable);
@@ -89,7 +89,7 @@ bool StatusServer::Connection::Send(std::span<const std::byte> bytes) {
       room = false;
     } else {
       if (room) return false;  // that was no lack of room
-      room = socket.WaitWritable(kRoomWaitMs) == WaitStatus::kSignalled;
+      room = socket.WaitFor(platform::Readiness::kWritable, kRoomWaitMs) == WaitStatus::kSignalled;
     }
   }
   return true;

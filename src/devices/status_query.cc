@@ -44,12 +44,14 @@ class DeviceConnection final : public ByteStream {
 
   // Waits for room and sends the bytes in one call. True when all of them were sent.
   bool Send(std::span<const std::byte> bytes) {
-    return socket_.WaitWritable(kSendTimeoutMs) == platform::WaitStatus::kSignalled &&
+    return socket_.WaitFor(platform::Readiness::kWritable, kSendTimeoutMs) ==
+               platform::WaitStatus::kSignalled &&
            socket_.Send(bytes) == bytes.size();
   }
 
   std::optional<std::size_t> Receive(std::span<std::byte> buffer) override {
-    if (socket_.WaitReadable(kReceiveTimeoutMs) != platform::WaitStatus::kSignalled)
+    if (socket_.WaitFor(platform::Readiness::kReadable, kReceiveTimeoutMs) !=
+        platform::WaitStatus::kSignalled)
       return std::nullopt;
     return socket_.Receive(buffer);
   }
@@ -74,7 +76,8 @@ class DeviceConnection final : public ByteStream {
         break;
     }
     // A refused connection may make the socket writable as well.
-    return socket_.WaitWritable(kConnectTimeoutMs) == platform::WaitStatus::kSignalled &&
+    return socket_.WaitFor(platform::Readiness::kWritable, kConnectTimeoutMs) ==
+               platform::WaitStatus::kSignalled &&
            socket_.ConnectSucceeded();
   }
 

@@ -26,6 +26,8 @@ enum class BindOutcome { kBound, kInUse, kForbidden, kFailed };
 
 enum class ConnectStatus { kConnected, kPending, kFailed };
 
+enum class Readiness { kReadable, kWritable };
+
 // Room for the datagrams that one receive takes.
 class Datagrams {
  public:
@@ -102,8 +104,7 @@ class Socket final : public Waitable {
   [[nodiscard]] ConnectStatus Connect(const SocketAddress& peer);
   // The outcome of a pending connect once the socket is writable.
   [[nodiscard]] bool ConnectSucceeded() const;
-  [[nodiscard]] WaitStatus WaitWritable(WaitLimit limit) const;
-  [[nodiscard]] WaitStatus WaitReadable(WaitLimit limit) const;
+  [[nodiscard]] WaitStatus WaitFor(Readiness readiness, WaitLimit limit) const;
   // Bytes sent in one call; none on failure or when nothing could be sent now.
   [[nodiscard]] std::optional<std::size_t> Send(std::span<const std::byte> data);
   // Bytes received, 0 when the peer has closed; none on failure.

@@ -174,14 +174,10 @@ ConnectStatus Socket::Connect(const SocketAddress& peer) {
   return errno == EINPROGRESS || errno == EINTR ? ConnectStatus::kPending : ConnectStatus::kFailed;
 }
 
-WaitStatus Socket::WaitWritable(WaitLimit limit) const {
+WaitStatus Socket::WaitFor(Readiness readiness, WaitLimit limit) const {
   if (!valid()) return WaitStatus::kFailed;
-  return WaitForDescriptor(Native(handle_), POLLOUT, limit);
-}
-
-WaitStatus Socket::WaitReadable(WaitLimit limit) const {
-  if (!valid()) return WaitStatus::kFailed;
-  return WaitForDescriptor(Native(handle_), POLLIN, limit);
+  return WaitForDescriptor(Native(handle_), readiness == Readiness::kReadable ? POLLIN : POLLOUT,
+                           limit);
 }
 
 std::optional<std::size_t> Socket::Send(std::span<const std::byte> data) {

@@ -122,18 +122,6 @@ bool StopBlocking(std::intptr_t handle) {
   return ioctlsocket(Native(handle), FIONBIO, &nonBlocking) == 0;
 }
 
-// Waits for the one socket in `read` or `write`; the other is null.
-WaitStatus Select(fd_set* read, fd_set* write, WaitLimit limit) {
-  timeval time{};
-  if (limit) {
-    time.tv_sec = static_cast<long>(*limit / 1000);
-    time.tv_usec = static_cast<long>(*limit % 1000 * 1000);
-  }
-  const int ready = select(0, read, write, nullptr, limit ? &time : nullptr);
-  if (ready == SOCKET_ERROR) return WaitStatus::kFailed;
-  return ready == 0 ? WaitStatus::kTimeout : WaitStatus::kSignalled;
-}
-
 }  // namespace
 
 bool StartSocketLibrary() {
@@ -269,14 +257,15 @@ ConnectStatus Socket::Connect(const SocketAddress& peer) {
 }
 
 // A refused connection does not become writable: the caller's limit ends the wait.
-WaitStatus Socket::WaitWritable(WaitLimit limit) const {
+WaitStatus Socket::WaitFor(Readiness readiness, WaitLimit limit) const {
   fd_set sockets{1, {Native(handle_)}};
-  return Select(nullptr, &sockets, limit);
-}
-
-WaitStatus Socket::WaitReadable(WaitLimit limit) const {
-  fd_set sockets{1, {Native(handle_)}};
-  return Select(&sockets, nullptr, limit);
+  const bool read = readiness == Readiness::kReadable;
+  const std::uint32_t ms = limit.value_or(0);
+  timeval time{static_cast<long>(ms / 1000), static_cast<long>(ms % 1000 * 1000)};
+  const int ready = select(0, read ? &sockets : nullptr, read ? nullptr : &sockets, nullptr,
+                           limit ? &time : nullptr);
+  if (ready == SOCKET_ERROR) return WaitStatus::kFailed;
+  return ready == 0 ? WaitStatus::kTimeout : WaitStatus::kSignalled;
 }
 
 std::optional<std::size_t> Socket::Send(std::span<const std::byte> data) {
