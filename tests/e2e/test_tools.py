@@ -8,70 +8,57 @@ import signal
 import time
 
 from lab import wire
-from lab.harness import TestCase, wait_until
+from lab.harness import NetworkTestCase, wait_until
 
 NASTY = "\x1b[2J\x9b31m\x07\r\n\x7f evil"
 
 
-class Tool(TestCase):
-    def test_exit_status(self):
-        here, _ = self.simple_network()
-        locator = self.start_locator(here)
-        cases = [(("version",), 0), (("devices",), 0), (("items", "--json"), 0),
-                 (("--help",), 0), ((), 2), (("nonsense",), 2), (("devices", "--nonsense"), 2),
-                 (("reinit",), 2), (("reinit", "no.address"), 2), (("log", "nonsense"), 2)]
-        for arguments, status in cases:
+class Tool(NetworkTestCase):
+    def test_its_exit_status_tells_success_failure_and_misuse(self):
+        locator = self.start_locator(self.here)
+        for arguments, status in (
+                (("devices",), 0), (("items", "--json"), 0), (("--help",), 0), ((), 2),
+                (("nonsense",), 2), (("devices", "--nonsense"), 2), (("reinit",), 2),
+                (("reinit", "no.address"), 2), (("log", "nonsense"), 2)):
             with self.subTest(arguments):
                 tool = self.tool(locator, *arguments)
                 self.assertEqual(tool.wait(), status, tool.err)
                 self.assertEqual(bool(tool.err), status != 0)
-        self.assertEqual(self.waited(locator, "version").out, "1.0.0.0\n")
+        self.assertEqual(self.tool_says(locator, "version"), "1.0.0.0\n")
         locator.stop()
-        for command in ("version", "devices", "items", "log"):
-            arguments = (command, "path") if command == "log" else (command,)
+        for arguments in (("version",), ("devices",), ("items",), ("log", "path")):
             tool = self.tool(locator, *arguments)
-            self.assertEqual(tool.wait(), 1)
+            self.assertEqual((tool.wait(), tool.out), (1, ""))
             self.assertIn("talvorn-locator", tool.err)  # what to do
-            self.assertEqual(tool.out, "")
-
-    def waited(self, locator, *arguments):
-        tool = self.tool(locator, *arguments)
-        self.assertEqual(tool.wait(), 0, tool.err)
-        return tool
 
     def test_texts_of_the_network_cannot_command_a_terminal(self):
-        here, there = self.simple_network()
-        locator = self.start_listening(here, settings={"Time Response Valid": 600000})
-        self.station(there, "dev0", "192.168.10.20").send(wire.record(
-            5, alias=NASTY, host_alias=NASTY, items=[wire.item(NASTY.encode("latin-1"))]))
-        wait_until(lambda: locator.items(), "the device")
-        for arguments in (("devices",), ("items",), ("devices", "--json"), ("items", "--json")):
-            with self.subTest(arguments):
-                out = self.waited(locator, *arguments).out
-                self.assertTrue(all(c == "\n" or c.isprintable() for c in out), repr(out))
-                if "--json" in arguments and "devices" in arguments:
-                    (device,) = json.loads(out)["devices"]
-                    self.assertEqual(device["serial"], "5")
-                    self.assertEqual(device["ipv4"], "192.168.10.20")
-                    # 0x9b is a quotation mark there, in the code page of the devices.
-                    self.assertEqual(device["alias"], NASTY.replace("\x9b", "\u203a"))
+        locator = self.start_listening(self.here, settings={"Time Response Valid": 600000})
+        self.device().send(wire.record(5, alias=NASTY, host_alias=NASTY,
+                                       items=[wire.item(NASTY.encode("latin-1"))]))
+        wait_until(locator.items, "the device")
+        shown = {arguments: self.tool_says(locator, *arguments) for arguments in
+                 (("devices",), ("items",), ("items", "--json"), ("devices", "--json"))}
+        for out in shown.values():
+            self.assertTrue(all(c == "\n" or c.isprintable() for c in out), repr(out))
+        (device,) = json.loads(shown["devices", "--json"])["devices"]
+        # 0x9b is a quotation mark there, in the code page of the devices.
+        self.assertEqual((device["serial"], device["ipv4"], device["alias"]),
+                         ("5", "192.168.10.20", NASTY.replace("\x9b", "\u203a")))
 
-    def test_tables_one_after_the_other_where_there_is_no_terminal(self):
-        here, there = self.simple_network()
-        locator = self.start_listening(here)
-        station = self.station(there, "dev0", "192.168.10.20")
+    def test_tables_come_one_after_the_other_where_there_is_no_terminal(self):
+        locator = self.start_listening(self.here)
+        device = self.device()
         tool = self.tool(locator, "devices", "--watch", "1")
-        wait_until(lambda: (station.send(wire.record(5, alias="Press")),
+        wait_until(lambda: (device.send(wire.record(5, alias="Press")),
                             tool.out.count("Press") >= 2)[1], "two tables with the device")
         # Under Wine that is TerminateProcess.
         tool.signal(signal.SIGTERM if self.target.NAME == "linux" else signal.SIGINT)
         self.assertEqual(tool.wait(), 0)
         self.assertNotIn("\x1b", tool.out)
 
-    def test_live_table_on_a_terminal(self):
-        here, there = self.simple_network()
-        locator = self.start_listening(here)
-        station = self.station(there, "dev0", "192.168.10.20")
+    def test_a_terminal_shows_a_live_table(self):
+        locator = self.start_listening(self.here)
+        device = self.device()
         primary, secondary = pty.openpty()
         self.addCleanup(os.close, primary)
         os.set_blocking(primary, False)
@@ -85,7 +72,7 @@ class Tool(TestCase):
             except OSError:
                 pass
             return bytes(shown)
-        wait_until(lambda: (station.send(wire.record(5, alias="Press")),
+        wait_until(lambda: (device.send(wire.record(5, alias="Press")),
                             b"Press" in screen())[1], "the device")
         wait_until(lambda: re.search(rb"\n(\x1b\[\d+m)?- +5 +Press", screen()),
                    "its end to be marked")
@@ -95,8 +82,8 @@ class Tool(TestCase):
         self.assertEqual(tool.wait(), 0)
         self.assertIn(b"\x1b[?25h", screen())  # the cursor is back
 
-    def test_a_closed_pipe_ends_it_quietly(self):
-        locator = self.start_locator(self.network.host("alone"))
+    def test_a_closed_pipe_ends_it_quietly_and_a_full_disk_in_a_sentence(self):
+        locator = self.start_locator(self.here)
         reader, writer = os.pipe()
         tool = self.tool(locator, "devices", "--watch", "1", stdout=writer)
         os.close(writer)
@@ -109,24 +96,21 @@ class Tool(TestCase):
         self.assertEqual(len(tool.err.splitlines()), 1)
 
 
-class Simulator(TestCase):
-    def test_devices_with_their_own_ways(self):
-        here, there = self.simple_network()
-        locator = self.start_listening(here)
+class Simulator(NetworkTestCase):
+    def test_its_devices_have_their_own_ways(self):
+        locator = self.start_listening(self.here)
         before = time.monotonic()
-        self.simulate(there, "--interface", "dev0", "--devices", "4", "--first-serial", "100",
+        self.simulate(self.there, "--interface", "dev0", "--devices", "4", "--first-serial", "100",
                       "--layout", "mixed", "--items", "2", "--absent", "4000/8000",
                       "--absent-devices", "1", "--announce", "200")
-        wait_until(lambda: {"0000100", "0000101", "0000102"} <= set(locator.devices()), "the devices")
-        wait_until(lambda: "0000103" in locator.devices(), "the last device")
-        wait_until(lambda: "0000103" not in locator.devices(), "it to go")
-        wait_until(lambda: "0000103" in locator.devices(), "it to return")
+        locator.wait_devices(4)
+        wait_until(lambda: "0000103" not in locator.devices(), "the last one to go")
+        locator.wait_devices(4)
         self.assertGreaterEqual(time.monotonic() - before, 4)
         self.assertTrue(locator.items())
 
-    def test_nothing_to_appear_on(self):
-        host = self.network.host("alone")
+    def test_it_says_that_there_is_nothing_to_appear_on(self):
         for arguments, status in ((("--interface", "none0"), 1), ((), 2)):
-            simulator = self.simulate(host, *arguments)
+            simulator = self.simulate(self.here, *arguments)
             self.assertEqual(simulator.wait(), status)
             self.assertIn("talvorn-sim: ", simulator.err)
