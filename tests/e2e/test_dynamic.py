@@ -1,16 +1,14 @@
 """The lifetime with /dynamic: as long as clients need the locator."""
 
 import re
-import signal
 import time
 
-from lab.harness import TestCase, full_set, stays_true, wait_until
+from lab.harness import NetworkTestCase, full_set, stays_true, wait_until
 
 
-class Dynamic(TestCase):
+class Dynamic(NetworkTestCase):
     def start_counting(self, *arguments, ttl=4000):
-        here, _ = self.simple_network()
-        return self.start_locator(here, *arguments,
+        return self.start_locator(self.here, *arguments,
                                   settings={"Time Multicast Request Allowed": ttl})
 
     def countdown(self, locator):
@@ -20,9 +18,8 @@ class Dynamic(TestCase):
         before = time.monotonic()
         locator = self.start_counting("/Dynamic")
         self.assertEqual(locator.trace[0], "DYNAMIC")
-        wait_until(lambda: locator.ended, "the end")
+        locator.wait_end()
         self.assertGreaterEqual(time.monotonic() - before, 3.9)
-        locator.stop()
         self.assertIn("TTL --> 4s     TIMEOUT STARTED", locator.trace)
         shown = self.countdown(locator)
         self.assertTrue(shown and max(shown) < 4 and shown == sorted(shown, reverse=True), shown)
@@ -41,16 +38,14 @@ class Dynamic(TestCase):
         with locator.client() as client:
             self.assertTrue(client.is_served())
         # A client that is killed has gone as well.
-        holder.signal(signal.SIGKILL)
-        holder.wait()
+        holder.kill()
         gone = time.monotonic()
-        wait_until(lambda: locator.ended, "the end")
+        locator.wait_end()
         self.assertGreaterEqual(time.monotonic() - gone, 3.5)
-        locator.stop()
         self.assertEqual(locator.trace.count("TTL --> 5s     TIMEOUT STARTED"), 2)
 
     @full_set
-    def test_without_a_time_it_never_ends(self):
+    def test_with_a_time_of_zero_it_never_ends(self):
         locator = self.start_counting("/DYNAMIC", ttl=0)
         wait_until(lambda: "TTL --> 0s     TIMEOUT STARTED" in locator.trace, "the first pass")
         self.assertTrue(stays_true(lambda: not locator.ended, 3))
@@ -60,11 +55,10 @@ class Dynamic(TestCase):
             self.assertIn("EXIT", locator.trace)
 
     @full_set
-    def test_anything_else_is_permanent(self):
-        here = self.network.host("alone")
+    def test_with_any_other_arguments_it_is_permanent(self):
         for arguments in ((), ("/dynamic ",), ("/dynamic", "x"), ("-dynamic",), ("",),
                           ("", "/dynamic")):
             with self.subTest(arguments=arguments):
-                locator = self.start_locator(here, *arguments)
+                locator = self.start_locator(self.here, *arguments)
                 self.assertEqual(locator.trace[0], "PERMANENT")
                 locator.stop()
