@@ -1,5 +1,6 @@
 #include "platform/address.h"
 
+#include <bit>
 #include <memory>
 
 #include "platform/bounded_resolution.h"
@@ -23,15 +24,9 @@ HostAddress HostAddress::Ipv6(const std::array<std::uint8_t, 16>& address,
 }
 
 AddressFamily SocketAddress::family() const {
-  if (size < sizeof(sockaddr::sa_family)) return AddressFamily::kUnspecified;
-  switch (Native(*this)->sa_family) {
-    case AF_INET:
-      return AddressFamily::kIpv4;
-    case AF_INET6:
-      return AddressFamily::kIpv6;
-    default:
-      return AddressFamily::kUnspecified;
-  }
+  const int family = size < sizeof(sockaddr::sa_family) ? AF_UNSPEC : Native(*this)->sa_family;
+  if (family == AF_INET) return AddressFamily::kIpv4;
+  return family == AF_INET6 ? AddressFamily::kIpv6 : AddressFamily::kUnspecified;
 }
 
 SocketAddress SocketAddress::Ipv4(std::uint32_t address, std::uint16_t port) {
@@ -74,19 +69,11 @@ std::uint16_t SocketAddress::port() const {
 }
 
 HostAddress SocketAddress::host() const {
-  switch (family()) {
-    case AddressFamily::kIpv4:
-      return HostAddress::Ipv4(ipv4());
-    case AddressFamily::kIpv6: {
-      const auto native = As<sockaddr_in6>(*this);
-      std::array<std::uint8_t, 16> bytes{};
-      std::memcpy(bytes.data(), &native.sin6_addr, bytes.size());
-      return HostAddress::Ipv6(bytes, native.sin6_scope_id);
-    }
-    case AddressFamily::kUnspecified:
-      break;
-  }
-  return {};
+  if (family() == AddressFamily::kIpv4) return HostAddress::Ipv4(ipv4());
+  if (family() != AddressFamily::kIpv6) return {};
+  const auto native = As<sockaddr_in6>(*this);
+  return HostAddress::Ipv6(std::bit_cast<std::array<std::uint8_t, 16>>(native.sin6_addr),
+                           native.sin6_scope_id);
 }
 
 std::string NumericHost(const SocketAddress& address) {

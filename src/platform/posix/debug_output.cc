@@ -11,7 +11,6 @@
 
 #include "platform/posix/descriptor.h"
 #include "platform/posix/standard_error.h"
-#include "platform/posix/utf8.h"
 #include "platform/posix/wait.h"
 #include "platform/terminal_escape.h"
 #include "platform/text_encoding.h"
@@ -47,7 +46,8 @@ bool WriteIfRoom(std::string_view text) {
 void DebugOutputW(std::u16string_view text) { (void)WriteIfRoom(WideToUtf8(text)); }
 
 void DebugOutputA(std::string_view text) {
-  (void)(IsWellFormedUtf8(text) ? WriteIfRoom(text) : WriteIfRoom(WideToUtf8(NarrowToWide(text))));
+  const bool isUtf8 = WideToUtf8(Utf8ToWide(text)) == text;
+  (void)(isUtf8 ? WriteIfRoom(text) : WriteIfRoom(WideToUtf8(NarrowToWide(text))));
 }
 
 }  // namespace talvorn::platform

@@ -4,8 +4,6 @@
 #include <array>
 #include <cstdint>
 
-#include "platform/posix/utf8.h"
-
 namespace talvorn::platform {
 namespace {
 
@@ -27,13 +25,13 @@ void AppendUtf8(std::string& text, char32_t c) {
   while (more-- > 0) text += static_cast<char>(0x80 | (c >> 6 * more & 0x3F));
 }
 
-}  // namespace
-
+// Takes the character at `position`, which is inside of `text`. U+FFFD for a sequence that
+// is none: then the longest beginning of one is passed over.
 char32_t NextUtf8(std::string_view text, std::size_t& position) {
   const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byteAt(position++);
   if (lead < 0x80) return lead;
-  if (lead < 0xC2 || lead > 0xF4) return kIllFormed;
+  if (lead < 0xC2 || lead > 0xF4) return kReplacement;
   const int size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
   char32_t c = lead & (0x7Fu >> size);
   // What the second byte may be depends on the first: neither overlong forms, nor
@@ -42,7 +40,7 @@ char32_t NextUtf8(std::string_view text, std::size_t& position) {
   unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
   for (int more = size - 1; more > 0; --more) {
     if (position == text.size() || byteAt(position) < low || byteAt(position) > high)
-      return kIllFormed;
+      return kReplacement;
     c = c << 6 | (byteAt(position++) & 0x3Fu);
     low = 0x80;
     high = 0xBF;
@@ -50,12 +48,7 @@ char32_t NextUtf8(std::string_view text, std::size_t& position) {
   return c;
 }
 
-bool IsWellFormedUtf8(std::string_view text) {
-  for (std::size_t position = 0; position < text.size();) {
-    if (NextUtf8(text, position) == kIllFormed) return false;
-  }
-  return true;
-}
+}  // namespace
 
 std::u16string NarrowToWide(std::string_view text) {
   std::u16string wide;
@@ -98,8 +91,7 @@ std::u16string Utf8ToWide(std::string_view text) {
   std::u16string wide;
   wide.reserve(text.size());
   for (std::size_t position = 0; position < text.size();) {
-    char32_t c = NextUtf8(text, position);
-    if (c == kIllFormed) c = kReplacement;
+    const char32_t c = NextUtf8(text, position);
     if (c < kFirstSupplementary) {
       wide.push_back(static_cast<char16_t>(c));
     } else {

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <string>
 
@@ -97,8 +96,6 @@ bool Drop(int socket, const Received& next) {
 }
 
 void TellOfStranger(uid_t account) {
-  static std::atomic<bool> told{false};
-  if (told.exchange(true)) return;
   ReportObstacle("account " + std::to_string(account) +
                  " writes to the reply mailslot of this program, which is for the locator alone; "
                  "what it writes is passed over.");

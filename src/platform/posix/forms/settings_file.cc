@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "platform/ascii_case.h"
-#include "platform/posix/utf8.h"
 #include "platform/posix/wide_text.h"
 #include "platform/text_encoding.h"
 
@@ -162,10 +161,10 @@ class SettingsFile::Parser {
   void ParseValue(LineCursor& cursor) {
     Entry entry;
     if (!cursor.Take('@')) {
-      auto name = cursor.TakeQuoted();
+      const auto name = cursor.TakeQuoted();
       if (!name || name->empty()) return;
       // What is no character has the name that it is shown with.
-      entry.value.name = IsWellFormedUtf8(*name) ? *std::move(name) : WideToUtf8(Utf8ToWide(*name));
+      entry.value.name = WideToUtf8(Utf8ToWide(*name));
     }
     cursor.SkipBlanks();
     if (!cursor.Take('=')) return;
