@@ -101,9 +101,12 @@ std::uint32_t DeviceRecord::numericSerial() const {
 }
 
 DeviceRecord DecodeDeviceRecord(std::span<const std::byte> data) {
-  const auto whole = ZeroFilled<kDeviceRecordSize>(data);
   DeviceRecord record;
-  VisitFullRecord(FieldReader(whole), record);
+  if (data.size() >= kDeviceRecordSize) {
+    VisitFullRecord(FieldReader(data), record);
+  } else {
+    VisitFullRecord(FieldReader(ZeroFilled<kDeviceRecordSize>(data)), record);
+  }
   return record;
 }
 

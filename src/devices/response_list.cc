@@ -119,12 +119,10 @@ std::uint32_t CResponseList::GetResponses(const std::byte*& snapshot,
 
   std::uint32_t retained = 0;
   for (auto at = entries_.begin(); at != entries_.end(); ++retained) {
+    const SerialKey serial = at->first;
     DeviceRecord record = at->second.record;
-    for (++at; at != entries_.end() &&
-               at->second.record.deviceSerial.view() == record.deviceSerial.view();
-         ++at) {
+    for (++at; at != entries_.end() && at->first == serial; ++at)
       MergeAddresses(record, at->second.record);
-    }
     KeepPreferredAddress(record, preferredVersion);
     const std::span<std::byte> slot(&snapshot_[retained * kDeviceRecordSize], kDeviceRecordSize);
     EncodeDeviceRecord(record, slot.first<kDeviceRecordSize>());

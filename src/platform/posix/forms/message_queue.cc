@@ -134,9 +134,10 @@ Mailslot::Taken MessageQueue::Take(std::vector<std::byte>& message, std::size_t 
     return Drop(socket_.get(), *next) ? Taken::kLost : Taken::kFailed;
   }
 
-  message.resize(next->size);
-  const auto received =
-      Receive(socket_.get(), {message.data(), message.size()}, kAccountRoom + kFileRoom, 0);
+  // What comes with a file has no bytes of its own; the room from last time stays then.
+  if (!carries) message.resize(next->size);
+  const auto received = Receive(socket_.get(), {message.data(), carries ? 0 : message.size()},
+                                kAccountRoom + kFileRoom, 0);
   if (!received) return Taken::kNone;
   if ((received->flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) return Taken::kLost;
   if (!carries) return Taken::kMessage;
