@@ -124,7 +124,8 @@ bool LocatorClient::PrepareMailslot(std::uint64_t deadlineMs) {
   // Strays, such as the locator's answer to a request so short that it names no
   // mailslot: that goes to the one who asked last.
   for (int stray = 0; stray < kMaxStrays && MsUntil(deadlineMs) > 0 && !Interrupted(); ++stray) {
-    if (mailslot_.Take(reply_, kLargestReply) == Taken::kNone) break;
+    platform::Message message;
+    if (mailslot_.Take(message, kLargestReply) == Taken::kNone) break;
   }
   return true;
 }
@@ -159,9 +160,10 @@ ClientStatus LocatorClient::AwaitReply(ReplyType type, const Accept& accept,
     const auto waited = mailslot_.WaitForMessage(wake, MsUntil(deadlineMs));
     if (waited == platform::WaitStatus::kFailed) return ClientStatus::kNoMailslot;
     if (waited == platform::WaitStatus::kSignalled) {
-      if (mailslot_.Take(reply_, kLargestReply) != Taken::kMessage) reply_.clear();
-      const auto header = DecodeReplyHeader(reply_);
-      if (header && header->type == type && accept(reply_)) return ClientStatus::kOk;
+      platform::Message reply;
+      (void)mailslot_.Take(reply, kLargestReply);  // none is a bad one
+      const auto header = DecodeReplyHeader(reply.bytes());
+      if (header && header->type == type && accept(reply.bytes())) return ClientStatus::kOk;
       // Anybody may write to the mailslot; a reply of another type is a stray.
       badReply = badReply || !header || header->type == type;
     }

@@ -92,7 +92,6 @@ class LocatorClient {
   platform::Event never_;  // stands in for a missing interrupt
   std::u16string mailslotName_;
   platform::Mailslot mailslot_;
-  std::vector<std::byte> reply_;  // kept: the next one is as large, and memory is its cost
 };
 
 }  // namespace talvorn

@@ -130,9 +130,9 @@ class CommandServer {
     using Taken = platform::Mailslot::Taken;
     Taken taken = Taken::kFailed;
     const bool served = Completed([&] {
-      std::vector<std::byte> message;
+      platform::Message message;
       taken = mailslot_.Take(message, kLargestMessage);
-      if (taken == Taken::kMessage) Serve(message);
+      if (taken == Taken::kMessage) Serve(message.bytes());
     });
     context_.responseList->DropSnapshot();
     context_.itemList->DropSnapshot();

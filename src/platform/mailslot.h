@@ -16,6 +16,20 @@
 
 namespace talvorn::platform {
 
+// The bytes of one message, which stand as long as this or a copy of it.
+class Message {
+ public:
+  Message() = default;
+  Message(std::shared_ptr<const void> owner, std::span<const std::byte> bytes)
+      : owner_(std::move(owner)), bytes_(bytes) {}
+
+  [[nodiscard]] std::span<const std::byte> bytes() const { return bytes_; }
+
+ private:
+  std::shared_ptr<const void> owner_;
+  std::span<const std::byte> bytes_;
+};
+
 class Mailslot {
  public:
   Mailslot() = default;  // none
@@ -38,7 +52,7 @@ class Mailslot {
   enum class Taken { kMessage, kNone, kLost, kFailed };
   // Takes the next message, of at most `largest` bytes, out of the mailslot. Does not
   // wait for one. Without memory for it, it is still there where the system can.
-  [[nodiscard]] Taken Take(std::vector<std::byte>& message, std::size_t largest);
+  [[nodiscard]] Taken Take(Message& message, std::size_t largest);
 
   // Blocks until a message waits (kSignalled), `wake` is signalled or the limit
   // has passed (kTimeout for both).

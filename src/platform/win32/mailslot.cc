@@ -123,19 +123,21 @@ bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
   return valid() && MailslotExists(name);
 }
 
-Mailslot::Taken Mailslot::Take(std::vector<std::byte>& message, std::size_t largest) {
+Mailslot::Taken Mailslot::Take(Message& message, std::size_t largest) {
   if (!valid()) return Taken::kFailed;
   const auto size = state_->NextSize();
   if (!size) return Taken::kFailed;
   if (*size == MAILSLOT_NO_MESSAGE) return Taken::kNone;
   // A buffer of 0 bytes, or one too small, would leave the message in place and block the
   // ones behind it.
-  message.resize(*size == kUncertainSize ? kLargestUncertain : std::max<DWORD>(*size, 1));
+  const auto bytes = std::make_shared<std::vector<std::byte>>(
+      *size == kUncertainSize ? kLargestUncertain : std::max<DWORD>(*size, 1));
   DWORD received = 0;
   // Wine removes an empty message but reports a failure.
-  const bool taken = state_->ReadNext(message, received) || *size == 0;
-  message.resize(taken ? received : 0);
-  return taken && message.size() <= largest ? Taken::kMessage : Taken::kLost;
+  const bool taken = state_->ReadNext(*bytes, received) || *size == 0;
+  if (!taken || received > largest) return Taken::kLost;
+  message = Message(bytes, std::span(*bytes).first(received));
+  return Taken::kMessage;
 }
 
 WaitStatus Mailslot::WaitForMessage(const Waitable& wake, WaitLimit limit) {

@@ -63,9 +63,9 @@ class FakeLocator {
   std::uint32_t Run() {
     while (!stop_.Test()) {
       if (mailslot_.WaitForMessage(stop_, kLongMs) != platform::WaitStatus::kSignalled) continue;
-      Bytes message;
+      platform::Message message;
       (void)mailslot_.Take(message, 64 << 10);
-      if (const auto request = DecodeRequest(message)) serve_(*request);
+      if (const auto request = DecodeRequest(message.bytes())) serve_(*request);
     }
     return 0;
   }

@@ -31,10 +31,10 @@ TEST_F(MailslotTest, AMessageComesInItsPiecesAsOne) {
     const std::vector<std::byte> rest(size, std::byte{2});
     const std::span<const std::byte> parts[] = {head, rest};
     ASSERT_EQ(WriteMailslot(kName, parts, kGenerousMs), MailslotWrite::kWritten);
-    std::vector<std::byte> message;
+    Message message;
     ASSERT_EQ(mailslot.Take(message, size + 5), Taken::kMessage);
-    EXPECT_TRUE(std::ranges::equal(std::span(message).first(5), head));
-    EXPECT_TRUE(std::ranges::equal(std::span(message).subspan(5), rest));
+    EXPECT_TRUE(std::ranges::equal(message.bytes().first(5), head));
+    EXPECT_TRUE(std::ranges::equal(message.bytes().subspan(5), rest));
   }
 }
 
@@ -43,11 +43,11 @@ TEST_F(MailslotTest, AMessageLargerThanWantedIsLostAndTheNextOneIsNot) {
   for (const std::size_t size : std::initializer_list<std::size_t>{11, 200'000, 10}) {
     ASSERT_EQ(WriteMailslot(kName, std::vector<std::byte>(size), 0), MailslotWrite::kWritten);
   }
-  std::vector<std::byte> message;
+  Message message;
   EXPECT_EQ(mailslot.Take(message, 10), Taken::kLost);
   EXPECT_EQ(mailslot.Take(message, 10), Taken::kLost);
   EXPECT_EQ(mailslot.Take(message, 10), Taken::kMessage);
-  EXPECT_EQ(message.size(), 10u);
+  EXPECT_EQ(message.bytes().size(), 10u);
   EXPECT_EQ(mailslot.Take(message, 10), Taken::kNone);
 }
 
@@ -69,9 +69,9 @@ TEST_F(MailslotTest, ANameMayHaveAPathThatLeadsNowhereElse) {
     EXPECT_TRUE(IsMailslotName(name)) << WideToUtf8(name);
     Mailslot mailslot = Mailslot::Create(name, nullptr);
     EXPECT_EQ(WriteMailslot(name, kEmpty, 0), MailslotWrite::kWritten) << WideToUtf8(name);
-    std::vector<std::byte> message(1);
+    Message message;
     EXPECT_EQ(mailslot.Take(message, 0), Taken::kMessage) << WideToUtf8(name);
-    EXPECT_TRUE(message.empty());
+    EXPECT_TRUE(message.bytes().empty());
   }
   for (const char16_t* const bad : {u"", u".", u"..", u"\\a", u"a\\", u"a\\\\b", u"a\\.\\b",
                                     u"..\\a", u"a\\..\\b", u"a\\..", u"a/b", u"a\nb"}) {

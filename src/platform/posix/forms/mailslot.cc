@@ -287,7 +287,7 @@ bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
   return owner.has_value();
 }
 
-Mailslot::Taken Mailslot::Take(std::vector<std::byte>& message, std::size_t largest) {
+Mailslot::Taken Mailslot::Take(Message& message, std::size_t largest) {
   return valid() ? state_->queue.Take(message, largest) : Taken::kFailed;
 }
 

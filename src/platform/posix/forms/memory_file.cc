@@ -6,8 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
-#include <utility>
+#include <memory>
 
 #include "platform/posix/io.h"
 
@@ -42,26 +41,30 @@ Descriptor MakeMemoryFile(MessageParts content) {
   return file;
 }
 
-std::optional<std::size_t> SealedSize(int fd) {
+std::optional<Message> MapMemoryFile(int fd, std::size_t largest) {
   struct stat status {};
   const int seals = fcntl(fd, F_GET_SEALS);
   if (seals < 0 || (seals & kSeals) != kSeals || fstat(fd, &status) != 0) return std::nullopt;
-  return static_cast<std::size_t>(status.st_size);
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size == 0) return Message();
+  void* const mapped = size > largest
+                           ? MAP_FAILED
+                           : mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+  if (mapped == MAP_FAILED) return std::nullopt;
+  return Message(std::shared_ptr<void>(mapped, [size](void* at) { (void)munmap(at, size); }),
+                 {static_cast<const std::byte*>(mapped), size});
 }
 
 bool HoldsContent(int fd, MessageParts content) {
   const std::size_t size = SizeOf(content);
-  if (SealedSize(fd) != size) return false;
-  if (size == 0) return true;
-  void* const mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
-  if (mapped == MAP_FAILED) return false;
-  const auto* at = static_cast<const std::byte*>(mapped);
-  const bool same = std::ranges::all_of(content, [&at](std::span<const std::byte> part) {
-    return part.empty() ||
-           std::memcmp(std::exchange(at, at + part.size()), part.data(), part.size()) == 0;
+  const auto file = MapMemoryFile(fd, size);
+  if (!file || file->bytes().size() != size) return false;
+  std::span<const std::byte> rest = file->bytes();
+  return std::ranges::all_of(content, [&rest](std::span<const std::byte> part) {
+    const auto own = rest.first(part.size());
+    rest = rest.subspan(part.size());
+    return std::ranges::equal(own, part);
   });
-  (void)munmap(mapped, size);
-  return same;
 }
 
 }  // namespace talvorn::platform

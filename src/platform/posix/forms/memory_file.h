@@ -20,8 +20,9 @@ inline constexpr std::size_t kLargestMessage = 256 << 20;
 // None when the system has no room for it.
 [[nodiscard]] Descriptor MakeMemoryFile(MessageParts content);
 
-// The size of a sealed memory file; none for any other kind of descriptor, or none at all.
-[[nodiscard]] std::optional<std::size_t> SealedSize(int fd);
+// The content of a sealed memory file of at most `largest` bytes; none for any other kind
+// of descriptor, or none at all.
+[[nodiscard]] std::optional<Message> MapMemoryFile(int fd, std::size_t largest);
 
 // True when the file holds this and nothing more.
 [[nodiscard]] bool HoldsContent(int fd, MessageParts content);

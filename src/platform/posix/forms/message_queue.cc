@@ -11,7 +11,6 @@
 
 #include "platform/obstacle.h"
 #include "platform/posix/forms/memory_file.h"
-#include "platform/posix/io.h"
 #include "platform/thread.h"
 
 #ifndef SO_PASSRIGHTS
@@ -123,7 +122,7 @@ MessageQueue::~MessageQueue() {
   }
 }
 
-Mailslot::Taken MessageQueue::Take(std::vector<std::byte>& message, std::size_t largest) {
+Mailslot::Taken MessageQueue::Take(Message& message, std::size_t largest) {
   using Taken = Mailslot::Taken;
   const auto next = LookAtNext(socket_.get());
   if (!next) return errno == EBADF || errno == ENOTSOCK ? Taken::kFailed : Taken::kNone;
@@ -134,21 +133,19 @@ Mailslot::Taken MessageQueue::Take(std::vector<std::byte>& message, std::size_t 
     return Drop(socket_.get(), *next) ? Taken::kLost : Taken::kFailed;
   }
 
-  // What comes with a file has no bytes of its own; the room from last time stays then.
-  if (!carries) message.resize(next->size);
-  const auto received = Receive(socket_.get(), {message.data(), carries ? 0 : message.size()},
-                                kAccountRoom + kFileRoom, 0);
+  // What comes with a file has no bytes of its own.
+  const auto bytes = std::make_shared<std::vector<std::byte>>(carries ? 0 : next->size);
+  const auto received =
+      Receive(socket_.get(), {bytes->data(), bytes->size()}, kAccountRoom + kFileRoom, 0);
   if (!received) return Taken::kNone;
   if ((received->flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) return Taken::kLost;
-  if (!carries) return Taken::kMessage;
-
-  const int file = received->file.get();
-  const auto size = SealedSize(file);
-  if (received->size != 0 || !size || *size > std::min(largest, kLargestMessage))
-    return Taken::kLost;
-  message.resize(*size);
-  const std::span bytes(reinterpret_cast<char*>(message.data()), message.size());
-  return ReadBeginning(file, bytes) == *size ? Taken::kMessage : Taken::kLost;
+  if (!carries) {
+    message = Message(bytes, *bytes);
+    return Taken::kMessage;
+  }
+  auto mapped = MapMemoryFile(received->file.get(), std::min(largest, kLargestMessage));
+  if (mapped) message = *std::move(mapped);
+  return mapped ? Taken::kMessage : Taken::kLost;
 }
 
 }  // namespace talvorn::platform

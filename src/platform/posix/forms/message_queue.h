@@ -36,7 +36,7 @@ class MessageQueue final : public Waitable {
 
   // As Mailslot::Take(). Never blocks for longer than a moment, whatever the message
   // carries.
-  [[nodiscard]] Mailslot::Taken Take(std::vector<std::byte>& message, std::size_t largest);
+  [[nodiscard]] Mailslot::Taken Take(Message& message, std::size_t largest);
 
  private:
   Descriptor socket_;

@@ -290,9 +290,9 @@ TEST_F(WithoutMemory, TheCommandServerLosesNothingButARequest) {
   // Whether this text, or any when it is empty, is among the replies that wait.
   const auto received = [&](std::string_view text) {
     bool found = false;
-    std::vector<std::byte> reply;
+    platform::Message reply;
     while (replies.Take(reply, 64 << 10) != platform::Mailslot::Taken::kNone) {
-      found = found || AsText(reply).find(text) != std::string_view::npos;
+      found = found || AsText(reply.bytes()).find(text) != std::string_view::npos;
     }
     return found;
   };

@@ -35,9 +35,9 @@ class LargeReplies : public ::testing::Test {
     }));
     const auto never = platform::Event::Create(platform::Event::Mode::kAutoReset);
     (void)replies.WaitForMessage(never, kLimitMs);
-    std::vector<std::byte> reply;
+    platform::Message reply;
     (void)replies.Take(reply, std::size_t{1} << 30);
-    return reply.size();
+    return reply.bytes().size();
   }
 
   testing::ScratchMachine machine_;

@@ -44,7 +44,7 @@ class MailslotFiles : public ::testing::Test {
   }
 
   testing::ScratchMachine machine_;
-  std::vector<std::byte> message_;
+  Message message_;
 };
 
 TEST_F(MailslotFiles, OnlyOneOfSeveralStartersGetsAStaleName) {
@@ -177,7 +177,7 @@ TEST_F(MailslotFiles, OnlyTheAccountThatIsListenedToIsHeard) {
   }));
   ASSERT_EQ(WriteMailslot(kName, message, 0), MailslotWrite::kWritten);
   EXPECT_TRUE(testing::WaitUntil([&] { return mailslot.Take(message_, 7) == Taken::kMessage; }));
-  EXPECT_EQ(message_.size(), message.size());
+  EXPECT_EQ(message_.bytes().size(), message.size());
 }
 
 TEST_F(MailslotFiles, TheLocatorsOwnStandsBesideTheFolderThatAllMayWriteTo) {
