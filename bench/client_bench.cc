@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <mutex>
 #include <string>
 
 #include "client/locator_client.h"
@@ -37,7 +38,18 @@ class Server {
     std::filesystem::remove_all(directory_);
   }
 
+  // The device that stands last in the list has another alias.
+  void ChangeLast() {
+    DeviceRecord record;
+    record.deviceSerial.Assign(std::to_string(kDevices - 1));
+    record.deviceIpv4.Assign("10.0.0.1");
+    record.deviceAlias.Assign(std::to_string(++changes_));
+    const std::lock_guard lock(responses_.lock);
+    (void)responses_.Add(&record, 0);
+  }
+
  private:
+  std::uint32_t changes_ = 0;
   std::string pattern_ = "/tmp/talvorn-bench-XXXXXX";
   const std::string directory_ = ::mkdtemp(pattern_.data());
   CResponseList responses_;
@@ -45,16 +57,20 @@ class Server {
   ExchangeContext context_;
 };
 
+// The argument says whether the list has changed since the last answer.
 void GetDevices(benchmark::State& state) {
   static Server server;
   static LocatorClient client{ClientOptions{}};
   while (client.GetVersion().status != ClientStatus::kOk) platform::SleepMs(1);  // it starts
+  if (state.range(0) != 0) server.ChangeLast();
   for (auto _ : state) {
     const auto answer = client.GetDevices();
     if (answer.value.size() != kDevices) state.SkipWithError("no answer");
   }
 }
 BENCHMARK(GetDevices)
+    ->Arg(0)
+    ->Arg(1)
     ->Iterations(1)
     ->Repetitions(300)
     ->ReportAggregatesOnly()

@@ -40,6 +40,7 @@ std::shared_ptr<const Descriptor> UnreadFiles::FileWith(MessageParts message) {
   const std::lock_guard lock(mutex_);
   if (last_ && HoldsContent(last_->get(), message)) return last_;
   last_.reset();
+  lastSize_ = SizeOf(message);
   Descriptor file = MakeMemoryFile(message);
   if (!file.valid()) return nullptr;
   return last_ = std::make_shared<const Descriptor>(std::move(file));
@@ -52,7 +53,8 @@ void UnreadFiles::Add(const MailslotFile& receiver, Descriptor socket) {
 
 void UnreadFiles::ForgetReceived() {
   std::erase_if(unread_, [](const Unread& one) { return IsReceived(one.socket.get()); });
-  if (unread_.empty()) last_.reset();
+  // Lists hardly change, so that the next reply is mostly the same.
+  if (unread_.empty() && lastSize_ > kLargestKept) last_.reset();
 }
 
 }  // namespace talvorn::platform

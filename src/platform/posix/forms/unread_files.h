@@ -25,6 +25,7 @@ class UnreadFiles {
  public:
   static constexpr std::size_t kMostOfAccount = 32;
   static constexpr std::size_t kMost = 128;
+  static constexpr std::size_t kLargestKept = 8 << 20;
 
   // That of this process.
   [[nodiscard]] static UnreadFiles& Own();
@@ -48,7 +49,8 @@ class UnreadFiles {
 
   std::mutex mutex_;
   std::vector<Unread> unread_;
-  std::shared_ptr<const Descriptor> last_;  // while some are unread
+  std::shared_ptr<const Descriptor> last_;  // a large one only while some are unread
+  std::size_t lastSize_ = 0;
 };
 
 }  // namespace talvorn::platform
