@@ -25,7 +25,7 @@ constexpr std::uint32_t kDestructionWaitMs = 2'000;
 
 // What comes in within this time is taken in one pass; even a burst is far from filling a
 // receive buffer by then.
-constexpr std::uint32_t kTickMs = 2;
+constexpr std::uint32_t kTickMs = 8;
 
 // What a report shows of a text field: "--" stands for an empty one.
 std::u16string DisplayText(std::string_view field) {

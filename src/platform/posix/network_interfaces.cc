@@ -240,6 +240,13 @@ std::vector<Ipv6Adapter> Ipv6Adapters(const std::vector<Link>& links,
   return adapters;
 }
 
+// A thread that has moved to another network has a number from before.
+ino_t NetworkOfThisThread() {
+  struct stat status {};
+  (void)stat("/proc/thread-self/ns/net", &status);
+  return status.st_ino;
+}
+
 // The tables as they were read last, for as long as the kernel tells of no change.
 class KeptTables {
  public:
@@ -262,10 +269,8 @@ class KeptTables {
 
   // Whether anything was told, or lost for want of room. Subscribes before the first read.
   bool HasChanged() {
-    struct stat network {};
-    (void)stat("/proc/thread-self/ns/net", &network);
-    const ino_t before = std::exchange(network_, network.st_ino);
-    if (before != network_) changes_.reset();
+    thread_local const ino_t network = NetworkOfThisThread();
+    if (std::exchange(network_, network) != network) changes_.reset();
     bool any = !changes_;
     if (!changes_) changes_ = OpenRouteSocket(kChangeGroups);
     while (changes_) {
