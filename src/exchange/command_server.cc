@@ -85,6 +85,7 @@ class CommandServer {
       Pause(kRetryMs);
       if (context_.running) (void)Completed([this] { (void)CreateMailslot(); });
     }
+    if (mailslot_.valid()) platform::ReportReady();
     while (context_.running) Pass();
   }
 

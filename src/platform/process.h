@@ -25,6 +25,10 @@ namespace platform {
 
 [[nodiscard]] std::uint32_t CurrentProcessId();
 
+// Tells the service manager that clients are served from now on, if it has asked to be told
+// (systemd, Type=notify). Any thread may call it.
+void ReportReady();
+
 // Signalled, and never reset, once the locator has been asked to end (SIGTERM, SIGINT).
 // Never signalled on Windows, where a process is ended from outside.
 [[nodiscard]] const Waitable& TerminationRequest();

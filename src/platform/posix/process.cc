@@ -11,7 +11,9 @@
 #include <unistd.h>
 
 #include "platform/posix/descriptor.h"
+#include "platform/posix/io.h"
 #include "platform/posix/process_start.h"
+#include "platform/posix/unix_address.h"
 #include "platform/posix/wait.h"
 
 namespace talvorn::platform {
@@ -105,6 +107,16 @@ const Waitable& InterruptRequest() {
   // Without a descriptor that stays so.
   (void)WatchTerminationSignals();
   return Request();
+}
+
+void ReportReady() {
+  constexpr std::string_view kReady = "READY=1";
+  const char* const path = Environment("NOTIFY_SOCKET", "");
+  if (path[0] != '/' || !UnixAddress::Fits(path)) return;
+  const UnixAddress address{std::string_view(path)};
+  const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  (void)sendto(socket.get(), kReady.data(), kReady.size(), MSG_NOSIGNAL, address.get(),
+               address.size());
 }
 
 std::uint32_t CurrentProcessId() { return static_cast<std::uint32_t>(getpid()); }

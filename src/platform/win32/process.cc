@@ -42,6 +42,8 @@ const Waitable& InterruptRequest() {
   return Interrupt();
 }
 
+void ReportReady() {}
+
 std::uint32_t CurrentProcessId() { return GetCurrentProcessId(); }
 
 std::optional<std::string> TemporaryDirectory(std::size_t capacity) {
