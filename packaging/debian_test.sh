@@ -6,6 +6,7 @@ set -euo pipefail
 
 folder=$(realpath "$1")
 root=$(mktemp -d /tmp/talvorn-debian.XXXXXX)
+chmod 755 "$root"
 here=talvorn-here-$$
 there=talvorn-there-$$
 
@@ -90,8 +91,8 @@ for number in 3 4; do ip -n "$there" addr add "10.48.17.$number/24" dev dev1; do
 
 start_locator() {
   read -ra command < <(sed -n 's/^ExecStart=//p' "$root/lib/systemd/system/talvorn-locator.service")
-  on "$here" setpriv --reuid talvorn --regid talvorn --clear-groups --inh-caps=-all \
-    --bounding-set=-all --no-new-privs "${command[@]}" &
+  (exec ip netns exec "$here" chroot "$root" setpriv --reuid talvorn --regid talvorn \
+    --clear-groups --inh-caps=-all --bounding-set=-all --no-new-privs "${command[@]}") &
   locator=$!
 }
 devices() { on "$here" talvorn devices --json 2>/dev/null | grep -o '"serial"' | wc -l; }
@@ -99,6 +100,7 @@ three_devices() { [[ $(devices) == 3 ]]; }
 
 say "run"
 on "$there" talvorn-sim --interface dev1 --ipv4 --devices 3 &
+disown
 start_locator
 wait_for "three devices" three_devices
 on "$here" talvorn version

@@ -29,6 +29,19 @@ class Ends(NetworkTestCase):
             locator.stop()
 
 
+@only_on("linux", "Windows has no service manager that waits to be told")
+class Starts(NetworkTestCase):
+    def test_the_service_manager_is_told_when_clients_are_served(self):
+        path = os.path.join(self.directory, "notify")
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(path)
+            manager.settimeout(30)
+            locator = self.start_locator(self.here, ready=False,
+                                         environment={"NOTIFY_SOCKET": path})
+            self.assertEqual(manager.recv(100), b"READY=1")
+            self.assertTrue(locator.takes_messages())
+
+
 class Neighbours(NetworkTestCase):
     def setUp(self):
         super().setUp()
