@@ -4,8 +4,12 @@
 
 namespace talvorn {
 
-// The locator may run as another user.
-ClientPresence::ClientPresence()
-    : mutex_(platform::NamedMutex::Create(kClientMutex, platform::ObjectAccess::kEveryone)) {}
+ClientPresence::ClientPresence() { Renew(); }
+
+void ClientPresence::Renew() {
+  if (mutex_.IsInPlace()) return;
+  // The locator may run as another user.
+  mutex_ = platform::NamedMutex::Create(kClientMutex, platform::ObjectAccess::kEveryone);
+}
 
 }  // namespace talvorn

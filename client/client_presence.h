@@ -14,6 +14,10 @@ class ClientPresence {
   // it once a second.
   ClientPresence();
 
+  // Holds it anew where it was lost: on Linux with the folder that it stood in. For a program
+  // that lives long, about once a second.
+  void Renew();
+
   // False when the mutex could not be made; the locator then does not know of us.
   [[nodiscard]] bool held() const { return mutex_.valid(); }
 

@@ -7,13 +7,18 @@
 
 namespace talvorn {
 
+ItemWatch::ItemWatch(std::uint32_t serial) : serial_(serial) { Renew(); }
+
 // Manual-reset, so that a pulse releases every client that waits on the same event. The
 // locator that pulses it may run as another user.
-ItemWatch::ItemWatch(std::uint32_t serial)
-    : event_(platform::NamedEvent::Create(ChangeEventName(serial),
-                                          platform::ObjectAccess::kEveryone)) {}
+void ItemWatch::Renew() {
+  if (event_.IsInPlace()) return;
+  event_ =
+      platform::NamedEvent::Create(ChangeEventName(serial_), platform::ObjectAccess::kEveryone);
+}
 
 ItemWatch::Outcome ItemWatch::Wait(std::uint32_t rereadMs, const platform::Waitable* interrupt) {
+  Renew();
   using Status = platform::NamedEvent::WaitResult::Status;
   const std::uint64_t start = platform::MonotonicMs();
   if (event_.valid()) {

@@ -33,6 +33,10 @@ class ItemWatch {
   [[nodiscard]] Outcome Wait(std::uint32_t rereadMs, const platform::Waitable* interrupt = nullptr);
 
  private:
+  // Makes the event anew where it was lost: on Linux with the folder that it stood in.
+  void Renew();
+
+  const std::uint32_t serial_;
   platform::NamedEvent event_;
 };
 

@@ -1,4 +1,6 @@
 // The commands that ask or tell the locator one thing.
+#include <algorithm>
+
 #include "client/client_presence.h"
 #include "client/locator_client.h"
 #include "client/reinitialisation.h"
@@ -16,6 +18,7 @@ namespace {
 
 constexpr std::uint32_t kReinitTimeoutMs = 10'000;
 constexpr std::uint32_t kReinitPollMs = 100;
+constexpr std::uint32_t kRenewMs = 1'000;
 
 int PrintValue(const ToolOptions& options, std::string_view key, std::string_view utf8) {
   if (!options.json) return Print(Concat({EscapeForTerminal(utf8), "\n"}));
@@ -59,7 +62,7 @@ int RunLocatorCommand(const ToolOptions& options) {
 int RunHoldCommand(const ToolOptions& options) {
   // Before the mutex exists, so that the user's wish to end always closes it in order.
   const platform::Waitable* const interrupt[] = {&platform::InterruptRequest()};
-  const ClientPresence presence;
+  ClientPresence presence;
   if (!presence.held()) {
     Complain(Trouble{"the mutex that tells the locator of clients cannot be made",
                      MeetingPlaceQuestion("May this account write in ", "?")});
@@ -69,7 +72,14 @@ int RunHoldCommand(const ToolOptions& options) {
       status != kDone) {
     return status;
   }
-  (void)platform::WaitForAny(interrupt, options.holdMs);
+  const std::uint64_t start = platform::MonotonicMs();
+  for (std::uint64_t passed = 0; !options.holdMs || passed < *options.holdMs;
+       passed = platform::MonotonicMs() - start) {
+    const std::uint64_t left = options.holdMs ? *options.holdMs - passed : kRenewMs;
+    const auto pause = static_cast<std::uint32_t>(std::min<std::uint64_t>(left, kRenewMs));
+    if (platform::WaitForAny(interrupt, pause) != platform::WaitStatus::kTimeout) break;
+    presence.Renew();
+  }
   return kDone;
 }
 

@@ -30,6 +30,7 @@ class Watcher {
   int Run() {
     std::uint32_t limit = options_.intervalMs;
     for (;;) {
+      presence_.Renew();
       const ClientStatus status = Look();
       if (status == ClientStatus::kInterrupted || platform::OutputAbandoned()) return kDone;
       if (outputStatus_ != kDone) return outputStatus_;

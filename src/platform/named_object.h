@@ -18,6 +18,9 @@ enum class ObjectAccess { kDefault, kEveryone };
 class NamedObject {
  public:
   [[nodiscard]] bool valid() const { return state_ != nullptr; }
+  // Whether who opens the name now gets this object. On Linux not any more once the folder
+  // of the objects was made anew.
+  [[nodiscard]] bool IsInPlace() const;
   void Close() { state_.reset(); }
 
  protected:

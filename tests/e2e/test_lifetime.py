@@ -1,6 +1,7 @@
 """Start, end, and what stands in their way."""
 
 import os
+import shutil
 import signal
 import socket
 
@@ -67,6 +68,34 @@ class Neighbours(NetworkTestCase):
         with locator.client() as client:
             client.tell("STARTLOG")
             client.tell("STOPLOG")
+
+
+@only_on("linux", "there is no directory to lose on Windows")
+class LostDirectory(NetworkTestCase):
+    def test_clients_find_a_directory_that_was_made_anew(self):
+        simulator = self.simulate(self.there, "--interface", "dev0", "--devices", "2")
+        first = self.start_locator(self.here)
+        first.wait_devices(2)
+        objects = os.path.join(first.runtime_directory, "objects")
+
+        def held():
+            return os.listdir(objects) if os.path.isdir(objects) else []
+        watch = self.tool(first, "watch", "--json", "--interval", "0.2", "--timeout", "1")
+        hold = self.tool(first, "hold")
+        wait_until(lambda: len(held()) >= 2, "the mutex and the event")
+        before = set(held())
+        first.signal(signal.SIGTERM)
+        first.wait()
+        shutil.rmtree(first.runtime_directory)
+        os.mkdir(first.runtime_directory, 0o755)
+        second = self.start_locator(self.here, beside=first)
+        wait_until(lambda: before <= set(held()), "the same objects again")
+        second.wait_devices(2)
+        simulator.kill()
+        wait_until(lambda: watch.out.count("device-gone") >= 2, "news of the second locator")
+        for tool in (watch, hold):
+            tool.signal(signal.SIGINT)
+            tool.wait()
 
 
 @only_on("linux", "there are no files in its way on Windows")

@@ -33,6 +33,8 @@ struct NamedObject::State {
   }
 };
 
+bool NamedObject::IsInPlace() const { return valid(); }
+
 NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess access) {
   return NamedMutex(State::Of(name, [access](const wchar_t* native) {
     if (access == ObjectAccess::kEveryone) {

@@ -81,6 +81,8 @@ struct NamedObject::State {
   }
 };
 
+bool NamedObject::IsInPlace() const { return valid() && state_->file.IsInPlace(); }
+
 NamedMutex NamedMutex::Create(std::u16string_view name, ObjectAccess /*access*/) {
   return NamedMutex(State::On(name, ObjectKind::kMutex, IsMutex));
 }

@@ -80,7 +80,7 @@ ObjectFile::~ObjectFile() {
   if (!held()) return;
   // Everybody who leaves lets go before he looks whether he was the last.
   (void)LockByte(file_.get(), F_UNLCK, kExistenceByte);
-  if (LockByte(file_.get(), F_WRLCK, kExistenceByte) && IsInPlace(file_)) (void)Remove();
+  if (LockByte(file_.get(), F_WRLCK, kExistenceByte) && IsNamed(file_)) (void)Remove();
 }
 
 void ObjectFile::Open() {
@@ -124,7 +124,7 @@ ObjectFile::Attempt ObjectFile::TryHold(std::optional<ObjectKind> kind) {
   const bool unheld = LockByte(file.get(), F_WRLCK, kExistenceByte);
   claimed_ = !unheld;
   if (!unheld && !LockByte(file.get(), F_RDLCK, kExistenceByte)) return Attempt::kLocked;
-  if (!IsInPlace(file)) return Attempt::kMoved;
+  if (!IsNamed(file)) return Attempt::kMoved;
   ObjectRecord record;
   if (unheld) {
     // A killed process left the file. It makes room for a new one of ours, unless the
@@ -146,7 +146,12 @@ ObjectFile::Attempt ObjectFile::TryHold(std::optional<ObjectKind> kind) {
   return Attempt::kFinal;
 }
 
-bool ObjectFile::IsInPlace(const Descriptor& file) const {
+bool ObjectFile::IsInPlace() const {
+  const Descriptor folder = OpenRuntimeFolder(RuntimeFolder::kObjects, false);
+  return held() && folder.valid() && IsStillAt(folder.get(), name_, file_.get());
+}
+
+bool ObjectFile::IsNamed(const Descriptor& file) const {
   return IsStillAt(directory_.get(), name_, file.get());
 }
 

@@ -47,6 +47,8 @@ class ObjectFile {
   void Create(ObjectKind kind);
 
   [[nodiscard]] bool held() const { return file_.valid(); }
+  // Whether the file is still the one under its name, in the folder of now.
+  [[nodiscard]] bool IsInPlace() const;
   // Whether somebody else had a lock on the file, of whatever kind and content.
   [[nodiscard]] bool claimed() const { return claimed_; }
   [[nodiscard]] int descriptor() const { return file_.get(); }
@@ -66,7 +68,7 @@ class ObjectFile {
   Attempt TryHold(std::optional<ObjectKind> kind);
   // The same, again for as long as others make and remove the file.
   Attempt Hold(std::optional<ObjectKind> kind);
-  [[nodiscard]] bool IsInPlace(const Descriptor& file) const;
+  [[nodiscard]] bool IsNamed(const Descriptor& file) const;
   bool Remove() const;
 
   std::string name_;
