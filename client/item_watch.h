@@ -29,15 +29,18 @@ class ItemWatch {
   enum class Outcome { kChanged, kTimeToRead, kInterrupted };
 
   // Waits for the next change, for `rereadMs` at most, or until `interrupt` (may be
-  // null) is signalled.
+  // null) is signalled. Soon after a change it is time to read again: changes come in
+  // bursts, and who was reading has missed the rest of one.
   [[nodiscard]] Outcome Wait(std::uint32_t rereadMs, const platform::Waitable* interrupt = nullptr);
 
  private:
   // Makes the event anew where it was lost: on Linux with the folder that it stood in.
   void Renew();
+  [[nodiscard]] Outcome WaitFor(std::uint32_t limitMs, const platform::Waitable* interrupt);
 
   const std::uint32_t serial_;
   platform::NamedEvent event_;
+  bool unsettled_ = true;
 };
 
 }  // namespace talvorn

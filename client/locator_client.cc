@@ -46,6 +46,26 @@ std::uint32_t MsUntil(std::uint64_t deadlineMs) {
 
 }  // namespace
 
+const char* StatusText(ClientStatus status) {
+  switch (status) {
+    case ClientStatus::kOk:
+      return "done";
+    case ClientStatus::kNoLocator:
+      return "the locator does not answer";
+    case ClientStatus::kNoAnswer:
+      return "the locator has not answered in time";
+    case ClientStatus::kBadReply:
+      return "what came back is not a locator's reply";
+    case ClientStatus::kNoMailslot:
+      return "the locator cannot send its reply to this program";
+    case ClientStatus::kBadRequest:
+      return "the locator cannot take this text";
+    case ClientStatus::kInterrupted:
+      return "the wait was interrupted";
+  }
+  return "";
+}
+
 LocatorClient::LocatorClient(const ClientOptions& options)
     : options_(options), never_(platform::Event::Create(platform::Event::Mode::kManualReset)) {}
 
@@ -115,8 +135,10 @@ ClientStatus LocatorClient::Tell(std::string_view command) {
 }
 
 bool LocatorClient::PrepareMailslot(std::uint64_t deadlineMs) {
+  // On Linux it is lost with the folder that it stood in.
+  if (mailslot_.valid() && !platform::MailslotExists(mailslotName_)) mailslot_ = {};
   for (int attempt = 0; !mailslot_.valid() && attempt < kNameAttempts; ++attempt) {
-    mailslotName_ = NewMailslotName();
+    mailslotName_ = options_.replyMailslot.empty() ? NewMailslotName() : options_.replyMailslot;
     mailslot_ = platform::Mailslot::Create(mailslotName_, nullptr);
   }
   // Anybody may write to it.

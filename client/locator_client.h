@@ -40,6 +40,9 @@ enum class ClientStatus {
   kInterrupted,  // by the interrupt given in the options
 };
 
+// "the locator does not answer": what has happened, without a full stop.
+[[nodiscard]] const char* StatusText(ClientStatus status);
+
 template <class T>
 struct Answer {
   ClientStatus status = ClientStatus::kNoAnswer;
@@ -51,6 +54,7 @@ struct Answer {
 struct ClientOptions {
   std::uint32_t timeoutMs = 3'000;                // of one request
   const platform::Waitable* interrupt = nullptr;  // ends a wait; must outlive the client
+  std::u16string replyMailslot{};  // for one client at a time; empty: a name that is its own
 };
 
 class LocatorClient {

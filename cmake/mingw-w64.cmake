@@ -17,9 +17,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 
 set(CMAKE_CXX_FLAGS_INIT "-ffunction-sections -fdata-sections")
 # The same sources give the same bytes: no time of the build.
-set(CMAKE_EXE_LINKER_FLAGS_INIT
-    "-static -static-libgcc -static-libstdc++ -Wl,--gc-sections -Wl,--no-insert-timestamp")
-set(CMAKE_EXE_LINKER_FLAGS_RELEASE_INIT "-s")
+foreach(kind EXE SHARED)
+  set(CMAKE_${kind}_LINKER_FLAGS_INIT
+      "-static -static-libgcc -static-libstdc++ -Wl,--gc-sections -Wl,--no-insert-timestamp")
+  set(CMAKE_${kind}_LINKER_FLAGS_RELEASE_INIT "-s")
+endforeach()
 
 # Tests run under Wine.
 set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/run_under_wine.sh)

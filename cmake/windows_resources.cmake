@@ -1,4 +1,4 @@
-# Windows executables: entry point, and what the system wants to find in them: version,
+# Windows executables and libraries: entry point, and what the system wants to find in them: version,
 # manifest, message table.
 enable_language(RC)
 if(NOT TALVORN_MESSAGE_COMPILER)
@@ -20,6 +20,17 @@ function(talvorn_resources target description)
   set(directory ${CMAKE_CURRENT_BINARY_DIR}/${target}.resources)
   set(name ${target})
   set(messages)
+  get_target_property(kind ${target} TYPE)
+  if(kind STREQUAL SHARED_LIBRARY)
+    set(type VFT_DLL)
+    set(file talvorn.dll)
+    set(manifest)
+  else()
+    set(type VFT_APP)
+    set(file ${target}.exe)
+    # RT_MANIFEST, the manifest of the process itself.
+    set(manifest "1 24 \"executable.manifest\"")
+  endif()
   if(arg_MESSAGES)
     set(messages "#include \"events.rc\"")
     add_custom_command(

@@ -6,6 +6,29 @@
 #include "platform/process.h"
 
 namespace talvorn {
+namespace {
+
+std::string AdviceOn(ClientStatus status) {
+  switch (status) {
+    case ClientStatus::kNoLocator:
+      return Concat({"Is talvorn-locator running",
+                     MeetingPlaceQuestion(", and is ", " the same for both"), "?"});
+    case ClientStatus::kNoAnswer:
+      return "Is it stopped or overloaded? --timeout gives it longer.";
+    case ClientStatus::kBadReply:
+      return "Do talvorn and talvorn-locator belong together?";
+    case ClientStatus::kNoMailslot:
+      return MeetingPlaceQuestion("May this account write in ", "?");
+    case ClientStatus::kBadRequest:
+      return "It is too long, or has characters outside its code page.";
+    case ClientStatus::kOk:
+    case ClientStatus::kInterrupted:
+      break;
+  }
+  return {};
+}
+
+}  // namespace
 
 ClientOptions ClientOptionsOf(const ToolOptions& options) {
   return {.timeoutMs = options.timeoutMs.value_or(kDefaultTimeoutMs),
@@ -17,30 +40,7 @@ std::string MeetingPlaceQuestion(std::string_view before, std::string_view after
   return variable.empty() ? std::string() : Concat({before, variable, after});
 }
 
-Trouble TroubleOf(ClientStatus status) {
-  switch (status) {
-    case ClientStatus::kNoLocator:
-      return {"the locator does not answer",
-              Concat({"Is talvorn-locator running",
-                      MeetingPlaceQuestion(", and is ", " the same for both"), "?"})};
-    case ClientStatus::kNoAnswer:
-      return {"the locator has not answered in time",
-              "Is it stopped or overloaded? --timeout gives it longer."};
-    case ClientStatus::kBadReply:
-      return {"what came back is not a locator's reply",
-              "Do talvorn and talvorn-locator belong together?"};
-    case ClientStatus::kNoMailslot:
-      return {"the locator cannot send its reply to this program",
-              MeetingPlaceQuestion("May this account write in ", "?")};
-    case ClientStatus::kBadRequest:
-      return {"the locator cannot take this text",
-              "It is too long, or has characters outside its code page."};
-    case ClientStatus::kOk:
-    case ClientStatus::kInterrupted:
-      break;
-  }
-  return {};
-}
+Trouble TroubleOf(ClientStatus status) { return {StatusText(status), AdviceOn(status)}; }
 
 void Complain(std::string_view sentence) {
   // With standard error gone there is nobody left to tell.

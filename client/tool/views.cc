@@ -6,7 +6,6 @@
 
 #include "command_line/concat.h"
 #include "command_line/terminal_text.h"
-#include "platform/digest.h"
 #include "support/byte_io.h"
 #include "support/text_format.h"
 
@@ -37,17 +36,6 @@ std::string SerialText(std::uint32_t serial) {
   return text.data();
 }
 
-std::string HexText(std::span<const std::byte> bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(bytes.size() * 2);
-  for (const std::byte byte : bytes) {
-    text.push_back(kDigits[std::to_integer<unsigned>(byte) >> 4]);
-    text.push_back(kDigits[std::to_integer<unsigned>(byte) & 0xF]);
-  }
-  return text;
-}
-
 std::string TextCell(std::string_view narrow) {
   return narrow.empty() ? "-" : EscapeNarrow(narrow);
 }
@@ -57,13 +45,6 @@ std::string AddressCell(const DeviceRecord& device) {
   const std::string_view ipv6 = device.deviceIpv6.view();
   if (ipv4.empty() || ipv6.empty()) return TextCell(ipv4.empty() ? ipv6 : ipv4);
   return Concat({EscapeNarrow(ipv4), " ", EscapeNarrow(ipv6)});
-}
-
-std::string ItemDigest(const DeviceItem& item) {
-  static const platform::DigestProvider provider;
-  platform::Sha1Digest digest{};
-  if (!provider.valid() || !provider.Sha1(item.identity(), digest)) return {};
-  return HexText(digest);
 }
 
 std::string ContentPreview(const DeviceItem& item) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "client/item_digest.h"
 #include "client/replies.h"
 #include "client/tool/json_writer.h"
 #include "devices/device_record.h"
@@ -44,15 +45,11 @@ struct View {
 // The narrow text, "-" when it is empty.
 [[nodiscard]] std::string TextCell(std::string_view narrow);
 
-// SHA-1 of what identifies the item, in hexadecimal digits; empty when the system
-// cannot make one.
-[[nodiscard]] std::string ItemDigest(const DeviceItem& item);
 // The content as quoted text where it is one, else its first bytes.
 [[nodiscard]] std::string ContentPreview(const DeviceItem& item);
 
 // The serial as devices write it, seven digits at least.
 [[nodiscard]] std::string SerialText(std::uint32_t serial);
-[[nodiscard]] std::string HexText(std::span<const std::byte> bytes);
 
 void WriteDevice(JsonWriter& json, const DeviceRecord& device);
 void WriteItem(JsonWriter& json, const DeviceItem& item);

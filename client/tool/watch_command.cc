@@ -1,5 +1,6 @@
 // watch: a line for every change.
 #include <algorithm>
+#include <iterator>
 #include <string>
 
 #include "client/client_presence.h"
@@ -16,10 +17,7 @@
 namespace talvorn {
 namespace {
 
-// Changes come in bursts. After a pulse the lists are read at once, and again a
-// little later, because the pulses of the moment in between are missed; they are not
-// read more often than the shorter of these times.
-constexpr std::uint32_t kSettleMs = 300;
+// The lists are not read more often than this, however many changes there are.
 constexpr std::uint32_t kMinGapMs = 100;
 
 class Watcher {
@@ -28,7 +26,6 @@ class Watcher {
       : options_(options), client_(ClientOptionsOf(options)) {}
 
   int Run() {
-    std::uint32_t limit = options_.intervalMs;
     for (;;) {
       presence_.Renew();
       const ClientStatus status = Look();
@@ -36,13 +33,11 @@ class Watcher {
       if (outputStatus_ != kDone) return outputStatus_;
       TellTrouble(status);
 
-      switch (watch_.Wait(limit, &platform::InterruptRequest())) {
+      switch (watch_.Wait(options_.intervalMs, &platform::InterruptRequest())) {
         case ItemWatch::Outcome::kChanged:
-          limit = std::min(kSettleMs, options_.intervalMs);
           if (InterruptedWithin(kMinGapMs)) return kDone;
           break;
         case ItemWatch::Outcome::kTimeToRead:
-          limit = options_.intervalMs;
           break;
         case ItemWatch::Outcome::kInterrupted:
           return kDone;

@@ -7,17 +7,6 @@
 
 namespace talvorn::platform {
 
-int ToNative(AddressFamily family) { return family == AddressFamily::kIpv6 ? AF_INET6 : AF_INET; }
-
-int ToNative(SocketType type) { return type == SocketType::kStream ? SOCK_STREAM : SOCK_DGRAM; }
-
-SocketAddress FromNative(const void* address, std::size_t size) {
-  SocketAddress result;
-  result.size = static_cast<std::uint32_t>(std::min(size, result.storage.size()));
-  std::memcpy(result.storage.data(), address, result.size);
-  return result;
-}
-
 const MulticastOptions& OptionsOf(AddressFamily family) {
   static constexpr MulticastOptions kIpv4{IPPROTO_IP,      IP_MULTICAST_LOOP, IP_MULTICAST_TTL,
                                           IP_MULTICAST_IF, IP_ADD_MEMBERSHIP, IP_DROP_MEMBERSHIP};

@@ -11,8 +11,12 @@
 
 namespace talvorn::platform {
 
-[[nodiscard]] int ToNative(AddressFamily family);
-[[nodiscard]] int ToNative(SocketType type);
+[[nodiscard]] inline int ToNative(AddressFamily family) {
+  return family == AddressFamily::kIpv6 ? AF_INET6 : AF_INET;
+}
+[[nodiscard]] inline int ToNative(SocketType type) {
+  return type == SocketType::kStream ? SOCK_STREAM : SOCK_DGRAM;
+}
 
 [[nodiscard]] inline NativeSocket Native(std::intptr_t handle) {
   return static_cast<NativeSocket>(handle);
@@ -23,7 +27,12 @@ namespace talvorn::platform {
 [[nodiscard]] inline NativeSize SizeOf(const SocketAddress& address) {
   return static_cast<NativeSize>(address.size);
 }
-[[nodiscard]] SocketAddress FromNative(const void* address, std::size_t size);
+[[nodiscard]] inline SocketAddress FromNative(const void* address, std::size_t size) {
+  SocketAddress result;
+  result.size = static_cast<std::uint32_t>(std::min(size, result.storage.size()));
+  std::memcpy(result.storage.data(), address, result.size);
+  return result;
+}
 
 // The address as the native type `T`; zeros where it is shorter.
 template <typename T>

@@ -1,6 +1,7 @@
 #include "platform/thread.h"
 
 #include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -49,12 +50,17 @@ Thread Thread::Start(const char* name, Procedure procedure) {
     procedure = nullptr;
     end.set_value();
   };
+  // Signals are for the threads that were there before.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &before);
   try {
     state->thread = std::thread(std::move(run));
   } catch (const std::system_error&) {
-    return {};
   }
-  return Thread(std::move(state));
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return state->thread.joinable() ? Thread(std::move(state)) : Thread();
 }
 
 std::uint32_t Thread::id() const { return state_ ? state_->id.get() : 0; }
