@@ -74,6 +74,11 @@ def _left_out_when(condition, reason):
     return mark
 
 
+def _accounts():
+    with open("/proc/self/uid_map", encoding="ascii") as accounts:
+        return int(accounts.read().split()[2])
+
+
 def only_on(name, reason):
     """Marks what the other target leaves out."""
     return _left_out_when(lambda: Options.target.NAME != name, reason)
@@ -81,6 +86,7 @@ def only_on(name, reason):
 
 needs_ipv6 = _left_out_when(lambda: 6 not in Options.target.FAMILIES,
                             "Wine 8 tells no program of the IPv6 interfaces")
+needs_accounts = _left_out_when(lambda: _accounts() == 1, "there is only one account here")
 # What the shorter set, for slow builds, leaves out.
 full_set = _left_out_when(lambda: Options.short, "left out of the short set")
 
@@ -130,8 +136,8 @@ class Process:
     STARTS = 3
     _lost = 0
 
-    def __init__(self, host, program, *arguments, directory, environment=(), stdout=None,
-                 stderr=None, user=None):
+    def __init__(self, host, program, *arguments, directory, environment=(), stdin=None,
+                 stdout=None, stderr=None, user=None):
         self.name = program.name
         self._refusals = program.refusals  # none once it is to end
         self._starts = 0
@@ -146,7 +152,7 @@ class Process:
         def launch():
             with host, open(self._err_path, "wb") as err, open(self._out_path, "wb") as out:
                 return subprocess.Popen(
-                    [*command, *arguments], env=whole, stdin=subprocess.DEVNULL,
+                    [*command, *arguments], env=whole, stdin=stdin or subprocess.DEVNULL,
                     stdout=stdout or out, stderr=stderr or err, user=user)
         self._launch = launch
         self._start()
