@@ -61,14 +61,16 @@ debootstrap --variant=minbase --include=systemd bookworm "$root" >"$folder/deboo
   fail "debootstrap; see $folder/debootstrap.log"
 mount -t proc proc "$root/proc"
 mkdir "$root/debs"
-for deb in "$folder"/talvorn-{locator,tools}_*.deb; do
+names=
+for deb in "$folder"/{talvorn-locator,talvorn-tools,libtalvorn1,libtalvorn-dev}_*.deb; do
   cp "$deb" "$root/debs"
   # The same once more as the next version.
   dpkg-deb -R "$deb" "$root/debs/next"
-  sed -i 's/^\(Version: .*\)/\1+next/' "$root/debs/next/DEBIAN/control"
+  sed -i -e 's/^\(Version: .*\)/\1+next/' -e 's/(= \([^)]*\))/(= \1+next)/' "$root/debs/next/DEBIAN/control"
   name=$(basename "$deb" | cut -d_ -f1)
   dpkg-deb -b "$root/debs/next" "$root/debs/$name-next.deb" >/dev/null
   rm -r "$root/debs/next"
+  names+=" $name"
 done
 inside apt-get install -y -qq libmnl0 libnettle8 libstdc++6 >/dev/null 2>&1 || fail "the libraries"
 files >"$folder/files-before"
@@ -105,9 +107,16 @@ start_locator
 wait_for "three devices" three_devices
 on "$here" talvorn version
 
+say "a program in C, built with the installed library"
+export PKG_CONFIG_SYSROOT_DIR=$root
+export PKG_CONFIG_LIBDIR=$(echo "$root"/usr/lib/*/pkgconfig)
+cc "$(dirname "$0")/../examples/c/devices.c" $(pkg-config --cflags --libs talvorn) -o "$root/tmp/devices" ||
+  fail "the program in C"
+[[ $(on "$here" /tmp/devices | wc -l) == 3 ]] || fail "what the program in C prints"
+
 say "upgrade, with settings of the administrator"
 cp "$root/usr/share/doc/talvorn-locator/examples/settings.reg" "$root/etc/talvorn/talvorn.reg"
-install_packages /debs/talvorn-locator-next.deb /debs/talvorn-tools-next.deb
+install_packages $(cd "$root" && printf '/%s ' debs/*-next.deb)
 inside dpkg -s talvorn-locator | grep -q '^Version: .*+next' || fail "the next version is not there"
 three_devices || fail "the running locator did not outlive the upgrade"
 kill "$locator"
@@ -122,12 +131,12 @@ install_packages $first
 say "remove"
 kill "$locator"
 wait "$locator" || true
-inside apt-get remove -y -qq talvorn-locator talvorn-tools >/dev/null 2>&1 || fail "apt-get remove"
+inside apt-get remove -y -qq $names >/dev/null 2>&1 || fail "apt-get remove"
 [[ ! -e $root/usr/sbin/talvorn-locator && -s $root/etc/talvorn/talvorn.reg ]] ||
   fail "the program stays, or the settings do not"
 
 say "purge"
-inside apt-get purge -y -qq talvorn-locator talvorn-tools >/dev/null 2>&1 || fail "apt-get purge"
+inside dpkg --purge $names >/dev/null 2>&1 || fail "dpkg --purge"
 files >"$folder/files-after"
 diff "$folder/files-before" "$folder/files-after" || fail "what is left after the purge"
 ! grep -q talvorn "$root/etc/passwd" || fail "the account is left"

@@ -17,8 +17,8 @@ def read(*path):
 def exported(library, nm, objdump):
     if library.endswith(".dll"):
         table = subprocess.check_output([objdump, "-p", library], text=True)
-        return set(re.findall(r"\[ *\d+\].* (\w+)$", table.split("[Ordinal/Name Pointer]")[1],
-                              re.MULTILINE))
+        names = table.split("[Ordinal/Name Pointer]")[1].split("\n\n")[0]
+        return set(re.findall(r"\[ *\d+\].* (\w+)$", names, re.MULTILINE))
     symbols = subprocess.check_output([nm, "-D", "--defined-only", library], text=True)
     # A name, with the version that programs ask for; the versions stand there as well.
     return {name for kind, name in re.findall(r" (\w) (\w+)@@TALVORN_1$", symbols, re.MULTILINE)
