@@ -87,8 +87,7 @@ talvorn_status Reinitialisation(ReinitialisationStatus (*call)(std::string_view)
 
 }  // namespace
 
-talvorn_status talvorn_client_open(const talvorn_client_options* options,
-                                   talvorn_client** client) {
+talvorn_status talvorn_client_open(const talvorn_client_options* options, talvorn_client** client) {
   if (client == nullptr) return TALVORN_BAD_ARGUMENT;
   return Guarded([&]() -> talvorn_status {
     talvorn_client_options given;

@@ -16,8 +16,8 @@ const std::uint8_t* Octets(std::span<const std::byte> bytes) {
 }
 
 template <class List, class Structure>
-talvorn_status Get(const List* list, const std::vector<Structure> List::*members,
-                   std::size_t index, Structure* out) {
+talvorn_status Get(const List* list, const std::vector<Structure> List::*members, std::size_t index,
+                   Structure* out) {
   if (list == nullptr || index >= (list->*members).size()) return TALVORN_BAD_ARGUMENT;
   return Fill(out, (list->*members)[index]);
 }

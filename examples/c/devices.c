@@ -3,8 +3,8 @@
 #include <talvorn/talvorn.h>
 
 int main(void) {
-  talvorn_client *client = NULL;
-  talvorn_device_list *devices = NULL;
+  talvorn_client* client = NULL;
+  talvorn_device_list* devices = NULL;
   talvorn_status status = talvorn_client_open(NULL, &client);
   if (status == TALVORN_OK) status = talvorn_client_get_devices(client, &devices);
   for (size_t i = 0; i < talvorn_device_list_size(devices); ++i) {

@@ -47,27 +47,27 @@ extern "C" {
 typedef int32_t talvorn_status;
 enum {
   TALVORN_OK = 0,
-  TALVORN_NO_LOCATOR = 1,    /* none runs on this machine, or none that this program can reach */
-  TALVORN_NO_ANSWER = 2,     /* one is there, but has not answered in time */
-  TALVORN_BAD_REPLY = 3,     /* what came in time was no well-formed reply */
-  TALVORN_NO_MAILSLOT = 4,   /* a mailslot for the reply cannot be made, or is another's */
-  TALVORN_BAD_REQUEST = 5,   /* a text is too long, or has characters outside the code page */
-  TALVORN_INTERRUPTED = 6,   /* by talvorn_client_interrupt() */
-  TALVORN_TIMEOUT = 7,       /* nothing has changed in this time */
-  TALVORN_PENDING = 8,       /* asked for, not done yet */
-  TALVORN_NOT_ASKED = 9,     /* nobody has asked for it, or the settings cannot be read */
-  TALVORN_NOT_WRITTEN = 10,  /* this account may not write the locator's settings */
-  TALVORN_NO_OBJECT = 11,    /* the system refuses the object that tells the locator of us */
-  TALVORN_BAD_ARGUMENT = 12, /* a null pointer, an index or a size that cannot be, no address */
+  TALVORN_NO_LOCATOR = 1,     /* none runs on this machine, or none that this program can reach */
+  TALVORN_NO_ANSWER = 2,      /* one is there, but has not answered in time */
+  TALVORN_BAD_REPLY = 3,      /* what came in time was no well-formed reply */
+  TALVORN_NO_MAILSLOT = 4,    /* a mailslot for the reply cannot be made, or is another's */
+  TALVORN_BAD_REQUEST = 5,    /* a text is too long, or has characters outside the code page */
+  TALVORN_INTERRUPTED = 6,    /* by talvorn_client_interrupt() */
+  TALVORN_TIMEOUT = 7,        /* nothing has changed in this time */
+  TALVORN_PENDING = 8,        /* asked for, not done yet */
+  TALVORN_NOT_ASKED = 9,      /* nobody has asked for it, or the settings cannot be read */
+  TALVORN_NOT_WRITTEN = 10,   /* this account may not write the locator's settings */
+  TALVORN_NO_OBJECT = 11,     /* the system refuses the object that tells the locator of us */
+  TALVORN_BAD_ARGUMENT = 12,  /* a null pointer, an index or a size that cannot be, no address */
   TALVORN_NOT_SUPPORTED = 13, /* by this version of the library */
-  TALVORN_NO_RESOURCES = 14  /* no memory, thread or descriptor left */
+  TALVORN_NO_RESOURCES = 14   /* no memory, thread or descriptor left */
 };
 
 /* One English sentence without a full stop, for any number. */
-TALVORN_API const char *talvorn_status_text(talvorn_status status);
+TALVORN_API const char* talvorn_status_text(talvorn_status status);
 
 /* "1.0.0": of this library; of the locator, see talvorn_client_get_version(). */
-TALVORN_API const char *talvorn_library_version(void);
+TALVORN_API const char* talvorn_library_version(void);
 
 /* ---- Asking ---- */
 
@@ -76,19 +76,19 @@ typedef struct talvorn_client talvorn_client;
 typedef struct talvorn_client_options {
   size_t size;
   uint32_t timeout_ms;        /* of one request; 0: 3000 */
-  const char *reply_mailslot; /* "\\.\mailslot\NAME", for one client at a time; NULL: a name that
+  const char* reply_mailslot; /* "\\.\mailslot\NAME", for one client at a time; NULL: a name that
                                  is its own, which is what a program wants */
 } talvorn_client_options;
 
 /* Sends nothing yet. `options` may be NULL.
  * TALVORN_BAD_ARGUMENT, TALVORN_NOT_SUPPORTED, TALVORN_NO_RESOURCES. */
-TALVORN_API talvorn_status talvorn_client_open(const talvorn_client_options *options,
-                                               talvorn_client **client);
-TALVORN_API void talvorn_client_close(talvorn_client *client);
+TALVORN_API talvorn_status talvorn_client_open(const talvorn_client_options* options,
+                                               talvorn_client** client);
+TALVORN_API void talvorn_client_close(talvorn_client* client);
 
 /* Ends the request that runs in another thread, or else the next one, with
  * TALVORN_INTERRUPTED. */
-TALVORN_API void talvorn_client_interrupt(talvorn_client *client);
+TALVORN_API void talvorn_client_interrupt(talvorn_client* client);
 
 /* Each of these waits for the locator's answer, for the client's time-out at most, and may end
  * with any of TALVORN_NO_LOCATOR to TALVORN_INTERRUPTED, TALVORN_BAD_ARGUMENT and
@@ -96,16 +96,15 @@ TALVORN_API void talvorn_client_interrupt(talvorn_client *client);
  * and started again. */
 
 /* The text stands until the next call with this client. */
-TALVORN_API talvorn_status talvorn_client_get_version(talvorn_client *client,
-                                                      const char **version);
+TALVORN_API talvorn_status talvorn_client_get_version(talvorn_client* client, const char** version);
 
 /* The directory for the logs of client programs, with its separator at the end. The text stands
  * until the next call with this client. */
-TALVORN_API talvorn_status talvorn_client_get_log_path(talvorn_client *client, const char **path);
+TALVORN_API talvorn_status talvorn_client_get_log_path(talvorn_client* client, const char** path);
 /* NULL: back to the directory for temporary files. */
-TALVORN_API talvorn_status talvorn_client_set_log_path(talvorn_client *client, const char *path);
-TALVORN_API talvorn_status talvorn_client_start_log(talvorn_client *client);
-TALVORN_API talvorn_status talvorn_client_stop_log(talvorn_client *client);
+TALVORN_API talvorn_status talvorn_client_set_log_path(talvorn_client* client, const char* path);
+TALVORN_API talvorn_status talvorn_client_start_log(talvorn_client* client);
+TALVORN_API talvorn_status talvorn_client_stop_log(talvorn_client* client);
 
 /* ---- Devices ---- */
 
@@ -113,26 +112,26 @@ typedef struct talvorn_device_list talvorn_device_list;
 
 typedef struct talvorn_device {
   size_t size;
-  const char *serial; /* "1234567": which device it is; its other texts may change */
-  const char *alias;
-  const char *status; /* "IDLE" */
-  const char *clip;   /* "B1" */
-  const char *ipv4;   /* where it was heard; one of both is empty as a rule */
-  const char *ipv6;
-  const char *host_alias; /* what it says of the station that it belongs to */
-  const char *host_ipv4;
-  const char *host_ipv6;
+  const char* serial; /* "1234567": which device it is; its other texts may change */
+  const char* alias;
+  const char* status; /* "IDLE" */
+  const char* clip;   /* "B1" */
+  const char* ipv4;   /* where it was heard; one of both is empty as a rule */
+  const char* ipv6;
+  const char* host_alias; /* what it says of the station that it belongs to */
+  const char* host_ipv4;
+  const char* host_ipv6;
   uint32_t number; /* the serial as a number, by which items name their device */
 } talvorn_device;
 
 /* In ascending order of their serials as texts. */
-TALVORN_API talvorn_status talvorn_client_get_devices(talvorn_client *client,
-                                                      talvorn_device_list **devices);
-TALVORN_API size_t talvorn_device_list_size(const talvorn_device_list *devices);
+TALVORN_API talvorn_status talvorn_client_get_devices(talvorn_client* client,
+                                                      talvorn_device_list** devices);
+TALVORN_API size_t talvorn_device_list_size(const talvorn_device_list* devices);
 /* TALVORN_BAD_ARGUMENT for an index that is not below the list's size. */
-TALVORN_API talvorn_status talvorn_device_list_get(const talvorn_device_list *devices, size_t index,
-                                                   talvorn_device *device);
-TALVORN_API void talvorn_device_list_free(talvorn_device_list *devices);
+TALVORN_API talvorn_status talvorn_device_list_get(const talvorn_device_list* devices, size_t index,
+                                                   talvorn_device* device);
+TALVORN_API void talvorn_device_list_free(talvorn_device_list* devices);
 
 /* ---- Items ---- */
 
@@ -140,11 +139,11 @@ typedef struct talvorn_item_list talvorn_item_list;
 
 typedef struct talvorn_item {
   size_t size;
-  const char *digest;     /* SHA-1 of what identifies the item, 40 hexadecimal digits */
-  const uint8_t *header;  /* 12 bytes, the device's own */
-  const uint8_t *content; /* the body behind its length word, `content_size` bytes */
+  const char* digest;     /* SHA-1 of what identifies the item, 40 hexadecimal digits */
+  const uint8_t* header;  /* 12 bytes, the device's own */
+  const uint8_t* content; /* the body behind its length word, `content_size` bytes */
   size_t content_size;
-  const uint8_t *bytes; /* the whole item as the device sent it, `bytes_size` bytes */
+  const uint8_t* bytes; /* the whole item as the device sent it, `bytes_size` bytes */
   size_t bytes_size;
   uint32_t device;      /* number of the device */
   uint32_t hash_length; /* bytes, from the start, that identify the item */
@@ -152,13 +151,13 @@ typedef struct talvorn_item {
 } talvorn_item;
 
 /* Newest first. */
-TALVORN_API talvorn_status talvorn_client_get_items(talvorn_client *client,
-                                                    talvorn_item_list **items);
-TALVORN_API size_t talvorn_item_list_size(const talvorn_item_list *items);
+TALVORN_API talvorn_status talvorn_client_get_items(talvorn_client* client,
+                                                    talvorn_item_list** items);
+TALVORN_API size_t talvorn_item_list_size(const talvorn_item_list* items);
 /* TALVORN_BAD_ARGUMENT for an index that is not below the list's size. */
-TALVORN_API talvorn_status talvorn_item_list_get(const talvorn_item_list *items, size_t index,
-                                                 talvorn_item *item);
-TALVORN_API void talvorn_item_list_free(talvorn_item_list *items);
+TALVORN_API talvorn_status talvorn_item_list_get(const talvorn_item_list* items, size_t index,
+                                                 talvorn_item* item);
+TALVORN_API void talvorn_item_list_free(talvorn_item_list* items);
 
 /* ---- Changes ---- */
 
@@ -177,17 +176,17 @@ typedef struct talvorn_watch_options {
 typedef intptr_t talvorn_waitable;
 
 /* `options` may be NULL. TALVORN_BAD_ARGUMENT, TALVORN_NOT_SUPPORTED, TALVORN_NO_RESOURCES. */
-TALVORN_API talvorn_status talvorn_watch_open(const talvorn_watch_options *options,
-                                              talvorn_watch **watch);
-TALVORN_API void talvorn_watch_close(talvorn_watch *watch);
+TALVORN_API talvorn_status talvorn_watch_open(const talvorn_watch_options* options,
+                                              talvorn_watch** watch);
+TALVORN_API void talvorn_watch_close(talvorn_watch* watch);
 
 /* Returns TALVORN_OK when it is time to read the lists, TALVORN_TIMEOUT when it is not within
  * `timeout_ms`. */
-TALVORN_API talvorn_status talvorn_watch_wait(talvorn_watch *watch, uint32_t timeout_ms);
+TALVORN_API talvorn_status talvorn_watch_wait(talvorn_watch* watch, uint32_t timeout_ms);
 
 /* For an event loop: readable (signalled) when it is time to read the lists, until
  * talvorn_watch_wait(watch, 0) has said so. The watch owns it; do nothing but wait for it. */
-TALVORN_API talvorn_waitable talvorn_watch_get_waitable(const talvorn_watch *watch);
+TALVORN_API talvorn_waitable talvorn_watch_get_waitable(const talvorn_watch* watch);
 
 /* ---- Keeping the locator alive ---- */
 
@@ -195,21 +194,21 @@ TALVORN_API talvorn_waitable talvorn_watch_get_waitable(const talvorn_watch *wat
 typedef struct talvorn_presence talvorn_presence;
 
 /* TALVORN_BAD_ARGUMENT, TALVORN_NO_RESOURCES. */
-TALVORN_API talvorn_status talvorn_presence_open(talvorn_presence **presence);
+TALVORN_API talvorn_status talvorn_presence_open(talvorn_presence** presence);
 /* TALVORN_OK, or TALVORN_NO_OBJECT while the system lets nobody tell the locator; it is tried
  * again every second. */
-TALVORN_API talvorn_status talvorn_presence_get_status(const talvorn_presence *presence);
-TALVORN_API void talvorn_presence_close(talvorn_presence *presence);
+TALVORN_API talvorn_status talvorn_presence_get_status(const talvorn_presence* presence);
+TALVORN_API void talvorn_presence_close(talvorn_presence* presence);
 
 /* ---- Taking up an interface anew ---- */
 
 /* Asks the locator to stop its work on the interface with this IPv4 address and to take it up
  * anew, usually within a second. TALVORN_PENDING when it has been asked; TALVORN_BAD_ARGUMENT,
  * TALVORN_NOT_WRITTEN, TALVORN_NO_RESOURCES. */
-TALVORN_API talvorn_status talvorn_reinitialisation_request(const char *ipv4);
+TALVORN_API talvorn_status talvorn_reinitialisation_request(const char* ipv4);
 /* TALVORN_OK when the locator has taken notice, TALVORN_PENDING before; TALVORN_NOT_ASKED,
  * TALVORN_BAD_ARGUMENT, TALVORN_NO_RESOURCES. */
-TALVORN_API talvorn_status talvorn_reinitialisation_query(const char *ipv4);
+TALVORN_API talvorn_status talvorn_reinitialisation_query(const char* ipv4);
 
 #ifdef __cplusplus
 }

@@ -202,14 +202,12 @@ class Client {
 
   Result<std::string> logPath() { return Text(talvorn_client_get_log_path); }
   Status setLogPath(const std::string& path) {
-    return Tell([&](talvorn_client* client) {
-      return talvorn_client_set_log_path(client, path.c_str());
-    });
+    return Tell(
+        [&](talvorn_client* client) { return talvorn_client_set_log_path(client, path.c_str()); });
   }
   Status resetLogPath() {
-    return Tell([](talvorn_client* client) {
-      return talvorn_client_set_log_path(client, nullptr);
-    });
+    return Tell(
+        [](talvorn_client* client) { return talvorn_client_set_log_path(client, nullptr); });
   }
   Status startLog() { return Tell(talvorn_client_start_log); }
   Status stopLog() { return Tell(talvorn_client_stop_log); }
