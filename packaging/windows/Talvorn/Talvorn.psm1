@@ -77,7 +77,7 @@ function Invoke-Tool([string]$arguments) {
 # refuses a text of more than 2 MB. They hold texts and numbers, no further objects.
 function ConvertFrom-List([string]$line) {
     $list = $line.Substring($line.IndexOf('[') + 1)
-    foreach ($match in [regex]::Matches($list, '\{(?:[^{}"]|"(?:[^"\\]|\\.)*")*\}')) {
+    foreach ($match in [regex]::Matches($list, '\{(?>[^{}"]+|"(?>[^"\\]+|\\.)*")*\}')) {
         ConvertFrom-Json -InputObject $match.Value
     }
 }
