@@ -14,4 +14,4 @@ INSERT INTO `Environment` (`Environment`, `Name`, `Value`, `Component_`) VALUES 
 -- Who may ask for an interface to be taken up anew: the system and administrators may do
 -- everything, whoever is logged on here reads and writes, other users read.
 CREATE TABLE `MsiLockPermissionsEx` (`MsiLockPermissionsEx` CHAR(72) NOT NULL, `LockObject` CHAR(72) NOT NULL, `Table` CHAR(32) NOT NULL, `SDDLText` CHAR(0) NOT NULL, `Condition` CHAR(255) PRIMARY KEY `MsiLockPermissionsEx`)
-INSERT INTO `MsiLockPermissionsEx` (`MsiLockPermissionsEx`, `LockObject`, `Table`, `SDDLText`) VALUES ('Interfaces', 'Interfaces', 'Registry', 'D:PAI(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KRKW;;;IU)(A;CI;KR;;;BU)')
+INSERT INTO `MsiLockPermissionsEx` (`MsiLockPermissionsEx`, `LockObject`, `Table`, `SDDLText`) VALUES ('Interfaces', 'Interfaces', 'Registry', 'D:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KRKW;;;IU)(A;CI;KR;;;BU)')

@@ -227,7 +227,7 @@ class Tables(unittest.TestCase):
             self.assertEqual(command[action + "Again"], command[action])
         self.assertEqual(command["OpenFirewall"],
                          'advfirewall firewall add rule name="TALVORN locator" dir=in '
-                         'action=allow protocol=UDP localport=4817 program="[#Locator.exe]"')
+                         'action=allow protocol=UDP localport=4817 program="[Folder]talvorn-locator.exe"')
         self.assertEqual(command["CloseFirewall"],
                          'advfirewall firewall delete rule name="TALVORN locator"')
         # By their whole paths.
