@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What holds for every Windows executable that is given away: check_executables.sh
+# What holds for every Windows executable and library that is given away: check_executables.sh
 # OBJDUMP VERSION FILES...
 set -euo pipefail
 readonly largest=$((2 << 20))
@@ -21,7 +21,7 @@ for file; do
   fi
   subsystem='Windows CUI'
   [[ $file == *talvorn-locator.exe ]] && subsystem='Windows GUI'
-  if ! grep -q "^Subsystem.*($subsystem)" <<<"$headers"; then
+  if [[ $file != *.dll ]] && ! grep -q "^Subsystem.*($subsystem)" <<<"$headers"; then
     echo "  is not of the subsystem $subsystem" && status=1
   fi
   for protection in HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT 'Base Relocation Directory'; do
@@ -36,7 +36,7 @@ for file; do
   if [[ $("${objdump%objdump}strings" -el "$file" | grep -A 1 -x ProductVersion | tail -n 1) != "$version" ]]; then
     echo "  does not tell the version $version" && status=1
   fi
-  if ! grep -qE 'level="asInvoker"' <(grep -a asInvoker "$file"); then
+  if [[ $file != *.dll ]] && ! grep -qE 'level="asInvoker"' <(grep -a asInvoker "$file"); then
     echo "  has no manifest" && status=1
   fi
 done

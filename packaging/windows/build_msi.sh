@@ -27,7 +27,24 @@ event_sources() {
   echo '</Include>'
 }
 
+# The files of a folder, for one component.
+files() {
+  local file keyPath=' KeyPath="yes"'
+  echo '<Include>'
+  for file in "$folder/$1"/*; do
+    [[ -f $file ]] || continue
+    file=${file##*/}
+    printf '<File Id="%s" Name="%s" Source="%s"%s/>\n' "${file//-/_}" "$file" "$1/$file" "$keyPath"
+    keyPath=
+  done
+  echo '</Include>'
+}
+
 event_sources >"$made/event-sources.wxi"
+files docs >"$made/docs.wxi"
+files Talvorn >"$made/Talvorn.wxi"
+files include/talvorn >"$made/include.wxi"
+files lib >"$made/lib.wxi"
 rm -f "$msi"
 # It takes files by paths within the current folder only.
 (cd "$folder" &&
@@ -39,7 +56,7 @@ statements=()
 statements+=(-q "INSERT INTO \`Upgrade\` (\`UpgradeCode\`, \`VersionMin\`, \`VersionMax\`, \`Attributes\`, \`ActionProperty\`) VALUES ('{$upgrade}', '0.0.0', '$version', 768, 'OLDER')")
 while read -r statement; do statements+=(-q "$statement"); done < <(grep '^[A-Z]' "$here/tables.sql")
 # A program that is replaced or repaired is told from another one by its version.
-for program in Locator Tool Simulator Service; do
-  statements+=(-q "UPDATE \`File\` SET \`Version\`='$version.0', \`Language\`='1033' WHERE \`File\`='$program.exe'")
+for program in {Locator,Tool,Simulator,Service}.exe Library.dll; do
+  statements+=(-q "UPDATE \`File\` SET \`Version\`='$version.0', \`Language\`='1033' WHERE \`File\`='$program'")
 done
 msibuild "$msi" "${statements[@]}"

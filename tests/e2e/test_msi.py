@@ -36,14 +36,8 @@ class Installers:
     def of(cls, version):
         programs = os.path.join(cls.folder(), "programs")
         if not os.path.exists(programs):
-            os.mkdir(programs)
-            for name in os.listdir(Settings.binaries):
-                if re.fullmatch(r"talvorn(-locator|-sim|-service)?\.exe", name):
-                    os.symlink(os.path.join(Settings.binaries, name),
-                               os.path.join(programs, name))
-            for name in ("README.md", "docs", "packaging"):
-                os.symlink(os.path.realpath(os.path.join(ROOT, name)),
-                           os.path.join(programs, name))
+            subprocess.run([os.path.join(PACKAGING, "windows", "gather.sh"),
+                            os.path.dirname(Settings.binaries), OLDER, programs], check=True)
         made = os.path.join(cls.folder(), version + ".msi")
         subprocess.run([os.path.join(PACKAGING, "windows", "build_msi.sh"), programs, version,
                         made], check=True)
@@ -141,7 +135,10 @@ class Installed(TestCase):
                      if name.endswith(".md")}
         self.assertEqual(self.files(), {
             "talvorn-locator.exe", "talvorn.exe", "talvorn-sim.exe", "talvorn-service.exe",
-            "README.md", "packaging/settings.reg"} | documents)
+            "talvorn.dll", "Talvorn/Talvorn.psm1", "Talvorn/Talvorn.psd1",
+            "Talvorn/Talvorn.Format.ps1xml", "include/talvorn/talvorn.h",
+            "include/talvorn/talvorn.hpp", "lib/talvorn.lib", "README.md",
+            "packaging/settings.reg"} | documents)
         self.assertIn(FOLDER, self.value(ENVIRONMENT_KEY, "PATH"))
 
         # The service is there for the locator, whatever becomes of it.
