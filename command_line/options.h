@@ -14,6 +14,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace talvorn {
@@ -27,6 +28,7 @@ struct Option {
   std::string_view value;  // as the help calls it; empty for a switch, "[X]" when optional
   std::string_view help;   // one or more lines
   TakeValue take;          // gets the empty text when an optional value is not given
+  std::vector<std::string> choices{};  // all that the value may be; empty: cannot be listed
 };
 
 // Whole numbers from `min` to `max`, in decimal digits.
@@ -36,6 +38,27 @@ struct Option {
                                     std::uint32_t maxMs);
 [[nodiscard]] TakeValue TakeText(std::string& target);
 [[nodiscard]] TakeValue TakeSwitch(bool& target);
+
+// An option whose value is one of a few names, each for a value of `target`.
+template <class T>
+[[nodiscard]] Option ChoiceOption(std::string_view name, std::string_view value,
+                                  std::string_view help, T& target,
+                                  std::vector<std::pair<std::string, T>> kinds) {
+  Option option{name, value, help, {}};
+  for (const auto& kind : kinds) option.choices.push_back(kind.first);
+  option.take = [&target, kinds = std::move(kinds)](std::string_view given) -> std::string {
+    std::string names;
+    for (const auto& [kind, chosen] : kinds) {
+      if (kind == given) {
+        target = chosen;
+        return {};
+      }
+      names.append(names.empty() ? "one of " : ", ").append(kind);
+    }
+    return names;
+  };
+  return option;
+}
 
 [[nodiscard]] std::optional<std::uint32_t> ParseNumber(std::string_view text, std::uint32_t min,
                                                        std::uint32_t max);

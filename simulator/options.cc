@@ -50,59 +50,12 @@ TakeValue TakeAbsence(ModelOptions& model) {
   };
 }
 
-TakeValue TakeLayout(ModelOptions& model) {
-  return [&model](std::string_view value) -> std::string {
-    if (value == "full")
-      model.layout = RecordLayout::kFull;
-    else if (value == "short")
-      model.layout = RecordLayout::kShort;
-    else if (value == "mixed")
-      model.layout = RecordLayout::kMixed;
-    else
-      return "full, short or mixed";
-    return {};
-  };
-}
-
 TakeValue TakePercent(std::uint32_t& perMille) {
   return [&perMille](std::string_view value) -> std::string {
     const auto number = ParseDecimal(value, 1, 0, 1'000);
     if (!number) return "a percentage from 0 to 100";
     perMille = *number;
     return {};
-  };
-}
-
-TakeValue TakeGroup(bool& toRequestGroup) {
-  return [&toRequestGroup](std::string_view value) -> std::string {
-    if (value != "request" && value != "response") return "request or response";
-    toRequestGroup = value == "request";
-    return {};
-  };
-}
-
-TakeValue TakeFault(StatusFault& fault) {
-  return [&fault](std::string_view value) -> std::string {
-    struct Kind {
-      std::string_view name;
-      StatusFault fault;
-    };
-    constexpr Kind kKinds[] = {{"silent", StatusFault::kSilent},
-                               {"pieces", StatusFault::kPieces},
-                               {"two-frames", StatusFault::kTwoFrames},
-                               {"long-chain", StatusFault::kLongChain},
-                               {"endless-chain", StatusFault::kEndlessChain},
-                               {"early-close", StatusFault::kEarlyClose},
-                               {"other-type", StatusFault::kOtherType},
-                               {"drip", StatusFault::kDrip}};
-    const auto* kind = std::ranges::find(kKinds, value, &Kind::name);
-    if (kind != std::end(kKinds)) {
-      fault = kind->fault;
-      return {};
-    }
-    std::string names;
-    for (const Kind& one : kKinds) names.append(names.empty() ? "" : ", ").append(one.name);
-    return Concat({"one of ", names});
   };
 }
 
@@ -132,10 +85,13 @@ std::vector<Option> Options(SimulatorOptions& options, Switches& switches) {
        TakeNumber(model.devices, 0, kMaxDevices)},
       {"--first-serial", "N", "serial number of the first one (default 1)",
        TakeNumber(model.firstSerial, 0, kMaxSerial)},
-      {"--layout", "LAYOUT",
-       "records: full, short (those of older devices, without\n"
-       "items) or mixed; full by default",
-       TakeLayout(model)},
+      ChoiceOption<RecordLayout>("--layout", "LAYOUT",
+                                 "records: full, short (those of older devices, without\n"
+                                 "items) or mixed; full by default",
+                                 model.layout,
+                                 {{"full", RecordLayout::kFull},
+                                  {"short", RecordLayout::kShort},
+                                  {"mixed", RecordLayout::kMixed}}),
       {"--items", "N", "items of each device with full records (default 0)",
        TakeNumber(model.items, 0, kMaxItems)},
       {"--item-size", "BYTES", "size of an item's body (default 64)",
@@ -170,31 +126,44 @@ std::vector<Option> Options(SimulatorOptions& options, Switches& switches) {
        "datagram at the start; '-' is an empty datagram, and '#'\n"
        "begins a comment",
        TakeText(options.sendFile)},
-      {"--send-to", "GROUP", "where the file goes: request or response (default)",
-       TakeGroup(options.fileToRequestGroup)},
+      ChoiceOption<bool>("--send-to", "GROUP", "where the file goes: request or response (default)",
+                         options.fileToRequestGroup, {{"request", true}, {"response", false}}),
       {"--status-query", "",
        "answers the status query of static devices as well, on\n"
        "TCP port 4817 of every IPv4 address",
        TakeSwitch(options.statusQuery)},
       {"--no-multicast", "", "answers nothing else than the status query",
        TakeSwitch(switches.noMulticast)},
-      {"--status-fault", "KIND",
-       "answers the status query wrongly; KIND is one of\n"
-       "silent         accepts the connection and says nothing\n"
-       "pieces         100 bytes every 100 ms\n"
-       "two-frames     another device's reply in the same\n"
-       "               segment, then the connection is closed\n"
-       "long-chain     items of 1501 bytes, one too many\n"
-       "endless-chain  items that never end\n"
-       "early-close    closes in the middle of the reply\n"
-       "other-type     a frame that is no reply\n"
-       "drip           one byte a second",
-       TakeFault(options.statusFault)},
+      ChoiceOption<StatusFault>("--status-fault", "KIND",
+                                "answers the status query wrongly; KIND is one of\n"
+                                "silent         accepts the connection and says nothing\n"
+                                "pieces         100 bytes every 100 ms\n"
+                                "two-frames     another device's reply in the same\n"
+                                "               segment, then the connection is closed\n"
+                                "long-chain     items of 1501 bytes, one too many\n"
+                                "endless-chain  items that never end\n"
+                                "early-close    closes in the middle of the reply\n"
+                                "other-type     a frame that is no reply\n"
+                                "drip           one byte a second",
+                                options.statusFault,
+                                {{"silent", StatusFault::kSilent},
+                                 {"pieces", StatusFault::kPieces},
+                                 {"two-frames", StatusFault::kTwoFrames},
+                                 {"long-chain", StatusFault::kLongChain},
+                                 {"endless-chain", StatusFault::kEndlessChain},
+                                 {"early-close", StatusFault::kEarlyClose},
+                                 {"other-type", StatusFault::kOtherType},
+                                 {"drip", StatusFault::kDrip}}),
       {"--for", "SECONDS", "ends after this time; 0 as soon as the file is sent",
        TakeEnd(options.endAfterMs)},
       {"--verbose", "", "shows what is heard and sent", TakeSwitch(options.verbose)},
       {"--help", "", "shows this text", TakeSwitch(options.help)},
       {"--version", "", "shows the version", TakeSwitch(options.version)},
+      ChoiceOption<std::optional<Shell>>(
+          "--completion", "SHELL",
+          "prints a script that completes these options: for bash,\nzsh or powershell",
+          options.completion,
+          {{"bash", Shell::kBash}, {"zsh", Shell::kZsh}, {"powershell", Shell::kPowerShell}}),
   };
 }
 
@@ -232,7 +201,7 @@ std::optional<std::string> ParseSimulatorOptions(std::span<const std::string> ar
   std::vector<std::string> operands;
   const std::vector<Option> table = Options(options, switches);
   if (auto mistake = ParseOptions(arguments, table, operands)) return mistake;
-  if (options.help || options.version) return std::nullopt;
+  if (options.help || options.version || options.completion) return std::nullopt;
   if (!operands.empty())
     return Concat({"'", EscapeForTerminal(operands.front()), "' belongs to no option"});
   if (switches.onlyIpv4 != switches.onlyIpv6) {
@@ -268,6 +237,13 @@ std::string SimulatorHelp() {
        "      --absent 20000/60000 --absent-devices 4\n"
        "Three devices that only a status query reaches:\n"
        "  talvorn-sim --interface demo0 --devices 3 --status-query --no-multicast\n"});
+}
+
+std::string SimulatorCompletion(Shell shell) {
+  SimulatorOptions options;
+  Switches unused;
+  const CompletedCommand only[] = {{{}, {}, {}, Options(options, unused)}};
+  return CompletionScript(shell, "talvorn-sim", only);
 }
 
 }  // namespace talvorn

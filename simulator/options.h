@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "command_line/completion.h"
 #include "simulator/device_model.h"
 #include "simulator/status_reply.h"
 
@@ -14,6 +15,7 @@ namespace talvorn {
 struct SimulatorOptions {
   bool help = false;
   bool version = false;
+  std::optional<Shell> completion;  // prints the script for it, and does nothing else
   bool verbose = false;
   std::string interfaceName;
   bool ipv4 = true;
@@ -39,5 +41,6 @@ struct SimulatorOptions {
     std::span<const std::string> arguments, SimulatorOptions& options);
 
 [[nodiscard]] std::string SimulatorHelp();
+[[nodiscard]] std::string SimulatorCompletion(Shell shell);
 
 }  // namespace talvorn

@@ -82,6 +82,8 @@ std::vector<Option> ReinitOptions(ToolOptions& options) {
            TakeOptionalSeconds(options.timeoutMs, 0)}};
 }
 
+std::vector<Option> NoOptions(ToolOptions&) { return {}; }
+
 struct CommandEntry {
   std::string_view name;     // one or two words
   std::string_view operand;  // as the usage shows it
@@ -92,7 +94,7 @@ struct CommandEntry {
   std::string ToolOptions::*operandField;  // null: takes none
 };
 
-constexpr std::array<CommandEntry, 9> kCommands{{
+constexpr std::array<CommandEntry, 10> kCommands{{
     {"devices", "", ToolCommand::kDevices, "the devices that the locator has found",
      "Shows the devices that the locator has found: serial number, alias, status, clip,\n"
      "address and the host's alias. With --watch on a terminal, '+' marks a device that has\n"
@@ -124,6 +126,12 @@ constexpr std::array<CommandEntry, 9> kCommands{{
      "Makes the locator stop its work on the interface with this IPv4 address and take it up\n"
      "anew. Needs the right to write the locator's settings.\n",
      ReinitOptions, &ToolOptions::address},
+    {"completion", "SHELL", ToolCommand::kCompletion, "a script that completes this command line",
+     "Prints a script for bash, zsh or powershell that completes commands and options:\n"
+     "  source <(talvorn completion bash)\n"
+     "  talvorn completion powershell | Out-String | Invoke-Expression\n"
+     "talvorn-sim --completion SHELL does the same for talvorn-sim.\n",
+     NoOptions, &ToolOptions::shell},
 }};
 
 std::string GeneralHelp() {
@@ -169,13 +177,18 @@ const CommandEntry* FindCommand(std::span<const std::string> arguments, std::siz
   return nullptr;
 }
 
+std::vector<Option> OptionsOf(const CommandEntry& entry, ToolOptions& options, bool& help) {
+  std::vector<Option> table = entry.optionsOf(options);
+  table.push_back({"--help", "", "shows this text", TakeSwitch(help)});
+  return table;
+}
+
 std::optional<ToolMistake> ParseCommand(const CommandEntry& entry,
                                         std::span<const std::string> arguments,
                                         ToolOptions& options) {
   options.command = entry.command;
   bool help = false;
-  std::vector<Option> table = entry.optionsOf(options);
-  table.push_back({"--help", "", "shows this text", TakeSwitch(help)});
+  const std::vector<Option> table = OptionsOf(entry, options, help);
   if (std::ranges::any_of(arguments, IsHelp)) {
     options.help = HelpOf(entry, table);
     options.command = ToolCommand::kHelp;
@@ -198,6 +211,8 @@ std::optional<ToolMistake> ParseCommand(const CommandEntry& entry,
     return wrong(Concat({"'", entry.name, "' needs ", entry.operand}));
   if (!operands.empty() && operands.front().empty())
     return wrong(Concat({"'", entry.name, "' does not take an empty ", entry.operand}));
+  if (options.command == ToolCommand::kCompletion && !ShellOf(options.shell))
+    return wrong(Concat({Quoted(options.shell), " is none of bash, zsh and powershell"}));
   if (options.resetDirectory && !options.directory.empty())
     return wrong("a directory and --reset exclude each other");
   return std::nullopt;
@@ -233,6 +248,17 @@ std::optional<ToolMistake> ParseToolOptions(std::span<const std::string> argumen
   return ToolMistake{Concat({"there is no ", option ? "option " : "command ", Quoted(arguments[0]),
                              option ? " without a command" : ""}),
                      helpWith};
+}
+
+std::string ToolCompletion(Shell shell) {
+  ToolOptions options;
+  bool help = false;
+  std::vector<CompletedCommand> commands;
+  for (const CommandEntry& entry : kCommands) {
+    commands.push_back({std::string(entry.name), std::string(entry.operand),
+                        std::string(entry.summary), OptionsOf(entry, options, help)});
+  }
+  return CompletionScript(shell, "talvorn", commands);
 }
 
 }  // namespace talvorn

@@ -6,6 +6,8 @@
 #include <span>
 #include <string>
 
+#include "command_line/completion.h"
+
 namespace talvorn {
 
 enum class ToolCommand {
@@ -20,6 +22,7 @@ enum class ToolCommand {
   kLogPath,
   kHold,
   kReinit,
+  kCompletion,
 };
 
 struct ToolOptions {
@@ -34,6 +37,7 @@ struct ToolOptions {
   std::string directory;                   // kLogPath: empty asks
   bool resetDirectory = false;             // kLogPath
   std::string address;                     // kReinit
+  std::string shell;                       // kCompletion: its name
 };
 
 struct ToolMistake {
@@ -44,5 +48,8 @@ struct ToolMistake {
 // Fills `options`, or says what is wrong with the arguments.
 [[nodiscard]] std::optional<ToolMistake> ParseToolOptions(std::span<const std::string> arguments,
                                                           ToolOptions& options);
+
+// The script that completes this command line.
+[[nodiscard]] std::string ToolCompletion(Shell shell);
 
 }  // namespace talvorn

@@ -94,6 +94,7 @@ int ToolMain(const std::vector<std::string>& arguments) {
     return kWrongUsage;
   }
   if (options.help) return Print(SimulatorHelp());
+  if (options.completion) return Print(SimulatorCompletion(*options.completion));
   if (options.version) return Print(Concat({"talvorn-sim ", kVersion, "\n"}));
   if (!platform::StartSocketLibrary()) return Fail("the system has no network to offer");
   const int status = Simulate(options);
