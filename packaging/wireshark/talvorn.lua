@@ -360,7 +360,8 @@ end
 local function AddDatagram(packet)
   local tvb, tree = packet.tvb, packet.tree
   local header, shown = AddLayout(kHeaderLayout, tvb, 0, tree)
-  local kind = (header.type or ""):sub(1, 3)
+  local digits = Captured(tvb, 12, 3)  -- what is compared
+  local kind = digits and digits:raw() or ""
   local group = GroupOf(packet.pinfo.dst)
   local info, layoutEnd
   if tvb(4, math.min(#kMagic, tvb:captured_len() - 4)):raw() ~= kMagic then
@@ -376,7 +377,7 @@ local function AddDatagram(packet)
     values, _, layoutEnd = AddLayout(kShortLayout, tvb, kHeaderSize, tree)
     info = Describe("Answer", values, 0) .. " (older layout)"
   else
-    info, layoutEnd = "Unknown type " .. kind, kHeaderSize
+    info, layoutEnd = "Unknown type " .. header.type, kHeaderSize
     if shown.type then shown.type:add_proto_expert_info(e.type) end
   end
 
