@@ -21,7 +21,7 @@ local kStatusRequestSize = 175
 local kCommand = "DEVICE STATUS;"
 local kReplyRecordAt = 12
 local kRecordSize = 367
-local kLongestReply = 16384  -- that is put together; a locator takes far less
+local kLongestReply = 3000  -- that is put together; a locator takes half of that
 
 local kMoreSegments = DESEGMENT_ONE_MORE_SEGMENT or 0x0fffffff
 
@@ -439,20 +439,19 @@ local function ReplyLength(tvb, at)
   return false
 end
 
-local function FrameLength(tvb, at)
-  local kind = Number(tvb, at + 4)
-  if not kind then return nil end
-  if kind == kStatusRequest then return kStatusRequestSize end
-  if kind == kStatusReply then return ReplyLength(tvb, at) end
-  return false
+local function IsStatusRequest(tvb, at)
+  local command = Captured(tvb, at + kReplyRecordAt, #kCommand)
+  return Number(tvb, at + 4) == kStatusRequest and command ~= nil and command:raw() == kCommand
 end
 
--- A frame's first bytes tell. In a stream that is ours, anything is a frame.
-local function IsFrame(tvb, at)
-  local kind = Number(tvb, at + 4)
-  if kind == kStatusReply then return true end
-  local command = Captured(tvb, at + kReplyRecordAt, #kCommand)
-  return kind == kStatusRequest and command ~= nil and command:raw() == kCommand
+local function IsStatusReply(tvb, at)
+  return Number(tvb, at + 4) == kStatusReply
+end
+
+local function FrameLength(tvb, at)
+  if not Number(tvb, at + 4) then return nil end
+  if IsStatusRequest(tvb, at) then return kStatusRequestSize end
+  return IsStatusReply(tvb, at) and ReplyLength(tvb, at)
 end
 
 local function AddStatusRequest(packet, stream)
@@ -488,7 +487,7 @@ end
 local function AddFrame(packet, stream)
   local tvb, tree = packet.tvb, packet.tree
   local length, shownLength = AddNumber(tvb, 0, 4, f.frameLength, tree)
-  local kind, shownKind = AddNumber(tvb, 4, 4, f.frameType, tree)
+  local _, shownKind = AddNumber(tvb, 4, 4, f.frameType, tree)
   AddNumber(tvb, 8, 4, f.frameWord, tree)
   if length and length ~= tvb:captured_len() and not packet.isSnapped then
     shownLength:add_proto_expert_info(
@@ -500,8 +499,8 @@ local function AddFrame(packet, stream)
   if tvb:captured_len() > kLargestDatagram then
     tree:add_proto_expert_info(e.long, "Longer than 1500 bytes: locators drop it")
   end
-  if kind == kStatusRequest then return AddStatusRequest(packet, stream) end
-  if kind == kStatusReply then return AddStatusReply(packet, stream) end
+  if IsStatusRequest(tvb, 0) then return AddStatusRequest(packet, stream) end
+  if IsStatusReply(tvb, 0) then return AddStatusReply(packet, stream) end
   if shownKind then shownKind:add_proto_expert_info(e.type) end
   return "Frame of another type"
 end
@@ -513,7 +512,8 @@ end
 
 local function DissectStream(tvb, pinfo, root)
   local stream = StreamOf()
-  if not (isOurs[stream] or IsFrame(tvb, 0)) then return 0 end
+  -- Their first bytes tell a query and a reply. In a stream that has them, anything is a frame.
+  if not (isOurs[stream] or IsStatusRequest(tvb, 0) or IsStatusReply(tvb, 0)) then return 0 end
   isOurs[stream] = true
   local direction = stream .. " " .. pinfo.src_port
   local have = tvb:captured_len()

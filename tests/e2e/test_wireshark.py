@@ -68,8 +68,9 @@ class WiresharkTestCase(NetworkTestCase):
         path = os.path.join(self.directory, "recorded.pcap")
         write_capture(path, packets)
         environment = {**os.environ, "HOME": self.directory, "LC_ALL": "C.UTF-8", "TZ": "UTC"}
-        done = subprocess.run(["tshark", "-n", "-r", path, "-X", "lua_script:" + SCRIPT, *arguments],
-                              capture_output=True, encoding="utf-8", env=environment, check=False)
+        command = ["tshark", "-n", "-r", path, "-X", "lua_script:" + SCRIPT, *arguments]
+        done = subprocess.run(command, capture_output=True, encoding="utf-8", env=environment,
+                              check=False)
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertNotRegex(done.stdout + done.stderr, "Lua|[Dd]issector bug")
         return done.stdout
@@ -138,8 +139,8 @@ class WhatWasSent(WiresharkTestCase):
         device.send(wire.short_record(1234567, alias="x" * 25, host_alias="y" * 63, **fields))
         self.assertEqual(
             self.shown_after(device, INFO, *RECORD, "talvorn.unterminated"),
-            [(r"Answer 42 '\x1b[2J\x07\x0a\x7f' A\x1b8", "42", r"\x1b[2J\x07\x0a\x7f", r"A\x1b8", "é",
-              "1.2.3.4", "fe80::1", "10.1.2.3", "::1", r"Mühle €\x81Ÿ §", ""),
+            [(r"Answer 42 '\x1b[2J\x07\x0a\x7f' A\x1b8", "42", r"\x1b[2J\x07\x0a\x7f", r"A\x1b8",
+              "é", "1.2.3.4", "fe80::1", "10.1.2.3", "::1", r"Mühle €\x81Ÿ §", ""),
              (f"Answer 1234567 '{'x' * 24}' A\\x1b8 (older layout)", "1234567", "x" * 24, r"A\x1b8",
               "é", "1.2.3.4", "", "10.1.2.3", "", "y" * 63, "1")])
 
@@ -173,8 +174,8 @@ class WhatWasSent(WiresharkTestCase):
     def test_what_a_locator_drops_or_takes_differently_is_marked(self):
         device, other = self.device(), self.device("192.168.10.21")
         marks = ["talvorn." + name for name in
-                 ("bad_magic", "bad_length", "unterminated", "cut", "too_long", "unknown_type", "wrong_group",
-                  "another_locator")]
+                 ("bad_magic", "bad_length", "unterminated", "cut", "too_long", "unknown_type",
+                  "wrong_group", "another_locator")]
         cases = [
             (wire.record(1), None, []),
             (wire.record(1, magic=b"TALVORM\0"), None, ["bad_magic"]),
@@ -211,27 +212,35 @@ class Streams(WiresharkTestCase):
         def record(serial, count, **options):
             return wire.record(serial, items=[wire.item(b"content")] * count, **options)
         pieces = reply(record(3, 2))
+        endless = reply(wire.record(5, item_offset=367)
+                        + 31 * wire.item(bytes(76), next_offset=100))
         scripts = {
             "192.168.10.20": [reply(record(1, 2)) + reply(record(2, 0, status="AB8"))],
             "192.168.10.21": [pieces[:100], 0.2, pieces[100:390], 0.2,
                               pieces[390:] + reply(record(4, 1), length=7)],
+            "192.168.10.22": [endless[:1000], 0.2, endless[1000:]],
+            "192.168.10.23": [reply(record(6, 0), kind=6)],  # the query's own number
         }
+        self.there.add_addresses("dev0", ["192.168.10.22/24", "192.168.10.23/24"])
         devices = ScriptedDevices(self.there, scripts)
         self.addCleanup(devices.close)
         file = DeviceFile(self.directory, dict.fromkeys(scripts))
         self.start_locator(self.here, settings=static_network.settings(file.path, 600000))
-        wait_until(lambda: len(devices.exchanges) == 2
-                   and all(one.ended for one in devices.exchanges), "the end of both queries")
+        wait_until(lambda: len(devices.exchanges) == len(scripts)
+                   and all(one.ended for one in devices.exchanges), "the end of all queries")
         shown = self.shows("ip.src", INFO, "talvorn.serial", "talvorn.items", "talvorn.sid",
-                           "talvorn.in_pieces", "talvorn.bad_length", "talvorn.address_disowned")
-        shown = [packet for packet in shown if "reply" in packet[1] or packet[4]]
+                           "talvorn.in_pieces", "talvorn.bad_length", "talvorn.address_disowned",
+                           "talvorn.too_long", "talvorn.unknown_type")
+        shown = [packet for packet in shown if packet[4] or packet[0] in scripts]
         sids = {one.sid for one in devices.exchanges}
         self.assertEqual({packet[4] for packet in shown if packet[4]}, sids)
         self.assertEqual(sorted(packet for packet in shown if not packet[4]), [
-            ("192.168.10.20", "Status reply 1 '' RDY, 2 items; Status reply 2 '' AB8", "1,2", "2", "",
-             "", "", "1"),
-            ("192.168.10.21", "Status reply 3 '' RDY, 2 items; Status reply 4 '' RDY, 1 item", "3,4",
-             "2,1", "", "1", "1", "")])
+            ("192.168.10.20", "Status reply 1 '' RDY, 2 items; Status reply 2 '' AB8",
+             "1,2", "2", "", "", "", "1", "", ""),
+            ("192.168.10.21", "Status reply 3 '' RDY, 2 items; Status reply 4 '' RDY, 1 item",
+             "3,4", "2,1", "", "1", "1", "", "", ""),
+            ("192.168.10.22", "Status reply 5 '' RDY, 15 items", "5", "15", "", "1", "", "", "1", ""),
+            ("192.168.10.23", "Frame of another type", "", "", "", "", "", "", "", "1")])
 
 
 class BrokenPackets(WiresharkTestCase):
