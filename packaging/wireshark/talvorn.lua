@@ -27,7 +27,7 @@ local kMoreSegments = DESEGMENT_ONE_MORE_SEGMENT or 0x0fffffff
 
 local talvorn = Proto("talvorn", "TALVORN device location")
 
--- Fields -----------------------------------------------------------------------------
+-- Fields.
 
 local frameTypes = {[kStatusRequest] = "status request", [kStatusReply] = "status reply"}
 
@@ -97,7 +97,7 @@ local e = {
 }
 talvorn.experts = e
 
--- Groups, by address ------------------------------------------------------------------
+-- Groups, by address.
 
 local groups = {
   {address = Address.ip("239.255.240.1"), family = 4, isRequest = true},
@@ -112,7 +112,7 @@ local function GroupOf(address)
   end
 end
 
--- What is remembered between packets ----------------------------------------------------
+-- What is remembered between packets.
 
 local tcpStream = Field.new("tcp.stream")
 
@@ -142,12 +142,12 @@ local function AddTimes(pinfo, key, tree)
   local request = answered[pinfo.number]
   if not request then return end
   tree:add(f.requestIn, request.number):set_generated()
-  local seconds = pinfo.abs_ts - request.time
-  local whole = math.floor(seconds)
-  tree:add(f.time, NSTime(whole, math.floor((seconds - whole) * 1e9))):set_generated()
+  local micros = math.floor((pinfo.abs_ts - request.time) * 1000000 + 0.5)
+  local time = NSTime(math.floor(micros / 1000000), micros % 1000000 * 1000)
+  tree:add(f.time, time):set_generated()
 end
 
--- Bytes and texts -------------------------------------------------------------------------
+-- Bytes and texts.
 
 -- The part of `width` bytes at `at` that was captured; none when nothing of it was.
 local function Captured(tvb, at, width)
@@ -202,7 +202,7 @@ local function AddText(tvb, at, width, field, tree)
   return text, item
 end
 
--- Layouts: field, width, how it is added ---------------------------------------------------
+-- Layouts: field, width, how it is added.
 
 local kHeaderLayout = {
   {"length", 4, AddNumber}, {"magic", 8, AddText}, {"type", 4, AddText},
@@ -232,7 +232,7 @@ local function AddLayout(layout, tvb, at, tree)
   return values, shown, at
 end
 
--- Items ---------------------------------------------------------------------------------
+-- Items.
 
 -- Shows one item; returns the distance to the next one, none after the last that counts.
 local function AddItem(packet, at, room, tree)
@@ -295,7 +295,7 @@ local function AddItems(packet, at, tree)
   return count
 end
 
--- Datagrams and records -----------------------------------------------------------------------
+-- Datagrams and records.
 
 -- The length word, against what is there and what its layout needs.
 local function CheckLength(packet, length, shown, layoutEnd)
@@ -414,7 +414,7 @@ local function DissectDatagram(tvb, pinfo, root)
   return tvb:captured_len()
 end
 
--- Status queries ----------------------------------------------------------------------------
+-- Status queries.
 
 -- Length of the reply at `at`: up to the end of its last item. None as long as more has to
 -- come to know it; false when its items lead too far for any reply.
