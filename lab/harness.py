@@ -86,6 +86,7 @@ def only_on(name, reason):
 
 needs_ipv6 = _left_out_when(lambda: 6 not in Options.target.FAMILIES,
                             "Wine 8 tells no program of the IPv6 interfaces")
+needs_tshark = _left_out_when(lambda: not shutil.which("tshark"), "there is no tshark here")
 needs_accounts = _left_out_when(lambda: _accounts() == 1, "there is only one account here")
 # What the shorter set, for slow builds, leaves out.
 full_set = _left_out_when(lambda: Options.short, "left out of the short set")
@@ -454,9 +455,12 @@ class Capture:
                 packet = self._socket.recv(65536)
             except OSError:  # the interface went away
                 continue
-            datagram = self._parse(packet)
-            if datagram:
-                self.datagrams.append(datagram)
+            self._take(packet)
+
+    def _take(self, packet):
+        datagram = self._parse(packet)
+        if datagram:
+            self.datagrams.append(datagram)
 
     @staticmethod
     def _parse(packet):
