@@ -92,7 +92,7 @@ struct CommandEntry {
   std::string ToolOptions::*operandField;  // null: takes none
 };
 
-constexpr std::array<CommandEntry, 9> kCommands{{
+constexpr std::array<CommandEntry, 10> kCommands{{
     {"devices", "", ToolCommand::kDevices, "the devices that the locator has found",
      "Shows the devices that the locator has found: serial number, alias, status, clip,\n"
      "address and the host's alias. With --watch on a terminal, '+' marks a device that has\n"
@@ -107,6 +107,12 @@ constexpr std::array<CommandEntry, 9> kCommands{{
      "Prints a line whenever a device appears, changes or goes, or an item is new, changes\n"
      "or goes, until Ctrl-C. Waits for the locator when there is none.\n",
      WatchOptions, nullptr},
+    {"doctor", "[DEVICE]", ToolCommand::kDoctor, "why a device is not seen, and what to do",
+     "Examines what stands between the devices and this machine's programs: the locator, its\n"
+     "settings, the interfaces, the firewall, what is heard on the network, static devices.\n"
+     "Sends nothing to the network but status queries to static devices. DEVICE, an address\n"
+     "or a serial number: the way of that one device. Exit status 1 when something failed.\n",
+     AnswerOptions, &ToolOptions::subject},
     {"version", "", ToolCommand::kVersion, "the version of the locator",
      "Asks the locator for its version.\n", AnswerOptions, nullptr},
     {"log path", "[DIR]", ToolCommand::kLogPath, "where client programs write their logs",

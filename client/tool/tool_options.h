@@ -15,6 +15,7 @@ enum class ToolCommand {
   kItems,
   kVersion,
   kWatch,
+  kDoctor,
   kLogStart,
   kLogStop,
   kLogPath,
@@ -33,6 +34,7 @@ struct ToolOptions {
   std::optional<std::uint32_t> holdMs;     // kHold: for ever when not given
   std::string directory;                   // kLogPath: empty asks
   bool resetDirectory = false;             // kLogPath
+  std::string subject;                     // kDoctor: address or serial; empty: all devices
   std::string address;                     // kReinit
 };
 
