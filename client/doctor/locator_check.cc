@@ -6,6 +6,7 @@
 #include "exchange/messages/messages.h"
 #include "platform/clock.h"
 #include "platform/named_object.h"
+#include "support/file_time.h"
 #include "support/text_format.h"
 
 namespace talvorn {
