@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "client/doctor/finding.h"
+#include "client/doctor/traffic_listener.h"
 #include "client/locator_client.h"
 #include "devices/device_record.h"
 #include "platform/waitable.h"
@@ -35,9 +36,10 @@ struct Examination {
   const ExaminationOptions& options;
   const TakeFinding take;
   LocatorClient client;
-  RegistryValues settings{};  // in force for a locator that is started now
-  bool answers = false;       // the locator
-  std::vector<DeviceRecord> devices{};
+  RegistryValues settings{};            // in force for a locator that is started now
+  bool answers = false;                 // the locator
+  std::vector<DeviceRecord> devices{};  // that it knows
+  TrafficListener traffic{};            // from the look at the interfaces on
 };
 
 // Runs every check. False when it was interrupted.

@@ -6,6 +6,7 @@
 #include "exchange/messages/messages.h"
 #include "platform/clock.h"
 #include "platform/named_object.h"
+#include "platform/process_list.h"
 #include "support/file_time.h"
 #include "support/text_format.h"
 
@@ -38,9 +39,20 @@ void TellSilence(const Examination& examination, ClientStatus status) {
   }
 }
 
+// The first one serves; the others ask the network and keep lists for nobody.
+void CountLocators(const Examination& examination) {
+  const std::size_t count = platform::CountProcesses("talvorn-locator");
+  if (count < 2) return;
+  examination.Warn(kCheck,
+                   Concat({std::to_string(count),
+                           " locators run on this machine, and only one of them serves programs"}),
+                   "End the others: a service, a task, a logon script or a user has started them.");
+}
+
 }  // namespace
 
 void CheckLocator(Examination& examination) {
+  CountLocators(examination);
   const FileTime before = platform::SystemClock().SystemTime();
   const auto version = examination.client.GetVersion();
   const FileTime took = platform::SystemClock().SystemTime() - before;
