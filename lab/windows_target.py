@@ -85,9 +85,18 @@ class Session:
                            stdin=subprocess.DEVNULL)
 
     def program(self, name, traced=False):
-        return Program(name, [_WINE, "--in", self._prefix,
-                              os.path.join(Settings.binaries, name + ".exe")],
-                       {"WINEDEBUG": _TRACED} if traced else {}, _REFUSALS)
+        return self.any_program(os.path.join(Settings.binaries, name + ".exe"), name,
+                                {"WINEDEBUG": _TRACED} if traced else {})
+
+    def any_program(self, path, name=None, environment=()):
+        """One of Windows, by its name, or any other, by its path."""
+        return Program(name or path, [_WINE, "--in", self._prefix, path], dict(environment),
+                       _REFUSALS)
+
+    @property
+    def drive(self):
+        """The folder that drive C is."""
+        return os.path.join(self._prefix, "drive_c")
 
     def order(self, *words):
         """The probe's answer, of which "error NUMBER" is raised as OSError."""
@@ -101,9 +110,9 @@ class Session:
         return rest if kind == "ok" else answer
 
     def import_file(self, path):
-        editor = Program("regedit", [_WINE, "--in", self._prefix, "regedit"], {}, _REFUSALS)
         with tempfile.TemporaryDirectory() as directory:
-            status = harness.Process(self.host, editor, "/S", windows_path(path),
+            status = harness.Process(self.host, self.any_program("regedit"), "/S",
+                                     windows_path(path),
                                      directory=directory).wait()
         if status != 0:
             raise AssertionError(f"regedit ended with {status}")
