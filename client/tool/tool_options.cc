@@ -233,6 +233,14 @@ std::optional<ToolMistake> ParseToolOptions(std::span<const std::string> argumen
   if (const CommandEntry* const entry = FindCommand(arguments, words))
     return ParseCommand(*entry, arguments.subspan(words), options);
 
+  if (arguments[0] == "log" && arguments.size() > 1 && IsHelp(arguments[1])) {
+    for (const CommandEntry& entry : kCommands) {
+      if (!entry.name.starts_with("log ")) continue;
+      options.help.append(options.help.empty() ? "" : "\n")
+          .append(HelpOf(entry, entry.optionsOf(options)));
+    }
+    return std::nullopt;
+  }
   if (arguments[0] == "log")
     return ToolMistake{"'log' is followed by start, stop or path", helpWith};
   const bool option = arguments[0].starts_with('-');
