@@ -158,6 +158,7 @@ std::vector<Option> Options(SimulatorOptions& options, Switches& switches) {
        TakeEnd(options.endAfterMs)},
       {"--verbose", "", "shows what is heard and sent", TakeSwitch(options.verbose)},
       {"--help", "", "shows this text", TakeSwitch(options.help)},
+      {"-h", "", "the same", TakeSwitch(options.help)},
       {"--version", "", "shows the version", TakeSwitch(options.version)},
       ChoiceOption<std::optional<Shell>>(
           "--completion", "SHELL",

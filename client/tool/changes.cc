@@ -44,38 +44,48 @@ bool IsAboutDevice(ChangeKind kind) {
 }
 
 struct Field {
-  std::string_view name;
+  std::string_view name;  // in a line for people
+  std::string_view key;   // in a document for programs
   std::string_view value;
 };
 
 // What of a device can change.
 std::array<Field, 8> FieldsOf(const DeviceRecord& device) {
-  return {{{"alias", device.deviceAlias.view()},
-           {"status", device.deviceStatus.view()},
-           {"clip", device.deviceClip.view()},
-           {"IPv4 address", device.deviceIpv4.view()},
-           {"IPv6 address", device.deviceIpv6.view()},
-           {"host", device.hostAlias.view()},
-           {"host's IPv4 address", device.hostIpv4.view()},
-           {"host's IPv6 address", device.hostIpv6.view()}}};
+  return {{{"alias", "alias", device.deviceAlias.view()},
+           {"status", "status", device.deviceStatus.view()},
+           {"clip", "clip", device.deviceClip.view()},
+           {"IPv4 address", "ipv4", device.deviceIpv4.view()},
+           {"IPv6 address", "ipv6", device.deviceIpv6.view()},
+           {"host", "hostAlias", device.hostAlias.view()},
+           {"host's IPv4 address", "hostIpv4", device.hostIpv4.view()},
+           {"host's IPv6 address", "hostIpv6", device.hostIpv6.view()}}};
 }
 
-// "status IDLE -> RUN, clip A1 -> B2"; empty when nothing differs.
-std::string Differences(const DeviceRecord& before, const DeviceRecord& after) {
+// The fields that differ, as they were and as they are.
+std::vector<std::pair<Field, Field>> Differences(const DeviceRecord& before,
+                                                 const DeviceRecord& after) {
   const auto old = FieldsOf(before);
   const auto now = FieldsOf(after);
+  std::vector<std::pair<Field, Field>> differences;
+  for (std::size_t i = 0; i < old.size(); ++i)
+    if (old[i].value != now[i].value) differences.emplace_back(old[i], now[i]);
+  return differences;
+}
+
+// "status IDLE -> RUN, clip A1 -> B2"
+std::string DifferencesText(const DeviceRecord& before, const DeviceRecord& after) {
   std::string text;
-  for (std::size_t i = 0; i < old.size(); ++i) {
-    if (old[i].value == now[i].value) continue;
+  for (const auto& [old, now] : Differences(before, after)) {
     if (!text.empty()) text.append(", ");
-    text.append(now[i].name).append(" ").append(TextCell(old[i].value));
-    text.append(" -> ").append(TextCell(now[i].value));
+    text.append(now.name).append(" ").append(TextCell(old.value));
+    text.append(" -> ").append(TextCell(now.value));
   }
   return text;
 }
 
 std::string DetailOf(const Change& change) {
-  if (change.kind == ChangeKind::kDeviceChanged) return Differences(change.before, change.device);
+  if (change.kind == ChangeKind::kDeviceChanged)
+    return DifferencesText(change.before, change.device);
   if (IsAboutDevice(change.kind)) {
     return Concat({TextCell(change.device.deviceAlias.view()), "  ",
                    TextCell(change.device.deviceStatus.view()), "  ", AddressCell(change.device)});
@@ -83,6 +93,12 @@ std::string DetailOf(const Change& change) {
   return Concat({ItemDigest(change.item).substr(0, 8), "  ",
                  std::to_string(change.item.bytes.size()), " bytes  ",
                  ContentPreview(change.item)});
+}
+
+void BeginEvent(JsonWriter& json, std::string_view event, FileTime utc) {
+  json.BeginObject();
+  json.Key("time").String(TimestampText(utc));
+  json.Key("event").String(event);
 }
 
 // A header of zeros says nothing about which item it is.
@@ -160,17 +176,24 @@ std::string ChangeLine(const Change& change, FileTime local) {
   return Concat({TimeText(local), "  ", kind, "  ", serial, "  ", DetailOf(change)});
 }
 
+std::string LocatorJson(bool answers, FileTime utc) {
+  JsonWriter json;
+  BeginEvent(json, answers ? "locator-found" : "locator-lost", utc);
+  return json.EndObject().text();
+}
+
 std::string ChangeJson(const Change& change, FileTime utc) {
   JsonWriter json;
-  json.BeginObject();
-  json.Key("time").String(TimestampText(utc));
-  json.Key("event").String(NameOf(change.kind).event);
+  BeginEvent(json, NameOf(change.kind).event, utc);
   if (IsAboutDevice(change.kind)) {
     json.Key("device");
     WriteDevice(json, change.device);
     if (change.kind == ChangeKind::kDeviceChanged) {
       json.Key("before");
       WriteDevice(json, change.before);
+      json.Key("changed").BeginArray();
+      for (const auto& [old, now] : Differences(change.before, change.device)) json.String(now.key);
+      json.EndArray();
     }
   } else {
     json.Key("item");

@@ -48,7 +48,10 @@ class ChangeTracker {
 
 // "14:03:07  device changed   0000012  status IDLE -> RUN"
 [[nodiscard]] std::string ChangeLine(const Change& change, FileTime local);
-// {"time":"...","event":"device-changed","device":{...},"before":{...}}
+// {"time":"...","event":"device-changed","device":{...},"before":{...},"changed":["status"]}
 [[nodiscard]] std::string ChangeJson(const Change& change, FileTime utc);
+
+// {"time":"...","event":"locator-lost"}, or "locator-found" once it answers again.
+[[nodiscard]] std::string LocatorJson(bool answers, FileTime utc);
 
 }  // namespace talvorn

@@ -15,6 +15,7 @@ enum ExitStatus { kDone = 0, kFailed = 1, kWrongUsage = 2 };
 [[nodiscard]] int RunListCommand(const ToolOptions& options);     // devices, items
 [[nodiscard]] int RunWatchCommand(const ToolOptions& options);    // watch
 [[nodiscard]] int RunLocatorCommand(const ToolOptions& options);  // version, log ...
+[[nodiscard]] int RunDoctorCommand(const ToolOptions& options);
 [[nodiscard]] int RunHoldCommand(const ToolOptions& options);
 [[nodiscard]] int RunReinitCommand(const ToolOptions& options);
 

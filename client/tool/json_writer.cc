@@ -2,7 +2,6 @@
 
 #include <array>
 
-#include "platform/terminal_escape.h"
 #include "platform/text_encoding.h"
 #include "support/text_format.h"
 
@@ -51,7 +50,8 @@ void JsonWriter::Separate() {
   first_ = false;
 }
 
-// What could command a terminal is escaped too, although JSON would allow some of it.
+// In ASCII: what could command a terminal is escaped, and what a shell with a code page of its
+// own would break.
 void JsonWriter::Quote(std::u16string_view text) {
   text_.push_back('"');
   while (!text.empty()) {
@@ -63,8 +63,6 @@ void JsonWriter::Quote(std::u16string_view text) {
       text_.push_back(static_cast<char>(c));
     } else if (c >= U' ' && c <= U'~') {
       text_.push_back(static_cast<char>(c));
-    } else if (!platform::IsUnsafe(c)) {
-      text_.append(platform::WideToUtf8(units));
     } else {
       for (const char16_t unit : units) {
         std::array<char, 8> escape{};

@@ -1,4 +1,4 @@
-// Writes one JSON document on one line.
+// Writes one JSON document on one line, in ASCII.
 #pragma once
 
 #include <cstdint>

@@ -53,7 +53,11 @@ int ListOnce(LocatorClient& client, const ToolOptions& options) {
   const Reading reading = Read(client, options);
   if (reading.status != ClientStatus::kOk) return Conclude(reading.status);
   if (options.json) return Print(Concat({reading.json, "\n"}));
-  if (reading.view.rows.empty()) return Print(Concat({reading.view.title, "\n"}));
+  if (reading.view.rows.empty()) {
+    // For people; to a program the empty output says it.
+    (void)platform::WriteError(Concat({reading.view.title, "\n"}));
+    return kDone;
+  }
   return Print(TableText(reading.view));
 }
 

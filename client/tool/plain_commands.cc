@@ -11,6 +11,7 @@
 #include "command_line/terminal_text.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/mailslot.h"
 #include "platform/process.h"
 
 namespace talvorn {
@@ -68,6 +69,8 @@ int RunHoldCommand(const ToolOptions& options) {
                      MeetingPlaceQuestion("May this account write in ", "?")});
     return kFailed;
   }
+  if (!platform::MailslotExists(platform::kLocatorMailslot))
+    Complain(Concat({StatusText(ClientStatus::kNoLocator), "; one that is started now is held"}));
   if (const int status = Print("A locator started with /dynamic stays alive; Ctrl-C lets go.\n");
       status != kDone) {
     return status;

@@ -30,6 +30,8 @@ int ToolMain(const std::vector<std::string>& arguments) {
     case ToolCommand::kLogStop:
     case ToolCommand::kLogPath:
       return RunLocatorCommand(options);
+    case ToolCommand::kDoctor:
+      return RunDoctorCommand(options);
     case ToolCommand::kHold:
       return RunHoldCommand(options);
     case ToolCommand::kReinit:

@@ -109,6 +109,12 @@ constexpr std::array<CommandEntry, 10> kCommands{{
      "Prints a line whenever a device appears, changes or goes, or an item is new, changes\n"
      "or goes, until Ctrl-C. Waits for the locator when there is none.\n",
      WatchOptions, nullptr},
+    {"doctor", "[DEVICE]", ToolCommand::kDoctor, "why a device is not seen, and what to do",
+     "Examines what stands between the devices and this machine's programs: the locator, its\n"
+     "settings, the interfaces, the firewall, what is heard on the network, static devices.\n"
+     "Sends nothing to the network but status queries to static devices. DEVICE, an address\n"
+     "or a serial number: the way of that one device. Exit status 1 when something failed.\n",
+     AnswerOptions, &ToolOptions::subject},
     {"version", "", ToolCommand::kVersion, "the version of the locator",
      "Asks the locator for its version.\n", AnswerOptions, nullptr},
     {"log path", "[DIR]", ToolCommand::kLogPath, "where client programs write their logs",
@@ -242,6 +248,14 @@ std::optional<ToolMistake> ParseToolOptions(std::span<const std::string> argumen
   if (const CommandEntry* const entry = FindCommand(arguments, words))
     return ParseCommand(*entry, arguments.subspan(words), options);
 
+  if (arguments[0] == "log" && arguments.size() > 1 && IsHelp(arguments[1])) {
+    for (const CommandEntry& entry : kCommands) {
+      if (!entry.name.starts_with("log ")) continue;
+      options.help.append(options.help.empty() ? "" : "\n")
+          .append(HelpOf(entry, entry.optionsOf(options)));
+    }
+    return std::nullopt;
+  }
   if (arguments[0] == "log")
     return ToolMistake{"'log' is followed by start, stop or path", helpWith};
   const bool option = arguments[0].starts_with('-');

@@ -17,6 +17,7 @@ enum class ToolCommand {
   kItems,
   kVersion,
   kWatch,
+  kDoctor,
   kLogStart,
   kLogStop,
   kLogPath,
@@ -36,6 +37,7 @@ struct ToolOptions {
   std::optional<std::uint32_t> holdMs;     // kHold: for ever when not given
   std::string directory;                   // kLogPath: empty asks
   bool resetDirectory = false;             // kLogPath
+  std::string subject;                     // kDoctor: address or serial; empty: all devices
   std::string address;                     // kReinit
   std::string shell;                       // kCompletion: its name
 };

@@ -30,8 +30,8 @@ class Watcher {
       presence_.Renew();
       const ClientStatus status = Look();
       if (status == ClientStatus::kInterrupted || platform::OutputAbandoned()) return kDone;
-      if (outputStatus_ != kDone) return outputStatus_;
       TellTrouble(status);
+      if (outputStatus_ != kDone) return outputStatus_;
 
       switch (watch_.Wait(options_.intervalMs, &platform::InterruptRequest())) {
         case ItemWatch::Outcome::kChanged:
@@ -51,6 +51,7 @@ class Watcher {
     if (!devices) return devices.status;
     const auto items = client_.GetItems();
     if (!items) return items.status;
+    TellTrouble(ClientStatus::kOk);
 
     std::vector<Change> changes = tracker_.UpdateDevices(devices.value);
     std::ranges::move(tracker_.UpdateItems(items.value), std::back_inserter(changes));
@@ -79,6 +80,8 @@ class Watcher {
   // Once per silence, and once when it is over.
   void TellTrouble(ClientStatus status) {
     const bool trouble = status != ClientStatus::kOk;
+    if (options_.json && trouble != trouble_)
+      Output(Concat({LocatorJson(!trouble, platform::SystemClock().SystemTime()), "\n"}));
     if (trouble && !trouble_) {
       Trouble what = TroubleOf(status);
       Complain(Concat({what.what, ", waiting for it. ", what.advice}));

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 
+#include "discovery/usable_interface.h"
 #include "platform/address.h"
 #include "platform/settings_store.h"
 #include "platform/text_encoding.h"
@@ -18,21 +19,6 @@ namespace {
 
 using platform::Ipv4AddressRow;
 using platform::Ipv6Adapter;
-
-bool IsLoopback(const Ipv4AddressRow& row) {
-  return IdOctets(row.address) == std::array<std::uint8_t, 4>{127, 0, 0, 1};
-}
-
-bool IsPrimary(const Ipv4AddressRow& row) {
-  return (row.type & platform::kIpv4AddressPrimary) != 0;
-}
-
-bool IsUsable(const Ipv6Adapter& adapter) {
-  constexpr std::uint32_t kLooked = platform::kAdapterIpv6Enabled | platform::kAdapterNoMulticast;
-  return adapter.operStatus == platform::kOperStatusUp &&
-         (adapter.flags & kLooked) == platform::kAdapterIpv6Enabled &&
-         adapter.ifType != platform::kIfTypeSoftwareLoopback;
-}
 
 // Whether two tables say the same, whatever was made anew meanwhile.
 bool SameRows(const InterfaceWatch::Ipv4Table& one, const InterfaceWatch::Ipv4Table& other) {
@@ -138,7 +124,7 @@ void InterfaceWatch::StopVanishedIpv4() {
 bool InterfaceWatch::StartNewIpv4() {
   bool all = true;
   for (const Ipv4AddressRow& row : *SavedAddressTable) {
-    if (IsLoopback(row) || !IsPrimary(row)) continue;
+    if (!IsUsable(row)) continue;
     // Of an address on several interfaces the first counts, as it does to the receivers.
     const std::uint32_t incarnation =
         std::ranges::find(*SavedAddressTable, row.address, &Ipv4AddressRow::address)->incarnation;

@@ -7,7 +7,9 @@
 #include "exchange/messages/messages.h"
 #include "platform/ascii_case.h"
 #include "platform/named_object.h"
+#include "platform/obstacle.h"
 #include "platform/process.h"
+#include "platform/terminal_escape.h"
 #include "platform/thread.h"
 #include "support/completed.h"
 #include "support/debug_trace.h"
@@ -24,6 +26,14 @@ constexpr std::u16string_view kTracePrefix = u"TALVORNApp: ";
 constexpr std::u16string_view kDynamicMode = u"/dynamic";
 constexpr std::uint32_t kWatchPassMs = 1'000;
 
+// A near miss starts a locator that stays.
+void TellPassedOver(std::u16string_view commandLine) {
+  std::string sentence = "'";
+  sentence.append(platform::EscapeForTerminal(commandLine));
+  platform::ReportObstacle(
+      sentence.append("' means nothing here and is passed over; only /dynamic does, alone."));
+}
+
 class Process {
  public:
   int Run(std::u16string_view commandLine) {
@@ -34,6 +44,7 @@ class Process {
     (void)Completed([&] { ServiceInstanceMutex = platform::NamedMutex::Create(kServiceMutex); });
 
     const bool dynamic = platform::EqualsIgnoringCase(commandLine, kDynamicMode);
+    if (!dynamic && !commandLine.empty()) (void)Completed([&] { TellPassedOver(commandLine); });
     if (dynamic) {
       Trace(u"DYNAMIC\n");
       timeToLive_.period = settings.timeMulticastRequestAllowed;

@@ -67,6 +67,17 @@ bool AcceptDatagram(std::span<const std::byte> datagram, std::string_view magic)
          TextAt(header, kMagicAt, kMagic.size()) == magic;
 }
 
+bool IsAnswer(std::span<const std::byte> datagram) {
+  const std::string type = DatagramType(datagram);
+  return type == kTypeShortRecord || type == kTypeRecord;
+}
+
+DeviceRecord DecodeAnswer(std::span<const std::byte> datagram) {
+  return DatagramType(datagram) == kTypeRecord
+             ? DecodeDeviceRecord(datagram)
+             : ConvertShortRecord(DecodeShortDeviceRecord(datagram));
+}
+
 std::string DatagramType(std::span<const std::byte> datagram) {
   return std::string(TextAt(HeaderOf(datagram), kTypeAt, kTypeLength));
 }

@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 
+#include "devices/device_record.h"
 #include "support/file_time.h"
 #include "support/fixed_text.h"
 
@@ -56,6 +57,10 @@ struct DiscoveryRequest {
 // Whether a datagram is one of ours: at least 4 bytes, a length field of at least 16,
 // and the magic. Bytes beyond the datagram count as zero.
 [[nodiscard]] bool AcceptDatagram(std::span<const std::byte> datagram, std::string_view magic);
+
+// Whether an accepted datagram is a device's answer, and its record in whichever layout.
+[[nodiscard]] bool IsAnswer(std::span<const std::byte> datagram);
+[[nodiscard]] DeviceRecord DecodeAnswer(std::span<const std::byte> datagram);
 
 // The first three characters of the type.
 [[nodiscard]] std::string DatagramType(std::span<const std::byte> datagram);

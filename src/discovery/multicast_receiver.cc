@@ -100,11 +100,8 @@ void HandleDatagram(MulticastReceiver& receiver, std::span<const std::byte> data
     // A request of our own comes in where two interfaces share a network.
     if (receiver.ownRequests != nullptr && receiver.ownRequests->Sent(source)) return;
   } else {
-    const std::string type = DatagramType(datagram);
-    if (type == kTypeShortRecord || type == kTypeRecord) {
-      DeviceRecord record = type == kTypeRecord
-                                ? DecodeDeviceRecord(datagram)
-                                : ConvertShortRecord(DecodeShortDeviceRecord(datagram));
+    if (IsAnswer(datagram)) {
+      DeviceRecord record = DecodeAnswer(datagram);
       ReplaceDeviceAddresses(record, source);
       ReportDevice(events, record);
       AddToLists(receiver, record, datagram);

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "platform/address.h"
@@ -59,6 +60,19 @@ struct Ipv6Adapter {
 // Name of an interface to its index and back, for command-line tools; 0 and empty
 // when there is none.
 [[nodiscard]] std::uint32_t InterfaceIndexFromName(const char* name);
+
+// An interface as its owner knows it, whether or not it can be used.
+struct InterfaceDescription {
+  std::uint32_t index = 0;
+  std::string name{};  // UTF-8
+  bool up = false;     // switched on, and with carrier
+  bool multicast = false;
+  bool loopback = false;
+  std::vector<HostAddress> groups{};  // that some program has joined on it
+};
+
+// All of them; none when the system does not tell.
+[[nodiscard]] std::vector<InterfaceDescription> DescribeInterfaces();
 
 // Unicast addresses of one interface, for programs that send as several hosts.
 struct InterfaceAddresses {

@@ -50,5 +50,9 @@ void ReportReady();
 // where they always do.
 [[nodiscard]] std::string_view MeetingPlaceVariable();
 
+// Why this account cannot meet a locator there, in one sentence without a full stop; empty when
+// it can, or when there is no such place yet.
+[[nodiscard]] std::string MeetingPlaceObstacle();
+
 }  // namespace platform
 }  // namespace talvorn

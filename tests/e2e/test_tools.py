@@ -17,7 +17,7 @@ class Tool(NetworkTestCase):
     def test_its_exit_status_tells_success_failure_and_misuse(self):
         locator = self.start_locator(self.here)
         for arguments, status in (
-                (("devices",), 0), (("items", "--json"), 0), (("--help",), 0), ((), 2),
+                (("version",), 0), (("items", "--json"), 0), (("--help",), 0), ((), 2),
                 (("nonsense",), 2), (("devices", "--nonsense"), 2), (("reinit",), 2),
                 (("reinit", "no.address"), 2), (("log", "nonsense"), 2)):
             with self.subTest(arguments):
@@ -25,6 +25,8 @@ class Tool(NetworkTestCase):
                 self.assertEqual(tool.wait(), status, tool.err)
                 self.assertEqual(bool(tool.err), status != 0)
         self.assertEqual(self.tool_says(locator, "version"), "1.0.0.0\n")
+        nothing = self.tool(locator, "devices")
+        self.assertEqual((nothing.wait(), nothing.out, nothing.err), (0, "", "no devices\n"))
         locator.stop()
         for arguments in (("version",), ("devices",), ("items",), ("log", "path")):
             tool = self.tool(locator, *arguments)
@@ -91,7 +93,7 @@ class Tool(NetworkTestCase):
         tool.wait()
         self.assertEqual(tool.err, "")
         with open("/dev/full", "wb") as full:
-            tool = self.tool(locator, "devices", stdout=full)
+            tool = self.tool(locator, "version", stdout=full)
         self.assertEqual(tool.wait(), 1)
         self.assertEqual(len(tool.err.splitlines()), 1)
 

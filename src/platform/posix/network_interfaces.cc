@@ -12,11 +12,15 @@
 #include <linux/if.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
+#include <string>
 #include <tuple>
 #include <utility>
 
@@ -189,6 +193,7 @@ struct Tables {
   std::vector<Ipv4AddressRow> ipv4;  // sorted by address
   std::vector<Ipv6Adapter> ipv6;
   std::vector<Address> addresses;
+  std::vector<Link> links;
 };
 
 // Without the addresses of links that carry no multicast (tunnels, for instance); loopback is
@@ -260,11 +265,12 @@ class KeptTables {
 
  private:
   static std::shared_ptr<const Tables> ReadTables() {
-    const auto links = Dump(RTM_GETLINK, &ParseLink);
+    auto links = Dump(RTM_GETLINK, &ParseLink);
     auto addresses = links ? Dump(RTM_GETADDR, &ParseAddress) : std::nullopt;
     if (!addresses) return nullptr;
-    return std::make_shared<const Tables>(Tables{
-        Ipv4Rows(*links, *addresses), Ipv6Adapters(*links, *addresses), std::move(*addresses)});
+    return std::make_shared<const Tables>(Tables{Ipv4Rows(*links, *addresses),
+                                                 Ipv6Adapters(*links, *addresses),
+                                                 std::move(*addresses), std::move(*links)});
   }
 
   // Whether anything was told, or lost for want of room. Subscribes before the first read.
@@ -295,6 +301,36 @@ std::shared_ptr<const Tables> CurrentTables() {
   return tables.Get();
 }
 
+// What the kernel tells of group memberships in texts only.
+std::map<std::uint32_t, std::vector<HostAddress>> JoinedGroups() {
+  std::map<std::uint32_t, std::vector<HostAddress>> groups;
+  std::string line;
+  std::uint32_t index = 0;
+  // A line for each interface, "2<TAB>eth0 : 1 V3", and behind it one for each of its groups,
+  // "<TAB><TAB>010000E0 1 0:00000000".
+  for (std::ifstream table("/proc/thread-self/net/igmp"); std::getline(table, line);) {
+    std::istringstream words(line);
+    std::uint32_t number = 0;
+    if (!line.starts_with('\t')) {
+      index = words >> number ? number : 0;
+    } else if (words >> std::hex >> number) {
+      groups[index].push_back(HostAddress::Ipv4(number));
+    }
+  }
+  // "2 eth0 ff020000000000000000000000000001 1 0000000C 0"
+  for (std::ifstream table("/proc/thread-self/net/igmp6"); std::getline(table, line);) {
+    std::istringstream words(line);
+    std::string name;
+    std::string digits;
+    std::array<std::uint8_t, 16> bytes{};
+    if (!(words >> index >> name >> digits) || digits.size() != 2 * bytes.size()) continue;
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+      (void)std::from_chars(&digits[2 * i], &digits[2 * i] + 2, bytes[i], 16);
+    groups[index].push_back(HostAddress::Ipv6(bytes, 0));
+  }
+  return groups;
+}
+
 }  // namespace
 
 std::optional<std::vector<Ipv4AddressRow>> QueryIpv4AddressTable() {
@@ -315,6 +351,24 @@ std::optional<std::vector<Ipv6Adapter>> QueryIpv6Adapters() {
 }
 
 std::uint32_t InterfaceIndexFromName(const char* name) { return if_nametoindex(name); }
+
+std::vector<InterfaceDescription> DescribeInterfaces() {
+  std::vector<InterfaceDescription> descriptions;
+  const auto tables = CurrentTables();
+  if (!tables) return descriptions;
+  auto groups = JoinedGroups();
+  for (const Link& link : tables->links) {
+    std::array<char, IF_NAMESIZE> name{};
+    if (if_indextoname(link.index, name.data()) == nullptr) continue;  // gone meanwhile
+    descriptions.push_back({.index = link.index,
+                            .name = name.data(),
+                            .up = link.up(),
+                            .multicast = link.multicast(),
+                            .loopback = link.loopback(),
+                            .groups = std::move(groups[link.index])});
+  }
+  return descriptions;
+}
 
 InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {
   InterfaceAddresses result;

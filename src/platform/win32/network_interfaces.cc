@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <cwchar>
 #include <map>
 #include <memory>
 #include <span>
@@ -50,8 +51,16 @@ std::uint32_t IndexOf(const IP_ADAPTER_ADDRESSES& adapter) {
   return adapter.IfIndex != 0 ? adapter.IfIndex : adapter.Ipv6IfIndex;
 }
 
+std::string NameOf(const IP_ADAPTER_ADDRESSES& adapter) {
+  return adapter.FriendlyName == nullptr
+             ? std::string()
+             : WideToUtf8(FromNative(adapter.FriendlyName, std::wcslen(adapter.FriendlyName)));
+}
+
 constexpr ULONG kNamesOnly = GAA_FLAG_SKIP_UNICAST | GAA_FLAG_SKIP_ANYCAST |
                              GAA_FLAG_SKIP_MULTICAST | GAA_FLAG_SKIP_DNS_SERVER;
+constexpr ULONG kNamesAndGroups =
+    GAA_FLAG_SKIP_UNICAST | GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_DNS_SERVER;
 constexpr ULONG kUnicastOnly = GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST |
                                GAA_FLAG_SKIP_DNS_SERVER | GAA_FLAG_SKIP_FRIENDLY_NAME;
 
@@ -154,6 +163,26 @@ std::uint32_t InterfaceIndexFromName(const char* name) {
     if (index == 0 && meant) index = IndexOf(adapter);
   });
   return index;
+}
+
+std::vector<InterfaceDescription> DescribeInterfaces() {
+  std::vector<InterfaceDescription> descriptions;
+  (void)ForEachAdapter(AF_UNSPEC, kNamesAndGroups, [&](const IP_ADAPTER_ADDRESSES& adapter) {
+    InterfaceDescription one{.index = IndexOf(adapter),
+                             .name = NameOf(adapter),
+                             .up = adapter.OperStatus == IfOperStatusUp,
+                             .multicast = (adapter.Flags & kAdapterNoMulticast) == 0,
+                             .loopback = adapter.IfType == kIfTypeSoftwareLoopback};
+    for (const auto* group = adapter.FirstMulticastAddress; group != nullptr; group = group->Next) {
+      const SOCKET_ADDRESS& native = group->Address;
+      HostAddress host =
+          FromNative(native.lpSockaddr, static_cast<std::size_t>(native.iSockaddrLength)).host();
+      host.scope = 0;
+      one.groups.push_back(host);
+    }
+    descriptions.push_back(std::move(one));
+  });
+  return descriptions;
 }
 
 InterfaceAddresses QueryInterfaceAddresses(std::uint32_t interfaceIndex) {

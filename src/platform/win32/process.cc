@@ -58,4 +58,6 @@ char PathSeparatorFor(std::string_view /*path*/) { return '\\'; }
 
 std::string_view MeetingPlaceVariable() { return {}; }
 
+std::string MeetingPlaceObstacle() { return {}; }
+
 }  // namespace talvorn::platform

@@ -27,4 +27,5 @@
 #include <mswsock.h>
 #include <iphlpapi.h>
 #include <windows.h>
+#include <tlhelp32.h>
 // clang-format on

@@ -16,8 +16,8 @@ TEST(JsonWriter, SeparatesAndEscapes) {
   json.EndObject();
   EXPECT_EQ(json.text(), R"({"list":[1,{},[]],)"
                          R"("text":"a\"b\\c\u000a\u0009\u001b\u007f\u0085\u202e\udb40\udc41)"
-                         "\U0001F600\u00FC/\","
-                         "\"narrow\":\"\u20AC\\u0081\u00FC\",\"ill-formed\":\"\uFFFD\"}");
+                         R"(\ud83d\ude00\u00fc/",)"
+                         R"("narrow":"\u20ac\u0081\u00fc","ill-formed":"\ufffd"})");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "platform/posix/io.h"
+#include "platform/process.h"
 
 namespace talvorn::platform {
 namespace {
@@ -104,6 +105,17 @@ bool IsStillAt(int directory, const std::string& name, int fd) {
   return fstat(fd, &file) == 0 &&
          fstatat(directory, name.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 &&
          file.st_dev == entry.st_dev && file.st_ino == entry.st_ino;
+}
+
+std::string MeetingPlaceObstacle() {
+  using enum RuntimeFolder;
+  for (const RuntimeFolder folder : {kLocator, kMailslot, kObjects}) {
+    const std::string path = RuntimeFolderPath(folder);
+    const int wanted = folder == kLocator ? X_OK : X_OK | W_OK;
+    if (access(path.c_str(), wanted) == 0 || errno == ENOENT) continue;
+    return "this account may not use the directory " + path + " (" + ReasonOf(errno) + ")";
+  }
+  return {};
 }
 
 }  // namespace talvorn::platform

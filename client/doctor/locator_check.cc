@@ -1,0 +1,72 @@
+#include <array>
+#include <cstdint>
+
+#include "client/doctor/checks.h"
+#include "command_line/concat.h"
+#include "exchange/messages/messages.h"
+#include "platform/clock.h"
+#include "platform/named_object.h"
+#include "platform/process_list.h"
+#include "support/file_time.h"
+#include "support/text_format.h"
+
+namespace talvorn {
+namespace {
+
+constexpr std::string_view kCheck = "locator";
+
+// "0.4", in milliseconds, from a count of 100 ns.
+std::string Milliseconds(FileTime duration) {
+  const auto tenths = static_cast<std::uint32_t>(duration * 10 / platform::kFileTimePerMs);
+  std::array<char, 16> text{};
+  FormatTextA(text, "%u.%u", tenths / 10, tenths % 10);
+  return text.data();
+}
+
+void TellSilence(const Examination& examination, ClientStatus status) {
+  const bool runs = platform::NamedMutex::Open(kServiceMutex).valid();
+  if (status == ClientStatus::kNoLocator) {
+    examination.Fail(
+        kCheck,
+        runs ? "a locator runs, but answers nobody here" : "no locator runs on this machine",
+        runs ? "End it and start it again; its own reports say why it does not serve."
+             : "Start talvorn-locator.");
+  } else {
+    examination.Fail(kCheck, StatusText(status),
+                     status == ClientStatus::kNoAnswer
+                         ? "End the locator and start it again; it hangs or is overloaded."
+                         : "See whether this account may use the locator's mailslots.");
+  }
+}
+
+// The first one serves; the others ask the network and keep lists for nobody.
+void CountLocators(const Examination& examination) {
+  const std::size_t count = platform::CountProcesses("talvorn-locator");
+  if (count < 2) return;
+  examination.Warn(kCheck,
+                   Concat({std::to_string(count),
+                           " locators run on this machine, and only one of them serves programs"}),
+                   "End the others: a service, a task, a logon script or a user has started them.");
+}
+
+}  // namespace
+
+void CheckLocator(Examination& examination) {
+  CountLocators(examination);
+  const FileTime before = platform::SystemClock().SystemTime();
+  const auto version = examination.client.GetVersion();
+  const FileTime took = platform::SystemClock().SystemTime() - before;
+  if (version.status == ClientStatus::kInterrupted) return;
+  if (!version) return TellSilence(examination, version.status);
+  examination.answers = true;
+  examination.Ok(kCheck,
+                 Concat({"locator ", version.value, " answers in ", Milliseconds(took), " ms"}));
+  if (auto devices = examination.client.GetDevices())
+    examination.devices = std::move(devices.value);
+  const std::size_t count = examination.devices.size();
+  examination.Ok(kCheck, count == 0 ? "it knows no device"
+                                    : Concat({"it knows ", std::to_string(count),
+                                              count == 1 ? " device" : " devices"}));
+}
+
+}  // namespace talvorn

@@ -1,0 +1,17 @@
+#include "client/doctor/checks.h"
+#include "command_line/concat.h"
+#include "platform/process.h"
+
+namespace talvorn {
+
+void CheckMeetingPlace(Examination& examination) {
+  const std::string obstacle = platform::MeetingPlaceObstacle();
+  if (obstacle.empty()) return;
+  examination.Fail("meeting-place", obstacle,
+                   Concat({"End the locator, remove the directory and start the locator again, or "
+                           "set ",
+                           platform::MeetingPlaceVariable(),
+                           " to the same directory for the locator and this program."}));
+}
+
+}  // namespace talvorn

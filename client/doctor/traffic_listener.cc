@@ -1,0 +1,47 @@
+#include "client/doctor/traffic_listener.h"
+
+#include <span>
+#include <utility>
+
+#include "discovery/datagram.h"
+#include "discovery/multicast_socket.h"
+
+namespace talvorn {
+
+bool TrafficListener::Listen(const std::string& interface, platform::AddressFamily family,
+                             std::uint32_t value) {
+  const bool ipv6 = family == platform::AddressFamily::kIpv6;
+  auto requests = OpenReceivingSocket(value, ipv6 ? kRequestGroupIpv6 : kRequestGroupIpv4);
+  auto answers = OpenReceivingSocket(value, ipv6 ? kResponseGroupIpv6 : kResponseGroupIpv4);
+  if (!requests || !answers) return false;
+  heard_.try_emplace(interface);
+  ears_.push_back({std::move(*requests), interface, false});
+  ears_.push_back({std::move(*answers), interface, true});
+  return true;
+}
+
+void TrafficListener::TakeWhatCameIn() {
+  platform::Datagrams datagrams;
+  for (Ear& ear : ears_) {
+    for (bool more = true; more;) {
+      const std::size_t taken = ear.socket.Receive(datagrams).value_or(0);
+      for (std::size_t i = 0; i < taken; ++i) Take(ear, datagrams[i], datagrams.source(i));
+      more = taken == platform::Datagrams::kMost;
+    }
+  }
+}
+
+void TrafficListener::Take(const Ear& ear, std::span<const std::byte> datagram,
+                           const platform::SocketAddress& source) {
+  if (!AcceptDatagram(datagram, kMagic)) return;
+  HeardOnInterface& heard = heard_[ear.interface];
+  if (!ear.hearsAnswers) {
+    if (DatagramType(datagram) == kTypeRequest && !own_.contains(source.host()))
+      heard.askers.insert(NumericHost(source));
+  } else if (IsAnswer(datagram)) {
+    const DeviceRecord record = DecodeAnswer(datagram);
+    heard.devices[std::string(record.deviceSerial.view())].insert(NumericHost(source));
+  }
+}
+
+}  // namespace talvorn

@@ -1,0 +1,52 @@
+// Hears what devices and other locators say on the networks of this machine. What the
+// machine's own locator asks does not come back to it, and is not heard here either.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/address.h"
+#include "platform/socket.h"
+
+namespace talvorn {
+
+// What was heard on one interface.
+struct HeardOnInterface {
+  std::set<std::string> askers{};                          // addresses of other locators
+  std::map<std::string, std::set<std::string>> devices{};  // serials, and where they spoke from
+};
+
+class TrafficListener {
+ public:
+  // Joins both groups on the interface; `value` is its IPv4 address in network byte order or
+  // its IPv6 index. False when it cannot be listened to.
+  bool Listen(const std::string& interface, platform::AddressFamily family, std::uint32_t value);
+
+  // Of this machine: who asks from there is no other locator.
+  void KnowAsOwn(const platform::HostAddress& address) { own_.insert(address); }
+
+  // Takes what has come in meanwhile.
+  void TakeWhatCameIn();
+
+  // By the name of the interface; of each that is listened to.
+  [[nodiscard]] const std::map<std::string, HeardOnInterface>& heard() const { return heard_; }
+
+ private:
+  struct Ear {
+    platform::Socket socket;
+    std::string interface;
+    bool hearsAnswers = false;  // else requests
+  };
+
+  void Take(const Ear& ear, std::span<const std::byte> datagram,
+            const platform::SocketAddress& source);
+
+  std::vector<Ear> ears_;
+  std::set<platform::HostAddress> own_;
+  std::map<std::string, HeardOnInterface> heard_;
+};
+
+}  // namespace talvorn

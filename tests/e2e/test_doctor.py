@@ -1,0 +1,132 @@
+"""The doctor: each fault, made on purpose, is what it complains of first."""
+
+import json
+import os
+import re
+
+from lab import wire
+from lab.harness import NetworkTestCase, needs_accounts, only_on, wait_until
+
+FAST = {"Time Request": 1000}
+
+
+class DoctorTestCase(NetworkTestCase):
+    def findings(self, locator, *arguments, **options):
+        """(exit status, [(verdict, sentence)]) of an examination."""
+        doctor = self.tool(locator, "doctor", *arguments, **options)
+        status = doctor.wait()
+        self.assertEqual(doctor.err, "")
+        return status, [tuple(line.split(None, 1)) for line in doctor.out.splitlines()]
+
+    def complaints(self, locator, *arguments, **options):
+        """What is not ok."""
+        status, findings = self.findings(locator, *arguments, **options)
+        bad = [finding for finding in findings if finding[0] != "ok"]
+        self.assertEqual(status, int(any(verdict == "FAIL" for verdict, _ in bad)), bad)
+        return bad
+
+    def assert_complains_first(self, locator, verdict, pattern, *arguments, **options):
+        bad = self.complaints(locator, *arguments, **options)
+        self.assertTrue(bad, "all is well")
+        self.assertEqual(bad[0][0], verdict, bad)
+        self.assertRegex(bad[0][1], pattern)
+
+
+class Healthy(DoctorTestCase):
+    def test_nothing_to_complain_of(self):
+        locator = self.start_listening(self.here, settings=FAST)
+        self.simulate(self.there, "--interface", "dev0", "--devices", "3")
+        locator.wait_devices(3)
+        status, findings = self.findings(locator)
+        self.assertEqual([one for one in findings if one[0] != "ok"], [])
+        self.assertEqual(status, 0)
+        said = "\n".join(sentence for _, sentence in findings)
+        self.assertRegex(said, r"locator 1\.0\.0\.0 answers in \d+\.\d ms")
+        self.assertRegex(said, r"on \S.* 3 devices answer")
+        known = json.loads(self.tool_says(locator, "devices", "--json"))["devices"][0]
+        for asked in (known["serial"], known["serial"].lstrip("0"), known["ipv4"]):
+            self.assertEqual(self.complaints(locator, asked), [])
+
+
+class Faults(DoctorTestCase):
+    def test_no_locator(self):
+        locator = self.start_locator(self.here)
+        locator.kill()
+        self.assert_complains_first(locator, "FAIL", "no locator runs on this machine")
+
+    def test_a_rival_and_two_devices_with_one_serial(self):
+        locator = self.start_listening(self.here, settings=FAST)
+        rival = self.station(self.there, "dev0", "192.168.10.20")
+        second = self.device("192.168.10.21")
+        doctor = self.tool(locator, "doctor")
+
+        def talk():
+            rival.send_request()
+            for device in (rival, second):
+                device.send(wire.record(77))
+            return doctor.ended
+        wait_until(talk, "the end of the examination")
+        self.assertEqual(doctor.wait(), 0)
+        bad = [line for line in doctor.out.splitlines() if not line.startswith("ok")]
+        self.assertRegex(bad[0], r"warn  on \S.* another locator asks, 192\.168\.10\.20")
+        self.assertRegex(bad[1], r"several devices call themselves 77: .*\.20, .*\.21")
+
+    @only_on("linux", "these are settings of Linux")
+    def test_interfaces(self):
+        locator = self.start_listening(self.here, settings=FAST)
+        for change, back, expected in (
+                ("link set net0 down", "link set net0 up", "net0 is down"),
+                ("link set net0 multicast off", "link set net0 multicast on",
+                 "net0 carries no multicast"),
+                ("addr flush dev net0", "link set net0 up", "net0 has no address")):
+            self.here.ip(*change.split())
+            self.assert_complains_first(locator, "FAIL", expected)
+            self.here.ip(*back.split())
+
+    @only_on("linux", "no system call fails on demand there")
+    def test_a_group_that_is_not_joined(self):
+        with self.here, open("/proc/sys/net/ipv4/igmp_max_memberships", "r+") as limit:
+            limit.write("0")
+            limit.flush()
+        locator = self.start_locator(self.here, settings={**FAST, "IPv6 Active": 0})
+        wait_until(lambda: "located" in str(locator.event_log.texts()), "the interface")
+        self.assert_complains_first(locator, "FAIL",
+                                    r"does not listen to 239\.255\.240\.1 on net0")
+
+    @only_on("linux", "one session is one machine under Wine")
+    def test_two_locators(self):
+        first = self.start_listening(self.here, settings=FAST)
+        self.start_locator(self.here, settings=FAST)
+        self.simulate(self.there, "--interface", "dev0", "--devices", "1")
+        first.wait_devices(1)
+        self.assert_complains_first(first, "warn", "2 locators run on this machine")
+
+    @only_on("linux", "there is no such directory on Windows")
+    @needs_accounts
+    def test_a_directory_of_somebody_else(self):
+        os.chmod(self.directory, 0o755)
+        locator = self.start_locator(self.here)
+        os.chmod(locator.runtime_directory, 0o700)
+        self.assert_complains_first(locator, "FAIL",
+                                    re.escape(locator.runtime_directory), user=65534)
+
+    def test_silence_and_a_device_elsewhere(self):
+        locator = self.start_listening(self.here, settings=FAST)
+        self.assert_complains_first(locator, "FAIL", "no device answers")
+        self.assertRegex(str(self.complaints(locator, "10.9.9.9")[-1]),
+                         "in no network with 10.9.9.9")
+
+    def test_foreign_text_commands_nothing(self):
+        locator = self.start_listening(self.here, settings=FAST)
+        device = self.device()
+        text = "\x1b]0;x\x07\xff\x9b31m"
+        wait_until(lambda: (device.send(wire.record(5, alias=text)),
+                            "5" in str(locator.devices()))[1], "the device")
+        doctor = self.tool(locator, "doctor", "5", "--json")
+        wait_until(lambda: (device.send(wire.record(5, alias=text)), doctor.ended)[1], "its end")
+        found = json.loads(doctor.out)["findings"]
+        self.assertTrue(any("\x1b]0;x\x07" in one["what"] for one in found), found)
+        self.assertNotIn("\x1b", doctor.out)
+        plain = self.tool(locator, "doctor", "5\x1b[31m")
+        plain.wait()
+        self.assertNotIn("\x1b", plain.out)
