@@ -94,7 +94,7 @@ struct CommandEntry {
   std::string ToolOptions::*operandField;  // null: takes none
 };
 
-constexpr std::array<CommandEntry, 10> kCommands{{
+constexpr auto kCommands = std::to_array<CommandEntry>({
     {"devices", "", ToolCommand::kDevices, "the devices that the locator has found",
      "Shows the devices that the locator has found: serial number, alias, status, clip,\n"
      "address and the host's alias. With --watch on a terminal, '+' marks a device that has\n"
@@ -138,7 +138,7 @@ constexpr std::array<CommandEntry, 10> kCommands{{
      "  talvorn completion powershell | Out-String | Invoke-Expression\n"
      "talvorn-sim --completion SHELL does the same for talvorn-sim.\n",
      NoOptions, &ToolOptions::shell},
-}};
+});
 
 std::string GeneralHelp() {
   constexpr std::size_t kNameWidth = 18;
