@@ -17,5 +17,6 @@ enum ExitStatus { kDone = 0, kFailed = 1, kWrongUsage = 2 };
 [[nodiscard]] int RunLocatorCommand(const ToolOptions& options);  // version, log ...
 [[nodiscard]] int RunHoldCommand(const ToolOptions& options);
 [[nodiscard]] int RunReinitCommand(const ToolOptions& options);
+[[nodiscard]] int RunMetricsCommand(const ToolOptions& options);
 
 }  // namespace talvorn

@@ -35,6 +35,13 @@ TakeValue TakeOptionalSeconds(std::optional<std::uint32_t>& targetMs, std::uint3
   };
 }
 
+TakeValue TakeFileName(std::string& target) {
+  return [&target](std::string_view value) -> std::string {
+    target = value;
+    return value.empty() ? "the name of a file" : "";
+  };
+}
+
 Option JsonOption(ToolOptions& options, std::string_view help) {
   return {"--json", "", help, TakeSwitch(options.json)};
 }
@@ -82,6 +89,13 @@ std::vector<Option> ReinitOptions(ToolOptions& options) {
            TakeOptionalSeconds(options.timeoutMs, 0)}};
 }
 
+std::vector<Option> MetricsOptions(ToolOptions& options) {
+  return {{"--output", "FILE",
+           "writes to this file, which is replaced as a whole, for a\ntextfile collector",
+           TakeFileName(options.outputFile)},
+          TimeoutOption(options)};
+}
+
 struct CommandEntry {
   std::string_view name;     // one or two words
   std::string_view operand;  // as the usage shows it
@@ -92,7 +106,7 @@ struct CommandEntry {
   std::string ToolOptions::*operandField;  // null: takes none
 };
 
-constexpr std::array<CommandEntry, 9> kCommands{{
+constexpr std::array<CommandEntry, 10> kCommands{{
     {"devices", "", ToolCommand::kDevices, "the devices that the locator has found",
      "Shows the devices that the locator has found: serial number, alias, status, clip,\n"
      "address and the host's alias. With --watch on a terminal, '+' marks a device that has\n"
@@ -124,6 +138,11 @@ constexpr std::array<CommandEntry, 9> kCommands{{
      "Makes the locator stop its work on the interface with this IPv4 address and take it up\n"
      "anew. Needs the right to write the locator's settings.\n",
      ReinitOptions, &ToolOptions::address},
+    {"metrics", "", ToolCommand::kMetrics, "numbers for monitoring, in the Prometheus text format",
+     "Writes numbers for monitoring in the Prometheus text format: whether the locator answers\n"
+     "and how fast, its devices and items, datagrams that were dropped. That the locator does\n"
+     "not answer is one of them (talvorn_up 0), and no failure.\n",
+     MetricsOptions, nullptr},
 }};
 
 std::string GeneralHelp() {

@@ -20,6 +20,7 @@ enum class ToolCommand {
   kLogPath,
   kHold,
   kReinit,
+  kMetrics,
 };
 
 struct ToolOptions {
@@ -34,6 +35,7 @@ struct ToolOptions {
   std::string directory;                   // kLogPath: empty asks
   bool resetDirectory = false;             // kLogPath
   std::string address;                     // kReinit
+  std::string outputFile;                  // kMetrics: empty is standard output
 };
 
 struct ToolMistake {
