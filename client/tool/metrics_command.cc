@@ -43,7 +43,7 @@ ClientStatus AskLocator(LocatorClient& client, LocatorNumbers& numbers) {
 
 int WriteMetrics(const std::string& text, const std::string& file) {
   if (file.empty()) return Print(text);
-  const std::error_code error = platform::ReplaceFile(file, text);
+  const std::error_code error = platform::ReplaceFileContent(file, text);
   if (!error) return kDone;
   std::string reason = error.message();
   reason.erase(reason.find_last_not_of(" .\r\n") + 1);

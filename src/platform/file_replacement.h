@@ -11,6 +11,6 @@ namespace talvorn::platform {
 // name once it is whole. On failure, whose reason is returned, the old file stays as it was. What
 // is there and is no file, such as a folder or a device, is never replaced. A process that is
 // killed in between may leave the file beside it, named `path`, a dot, a number and ".tmp".
-[[nodiscard]] std::error_code ReplaceFile(std::string_view path, std::string_view content);
+[[nodiscard]] std::error_code ReplaceFileContent(std::string_view path, std::string_view content);
 
 }  // namespace talvorn::platform

@@ -29,7 +29,7 @@ std::error_code WriteNew(const std::string& path, std::string_view content) {
 
 }  // namespace
 
-std::error_code ReplaceFile(std::string_view path, std::string_view content) {
+std::error_code ReplaceFileContent(std::string_view path, std::string_view content) {
   const std::string target(path);
   struct stat there {};
   if (stat(target.c_str(), &there) == 0 && !S_ISREG(there.st_mode))

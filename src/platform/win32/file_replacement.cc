@@ -45,7 +45,7 @@ std::error_code Rename(const std::u16string& from, const std::u16string& to) {
 
 }  // namespace
 
-std::error_code ReplaceFile(std::string_view path, std::string_view content) {
+std::error_code ReplaceFileContent(std::string_view path, std::string_view content) {
   const std::u16string target = Utf8ToWide(path);
   const DWORD there = GetFileAttributesW(ToNative(target));
   if (there != INVALID_FILE_ATTRIBUTES && (there & FILE_ATTRIBUTE_DIRECTORY) != 0)
