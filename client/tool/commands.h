@@ -18,5 +18,6 @@ enum ExitStatus { kDone = 0, kFailed = 1, kWrongUsage = 2 };
 [[nodiscard]] int RunDoctorCommand(const ToolOptions& options);
 [[nodiscard]] int RunHoldCommand(const ToolOptions& options);
 [[nodiscard]] int RunReinitCommand(const ToolOptions& options);
+[[nodiscard]] int RunMetricsCommand(const ToolOptions& options);
 
 }  // namespace talvorn

@@ -36,6 +36,8 @@ int ToolMain(const std::vector<std::string>& arguments) {
       return RunHoldCommand(options);
     case ToolCommand::kReinit:
       return RunReinitCommand(options);
+    case ToolCommand::kMetrics:
+      return RunMetricsCommand(options);
     case ToolCommand::kCompletion:
       return Print(ToolCompletion(*ShellOf(options.shell)));
   }

@@ -35,6 +35,13 @@ TakeValue TakeOptionalSeconds(std::optional<std::uint32_t>& targetMs, std::uint3
   };
 }
 
+TakeValue TakeFileName(std::string& target) {
+  return [&target](std::string_view value) -> std::string {
+    target = value;
+    return value.empty() ? "the name of a file" : "";
+  };
+}
+
 Option JsonOption(ToolOptions& options, std::string_view help) {
   return {"--json", "", help, TakeSwitch(options.json)};
 }
@@ -80,6 +87,13 @@ std::vector<Option> ReinitOptions(ToolOptions& options) {
   return {{"--timeout", "SECONDS",
            "how long to wait until the locator has done it\n(default 10); 0 does not wait",
            TakeOptionalSeconds(options.timeoutMs, 0)}};
+}
+
+std::vector<Option> MetricsOptions(ToolOptions& options) {
+  return {{"--output", "FILE",
+           "writes to this file, which is replaced as a whole, for a\ntextfile collector",
+           TakeFileName(options.outputFile)},
+          TimeoutOption(options)};
 }
 
 std::vector<Option> NoOptions(ToolOptions&) { return {}; }
@@ -132,6 +146,11 @@ constexpr auto kCommands = std::to_array<CommandEntry>({
      "Makes the locator stop its work on the interface with this IPv4 address and take it up\n"
      "anew. Needs the right to write the locator's settings.\n",
      ReinitOptions, &ToolOptions::address},
+    {"metrics", "", ToolCommand::kMetrics, "numbers for monitoring, in the Prometheus text format",
+     "Writes numbers for monitoring in the Prometheus text format: whether the locator answers\n"
+     "and how fast, its devices and items, datagrams that were dropped. That the locator does\n"
+     "not answer is one of them (talvorn_up 0), and no failure.\n",
+     MetricsOptions, nullptr},
     {"completion", "SHELL", ToolCommand::kCompletion, "a script that completes this command line",
      "Prints a script for bash, zsh or powershell that completes commands and options:\n"
      "  source <(talvorn completion bash)\n"

@@ -23,6 +23,7 @@ enum class ToolCommand {
   kLogPath,
   kHold,
   kReinit,
+  kMetrics,
   kCompletion,
 };
 
@@ -39,6 +40,7 @@ struct ToolOptions {
   bool resetDirectory = false;             // kLogPath
   std::string subject;                     // kDoctor: address or serial; empty: all devices
   std::string address;                     // kReinit
+  std::string outputFile;                  // kMetrics: empty is standard output
   std::string shell;                       // kCompletion: its name
 };
 
