@@ -124,10 +124,10 @@ constexpr auto kCommands = std::to_array<CommandEntry>({
      "or goes, until Ctrl-C. Waits for the locator when there is none.\n",
      WatchOptions, nullptr},
     {"doctor", "[DEVICE]", ToolCommand::kDoctor, "why a device is not seen, and what to do",
-     "Examines what stands between the devices and this machine's programs: the locator, its\n"
-     "settings, the interfaces, the firewall, what is heard on the network, static devices.\n"
-     "Sends nothing to the network but status queries to static devices. DEVICE, an address\n"
-     "or a serial number: the way of that one device. Exit status 1 when something failed.\n",
+     "Examines what stands between the devices and this machine's programs: the locator, the\n"
+     "interfaces, what is heard on the network for one request period. Sends nothing to the\n"
+     "network. DEVICE, an address or a serial number: the way of that one device as well.\n"
+     "Exit status 1 when something failed.\n",
      AnswerOptions, &ToolOptions::subject},
     {"version", "", ToolCommand::kVersion, "the version of the locator",
      "Asks the locator for its version.\n", AnswerOptions, nullptr},
