@@ -5,9 +5,10 @@
 namespace talvorn {
 
 void CheckMeetingPlace(Examination& examination) {
+  constexpr std::string_view kCheck = "meeting-place";
   const std::string obstacle = platform::MeetingPlaceObstacle();
   if (obstacle.empty()) return;
-  examination.Fail("meeting-place", obstacle,
+  examination.Fail(kCheck, obstacle,
                    Concat({"End the locator, remove the directory and start the locator again, or "
                            "set ",
                            platform::MeetingPlaceVariable(),
