@@ -28,7 +28,8 @@ class Documents(unittest.TestCase):
                 if "://" in link:
                     continue
                 path, _, anchor = link.partition("#")
-                target = os.path.normpath(os.path.join(os.path.dirname(page), path)) if path else page
+                target = os.path.join(os.path.dirname(page), path) if path else page
+                target = os.path.normpath(target)
                 self.assertTrue(os.path.exists(os.path.join(ROOT, target)), f"{page}: {link}")
                 if anchor and target.endswith(".md"):
                     self.assertIn(anchor, anchors(read(target)), f"{page}: {link}")
