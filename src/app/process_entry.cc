@@ -44,12 +44,12 @@ class Process {
     (void)Completed([&] { ServiceInstanceMutex = platform::NamedMutex::Create(kServiceMutex); });
 
     const bool dynamic = platform::EqualsIgnoringCase(commandLine, kDynamicMode);
-    if (!dynamic && !commandLine.empty()) (void)Completed([&] { TellPassedOver(commandLine); });
     if (dynamic) {
       Trace(u"DYNAMIC\n");
       timeToLive_.period = settings.timeMulticastRequestAllowed;
     } else {
       Trace(u"PERMANENT\n");
+      if (!commandLine.empty()) (void)Completed([&] { TellPassedOver(commandLine); });
     }
     const bool started = StartServiceThread();
     if (dynamic) timeToLive_.Start();

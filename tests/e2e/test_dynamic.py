@@ -61,4 +61,7 @@ class Dynamic(NetworkTestCase):
             with self.subTest(arguments=arguments):
                 locator = self.start_locator(self.here, *arguments)
                 self.assertEqual(locator.trace[0], "PERMANENT")
+                # Where there is somebody to read it.
+                told = bool(arguments) and self.target.NAME == "linux"
+                self.assertEqual("is passed over" in locator.err, told)
                 locator.stop()
