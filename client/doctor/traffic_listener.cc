@@ -8,6 +8,13 @@
 
 namespace talvorn {
 
+TrafficListener::TrafficListener() : libraryStarted_(platform::StartSocketLibrary()) {}
+
+TrafficListener::~TrafficListener() {
+  ears_.clear();
+  if (libraryStarted_) platform::StopSocketLibrary();
+}
+
 bool TrafficListener::Listen(const std::string& interface, platform::AddressFamily family,
                              std::uint32_t value) {
   const bool ipv6 = family == platform::AddressFamily::kIpv6;

@@ -21,6 +21,11 @@ struct HeardOnInterface {
 
 class TrafficListener {
  public:
+  TrafficListener();
+  ~TrafficListener();
+  TrafficListener(const TrafficListener&) = delete;
+  TrafficListener& operator=(const TrafficListener&) = delete;
+
   // Joins both groups on the interface; `value` is its IPv4 address in network byte order or
   // its IPv6 index. False when it cannot be listened to.
   bool Listen(const std::string& interface, platform::AddressFamily family, std::uint32_t value);
@@ -44,6 +49,7 @@ class TrafficListener {
   void Take(const Ear& ear, std::span<const std::byte> datagram,
             const platform::SocketAddress& source);
 
+  const bool libraryStarted_;
   std::vector<Ear> ears_;
   std::set<platform::HostAddress> own_;
   std::map<std::string, HeardOnInterface> heard_;
