@@ -7,7 +7,9 @@
 #include "platform/clock.h"
 #include "platform/named_object.h"
 #include "platform/process_list.h"
+#include "platform/text_encoding.h"
 #include "support/file_time.h"
+#include "support/lifetime.h"
 #include "support/text_format.h"
 
 namespace talvorn {
@@ -39,20 +41,45 @@ void TellSilence(const Examination& examination, ClientStatus status) {
   }
 }
 
+void TellLifetime(const Examination& examination, std::u16string_view commandLine) {
+  if (!IsDynamic(commandLine)) {
+    if (!commandLine.empty())
+      examination.Warn(kCheck,
+                       Concat({"the locator was started with '", platform::WideToUtf8(commandLine),
+                               "', which means nothing to it"}),
+                       "Start it with /dynamic alone, or with nothing.");
+    return;
+  }
+  const std::uint32_t timeToLive = examination.settings.timeMulticastRequestAllowed;
+  if (timeToLive == 0) {
+    examination.Warn(kCheck,
+                     "the locator was started with /dynamic, but \"Time Multicast Request "
+                     "Allowed\" is 0, and it never ends",
+                     "Set the time that it outlives its last client, in milliseconds.");
+  } else {
+    examination.Ok(kCheck, Concat({"the locator ends ", std::to_string(timeToLive),
+                                   " ms after its last client"}));
+  }
+}
+
 // The first one serves; the others ask the network and keep lists for nobody.
-void CountLocators(const Examination& examination) {
-  const std::size_t count = platform::CountProcesses("talvorn-locator");
-  if (count < 2) return;
-  examination.Warn(kCheck,
-                   Concat({std::to_string(count),
-                           " locators run on this machine, and only one of them serves programs"}),
-                   "End the others: a service, a task, a logon script or a user has started them.");
+void TellProcesses(const Examination& examination) {
+  const auto locators = platform::RunningPrograms("talvorn-locator");
+  if (locators.size() > 1) {
+    examination.Warn(
+        kCheck,
+        Concat({std::to_string(locators.size()),
+                " locators run on this machine, and only one of them serves programs"}),
+        "End the others: a service, a task, a logon script or a user has started them.");
+  } else if (locators.size() == 1 && locators.front().commandLine) {
+    TellLifetime(examination, *locators.front().commandLine);
+  }
 }
 
 }  // namespace
 
 void CheckLocator(Examination& examination) {
-  CountLocators(examination);
+  TellProcesses(examination);
   const FileTime before = platform::SystemClock().SystemTime();
   const auto version = examination.client.GetVersion();
   const FileTime took = platform::SystemClock().SystemTime() - before;

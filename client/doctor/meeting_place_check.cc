@@ -1,5 +1,7 @@
 #include "client/doctor/checks.h"
 #include "command_line/concat.h"
+#include "platform/account.h"
+#include "platform/mailslot.h"
 #include "platform/process.h"
 
 namespace talvorn {
@@ -7,7 +9,13 @@ namespace talvorn {
 void CheckMeetingPlace(Examination& examination) {
   constexpr std::string_view kCheck = "meeting-place";
   const std::string obstacle = platform::MeetingPlaceObstacle();
-  if (obstacle.empty()) return;
+  if (obstacle.empty()) {
+    const std::string owner = platform::MailslotOwnerText(platform::kLocatorMailslot);
+    examination.Ok(kCheck,
+                   Concat({"this program runs as ", platform::AccountText(),
+                           owner.empty() ? "" : "; the locator's mailslot belongs to ", owner}));
+    return;
+  }
   examination.Fail(kCheck, obstacle,
                    Concat({"End the locator, remove the directory and start the locator again, or "
                            "set ",

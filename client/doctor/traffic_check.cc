@@ -3,29 +3,11 @@
 
 #include "client/doctor/checks.h"
 #include "command_line/concat.h"
-#include "platform/clock.h"
 
 namespace talvorn {
 namespace {
 
 constexpr std::string_view kCheck = "traffic";
-constexpr std::uint32_t kPauseMs = 50;
-// Devices take a moment to answer.
-constexpr std::uint32_t kAnswerMs = 1'000;
-// Nobody waits longer, whatever the settings say.
-constexpr std::uint32_t kLongestMs = 60'000;
-
-void Listen(Examination& examination) {
-  const std::uint32_t limit =
-      std::min(examination.settings.timeRequest, kLongestMs - kAnswerMs) + kAnswerMs;
-  const std::uint64_t start = platform::MonotonicMs();
-  const platform::Waitable* const interrupt[] = {examination.options.interrupt};
-  do {
-    examination.traffic.TakeWhatCameIn();
-  } while (platform::MonotonicMs() - start < limit &&
-           platform::WaitForAny(interrupt, kPauseMs) == platform::WaitStatus::kTimeout);
-}
-
 std::string Joined(const std::set<std::string>& texts) {
   std::string all;
   for (const std::string& text : texts) all.append(all.empty() ? "" : ", ").append(text);
@@ -61,8 +43,9 @@ void TellDoubles(const Examination& examination, const std::string& interface,
 
 void CheckTraffic(Examination& examination) {
   if (!examination.answers || examination.traffic.heard().empty()) return;
-  Listen(examination);
-  if (examination.Interrupted()) return;
+  if (!examination.traffic.ListenFor(RequestRoundMs(examination.settings),
+                                     examination.options.interrupt))
+    return;
   std::size_t devices = 0;
   for (const auto& [interface, heard] : examination.traffic.heard()) {
     TellAskers(examination, interface, heard);

@@ -1,12 +1,20 @@
 #include "client/doctor/traffic_listener.h"
 
+#include <algorithm>
 #include <span>
 #include <utility>
 
 #include "discovery/datagram.h"
 #include "discovery/multicast_socket.h"
+#include "platform/clock.h"
 
 namespace talvorn {
+
+std::uint32_t RequestRoundMs(const RegistryValues& settings) {
+  constexpr std::uint32_t kAnswerMs = 1'000;    // devices take a moment
+  constexpr std::uint32_t kLongestMs = 60'000;  // nobody waits longer, whatever is set
+  return std::min(settings.timeRequest, kLongestMs - kAnswerMs) + kAnswerMs;
+}
 
 TrafficListener::TrafficListener() : libraryStarted_(platform::StartSocketLibrary()) {}
 
@@ -25,6 +33,17 @@ bool TrafficListener::Listen(const std::string& interface, platform::AddressFami
   ears_.push_back({std::move(*requests), interface, false});
   ears_.push_back({std::move(*answers), interface, true});
   return true;
+}
+
+bool TrafficListener::ListenFor(std::uint32_t milliseconds, const platform::Waitable* interrupt) {
+  constexpr std::uint32_t kPauseMs = 50;
+  const platform::Waitable* const interrupts[] = {interrupt};
+  const std::uint64_t start = platform::MonotonicMs();
+  for (;;) {
+    TakeWhatCameIn();
+    if (platform::MonotonicMs() - start >= milliseconds) return true;
+    if (platform::WaitForAny(interrupts, kPauseMs) != platform::WaitStatus::kTimeout) return false;
+  }
 }
 
 void TrafficListener::TakeWhatCameIn() {

@@ -10,6 +10,8 @@
 
 #include "platform/address.h"
 #include "platform/socket.h"
+#include "platform/waitable.h"
+#include "support/settings.h"
 
 namespace talvorn {
 
@@ -18,6 +20,9 @@ struct HeardOnInterface {
   std::set<std::string> askers{};                          // addresses of other locators
   std::map<std::string, std::set<std::string>> devices{};  // serials, and where they spoke from
 };
+
+// Within so long each locator that asks has asked, and devices have answered.
+[[nodiscard]] std::uint32_t RequestRoundMs(const RegistryValues& settings);
 
 class TrafficListener {
  public:
@@ -33,8 +38,8 @@ class TrafficListener {
   // Of this machine: who asks from there is no other locator.
   void KnowAsOwn(const platform::HostAddress& address) { own_.insert(address); }
 
-  // Takes what has come in meanwhile.
-  void TakeWhatCameIn();
+  // Takes in what is said for so long. False when it was interrupted.
+  bool ListenFor(std::uint32_t milliseconds, const platform::Waitable* interrupt);
 
   // By the name of the interface; of each that is listened to.
   [[nodiscard]] const std::map<std::string, HeardOnInterface>& heard() const { return heard_; }
@@ -46,6 +51,7 @@ class TrafficListener {
     bool hearsAnswers = false;  // else requests
   };
 
+  void TakeWhatCameIn();
   void Take(const Ear& ear, std::span<const std::byte> datagram,
             const platform::SocketAddress& source);
 

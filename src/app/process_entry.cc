@@ -5,7 +5,6 @@
 
 #include "app/service_loop.h"
 #include "exchange/messages/messages.h"
-#include "platform/ascii_case.h"
 #include "platform/named_object.h"
 #include "platform/obstacle.h"
 #include "platform/process.h"
@@ -15,6 +14,7 @@
 #include "support/debug_trace.h"
 #include "support/event_source.h"
 #include "support/interval_timer.h"
+#include "support/lifetime.h"
 #include "support/run_flag.h"
 #include "support/settings.h"
 #include "support/thread.h"
@@ -23,7 +23,6 @@ namespace talvorn {
 namespace {
 
 constexpr std::u16string_view kTracePrefix = u"TALVORNApp: ";
-constexpr std::u16string_view kDynamicMode = u"/dynamic";
 constexpr std::uint32_t kWatchPassMs = 1'000;
 
 // A near miss starts a locator that stays.
@@ -43,7 +42,7 @@ class Process {
     DebugTrace().SetPrefix(kTracePrefix);
     (void)Completed([&] { ServiceInstanceMutex = platform::NamedMutex::Create(kServiceMutex); });
 
-    const bool dynamic = platform::EqualsIgnoringCase(commandLine, kDynamicMode);
+    const bool dynamic = IsDynamic(commandLine);
     if (dynamic) {
       Trace(u"DYNAMIC\n");
       timeToLive_.period = settings.timeMulticastRequestAllowed;

@@ -18,29 +18,19 @@
 namespace talvorn {
 namespace {
 
-constexpr std::size_t kShortestPath = 8;
 constexpr std::uint32_t kTickMs = 10;
 constexpr std::uint32_t kShortestCycleTicks = 10;
 constexpr std::uint32_t kQueryGapMs = 30;
 
 // Whether the configured file can be worked with; says in the trace why not.
 bool FileIsUsable(std::u16string_view path) {
-  if (path.size() < kShortestPath) {
+  if (path.size() < kShortestDeviceFilePath) {
     Trace(u"DeviceByHostName: Warning : static devices ini file not accessible (name:%s)\n", path);
     return false;
   }
   if (platform::ReadDeviceFile(path).empty())
     Trace(u"DeviceByHostName: Info : static devices ini file has no entry (name:%s)\n", path);
   return true;
-}
-
-// The address that a section gives for its device, in network byte order; 0 when it
-// gives none. A text that is no address, or that takes more bytes in the narrow code page
-// than it has characters, gives 255.255.255.255, where nobody is.
-std::uint32_t ConfiguredAddress(const std::u16string& text) {
-  if (text.empty()) return 0;
-  const std::string narrow = platform::WideToNarrow(text);
-  return platform::ParseIpv4(narrow.size() <= text.size() ? narrow.c_str() : "");
 }
 
 class Worker {
@@ -99,6 +89,12 @@ class Worker {
 };
 
 }  // namespace
+
+std::uint32_t ConfiguredAddress(const std::u16string& text) {
+  if (text.empty()) return 0;
+  const std::string narrow = platform::WideToNarrow(text);
+  return platform::ParseIpv4(narrow.size() <= text.size() ? narrow.c_str() : "");
+}
 
 bool StartStaticDevices(StaticDeviceContext& context) {
   context.running.Set();

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 
 #include "devices/item_list.h"
 #include "devices/response_list.h"
@@ -24,6 +25,8 @@ struct StaticDeviceContext {
   CItemList* items = nullptr;
 };
 
+// A shorter path of the file is taken for none.
+inline constexpr std::size_t kShortestDeviceFilePath = 8;
 inline constexpr std::size_t kLongestHostName = 1'025;
 
 // One listed device of one cycle. Goes only after its query has ended.
@@ -39,6 +42,11 @@ struct StaticDevice {
   std::uint32_t validity = 0;                         // of its answers, ms
   StaticDeviceContext* context = nullptr;
 };
+
+// The address that a section gives for its device, in network byte order; 0 when it gives none. A
+// text that is no address, or that takes more bytes in the narrow code page than it has
+// characters, gives 255.255.255.255, where nobody is.
+[[nodiscard]] std::uint32_t ConfiguredAddress(const std::u16string& text);
 
 // Starts the worker on a context whose lists are set. False when its thread could
 // not be created.

@@ -41,6 +41,8 @@ class SettingsKey {
   // As Text, but in the narrow code page of the system; on Linux in UTF-8, as the path
   // names there are. One that fills all the room loses its last character.
   [[nodiscard]] std::optional<std::string> NarrowText(std::u16string_view name) const;
+  // The names of all values, in the store's order.
+  [[nodiscard]] std::vector<std::u16string> Names() const;
   // The names, at most 99 characters long, of the numbers that are 0, in the store's
   // order.
   [[nodiscard]] std::vector<std::u16string> PendingNumbers() const;
@@ -59,5 +61,12 @@ class SettingsKey {
 
   std::shared_ptr<State> state_;
 };
+
+// Where settings are stored, for people: "HKEY_LOCAL_MACHINE", on Linux the file.
+[[nodiscard]] std::string SettingsPlace();
+
+// What is wrong with the store as a whole, each a sentence in UTF-8 without a full stop: on Linux
+// that the file cannot be read, or the lines in it that mean nothing.
+[[nodiscard]] std::vector<std::string> SettingsObstacles();
 
 }  // namespace talvorn::platform

@@ -20,40 +20,48 @@ std::array<Char, kCapacity> Padded(const std::optional<std::basic_string<Char>>&
   return padded;
 }
 
+constexpr auto kNames = std::to_array<SettingName>({
+    {u"Time Request", &RegistryValues::timeRequest},
+    {u"Time Master", &RegistryValues::timeMaster},
+    {u"Time Multicast Request Allowed", &RegistryValues::timeMulticastRequestAllowed},
+    {u"Time Response Valid", &RegistryValues::timeResponseValid},
+    {u"Time Network Changes", &RegistryValues::timeNetworkChanges},
+    {u"IPv6 Active", &RegistryValues::ipv6Active},
+    {u"Prefered IP Version", &RegistryValues::preferedIpVersion},
+    {.name = kStaticDevicesSetting, .isText = true},
+    {u"Time Request Gap IFSTATIC", &RegistryValues::timeRequestGapIfStatic},
+    {u"Time Response Valid IFSTATIC", &RegistryValues::timeResponseValidIfStatic},
+    {.name = kDebugViewSetting},
+    {.name = kLogPathSetting, .isText = true},
+});
+
 }  // namespace
+
+std::span<const SettingName> SettingNames() { return kNames; }
 
 bool RetrieveValues(RegistryValues& values) {
   const SettingsKey key = SettingsKey::Open(kSettingsKey, SettingsAccess::kRead);
   if (!key.valid()) return false;
 
   const RegistryValues defaults;
-  const auto number = [&key](std::u16string_view name, std::uint32_t missing) {
-    return key.Number(name).value_or(missing);
-  };
-  values.timeRequest = number(u"Time Request", defaults.timeRequest);
-  values.timeMaster = number(u"Time Master", defaults.timeMaster);
-  values.timeResponseValid = number(u"Time Response Valid", defaults.timeResponseValid);
-  values.timeResponseValidIfStatic =
-      number(u"Time Response Valid IFSTATIC", defaults.timeResponseValidIfStatic);
-  values.timeRequestGapIfStatic =
-      number(u"Time Request Gap IFSTATIC", defaults.timeRequestGapIfStatic);
-  values.timeNetworkChanges = number(u"Time Network Changes", defaults.timeNetworkChanges);
-  values.timeMulticastRequestAllowed =
-      number(u"Time Multicast Request Allowed", defaults.timeMulticastRequestAllowed);
-  values.staticDevicesIniFile = Padded<char16_t, platform::kSettingsTextCapacity>(
-      key.Text(u"TAL-VORN INI-File Static Devices"));
-  values.preferedIpVersion = number(u"Prefered IP Version", defaults.preferedIpVersion);
-  values.ipv6Active = number(u"IPv6 Active", defaults.ipv6Active);
+  for (const SettingName& one : kNames) {
+    if (one.number != nullptr)
+      values.*one.number = key.Number(one.name).value_or(defaults.*one.number);
+  }
+  values.staticDevicesIniFile =
+      Padded<char16_t, platform::kSettingsTextCapacity>(key.Text(kStaticDevicesSetting));
   return true;
 }
 
 std::uint32_t ReadDebugView() {
-  return SettingsKey::Open(kSettingsKey, SettingsAccess::kRead).Number(u"DebugView").value_or(0);
+  return SettingsKey::Open(kSettingsKey, SettingsAccess::kRead)
+      .Number(kDebugViewSetting)
+      .value_or(0);
 }
 
 std::array<char, kLogPathCapacity> ReadLogPath() {
   return Padded<char, kLogPathCapacity>(
-      SettingsKey::Open(kSettingsKey, SettingsAccess::kRead).NarrowText(u"Log Path"));
+      SettingsKey::Open(kSettingsKey, SettingsAccess::kRead).NarrowText(kLogPathSetting));
 }
 
 }  // namespace talvorn

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "platform/settings_store.h"
@@ -30,6 +31,20 @@ struct RegistryValues {
   std::uint32_t preferedIpVersion = 4;
   std::uint32_t ipv6Active = 1;
 };
+
+// A setting by its name, as administrators know it.
+struct SettingName {
+  std::u16string_view name;
+  std::uint32_t RegistryValues::*number = nullptr;  // null: none of the record's numbers
+  bool isText = false;                              // else a number
+};
+
+// Every setting there is.
+[[nodiscard]] std::span<const SettingName> SettingNames();
+
+inline constexpr std::u16string_view kStaticDevicesSetting = u"TAL-VORN INI-File Static Devices";
+inline constexpr std::u16string_view kDebugViewSetting = u"DebugView";
+inline constexpr std::u16string_view kLogPathSetting = u"Log Path";
 
 // Fills every field from the registry, or with its default where the value is
 // missing, of another type or too large. False, with the record untouched, when the

@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <pwd.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include <string>
 
 #include "platform/fault_injection.h"
+#include "platform/posix/account_name.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/forms/event_message.h"
 #include "platform/posix/io.h"
@@ -51,19 +51,6 @@ bool SendMessage(const std::string& path, const std::string& message) {
   const ssize_t sent = sendto(ReportSocket(), message.data(), message.size(),
                               MSG_DONTWAIT | MSG_NOSIGNAL, address->get(), address->size());
   return sent >= 0 || (errno != ENOENT && errno != ENOTDIR && errno != ECONNREFUSED);
-}
-
-// The account's name, or its number when it has none.
-std::string AccountName(uid_t uid) {
-  std::vector<char> buffer(1024);
-  constexpr std::size_t kLargest = 1 << 20;
-  passwd entry{};
-  passwd* found = nullptr;
-  while (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == ERANGE &&
-         buffer.size() < kLargest) {
-    buffer.resize(buffer.size() * 2);
-  }
-  return found != nullptr ? found->pw_name : std::to_string(uid);
 }
 
 }  // namespace

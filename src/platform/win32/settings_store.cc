@@ -83,6 +83,20 @@ std::optional<std::string> SettingsKey::NarrowText(std::u16string_view name) con
   return text;
 }
 
+std::vector<std::u16string> SettingsKey::Names() const {
+  constexpr std::size_t kLongestName = 16'383;
+  std::vector<std::u16string> names;
+  if (!valid()) return names;
+  std::vector<wchar_t> name(kLongestName + 1);
+  for (DWORD index = 0;; ++index) {
+    auto nameSize = static_cast<DWORD>(name.size());
+    if (RegEnumValueW(state_->key.get(), index, name.data(), &nameSize, nullptr, nullptr, nullptr,
+                      nullptr) != ERROR_SUCCESS)
+      return names;
+    if (nameSize > 0) names.push_back(FromNative(name.data(), nameSize));
+  }
+}
+
 std::vector<std::u16string> SettingsKey::PendingNumbers() const {
   std::vector<std::u16string> pending;
   if (!valid()) return pending;
@@ -112,5 +126,9 @@ bool SettingsKey::SetNumbers(std::span<const std::u16string> names, std::uint32_
   }
   return allSet;
 }
+
+std::string SettingsPlace() { return "HKEY_LOCAL_MACHINE"; }
+
+std::vector<std::string> SettingsObstacles() { return {}; }
 
 }  // namespace talvorn::platform

@@ -27,5 +27,6 @@
 #include <mswsock.h>
 #include <iphlpapi.h>
 #include <windows.h>
+#include <winternl.h>
 #include <tlhelp32.h>
 // clang-format on

@@ -16,10 +16,12 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/account.h"
 #include "platform/ascii_case.h"
 #include "platform/clock.h"
 #include "platform/fault_injection.h"
 #include "platform/obstacle.h"
+#include "platform/posix/account_name.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/forms/memory_file.h"
 #include "platform/posix/forms/message_queue.h"
@@ -285,6 +287,11 @@ bool Mailslot::AcceptOnlyFromOwnerOf(std::u16string_view name) {
   const auto owner = OwnerOf(name);
   if (owner) state_->queue.AcceptOnlyFrom(*owner);
   return owner.has_value();
+}
+
+std::string MailslotOwnerText(std::u16string_view name) {
+  const auto owner = IsMailslotName(name) ? OwnerOf(name) : std::nullopt;
+  return owner ? AccountName(*owner) : std::string();
 }
 
 Mailslot::Taken Mailslot::Take(Message& message, std::size_t largest) {

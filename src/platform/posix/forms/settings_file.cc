@@ -14,6 +14,9 @@ namespace {
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 
+// The first ones are enough to find the others.
+constexpr std::size_t kMostStrangeLines = 5;
+
 constexpr std::string_view kRoot = "HKEY_LOCAL_MACHINE\\";
 
 std::string LittleEndian(std::uint32_t value, std::size_t size) {
@@ -118,11 +121,11 @@ class SettingsFile::Parser {
     while (NextLine()) {
       LineCursor cursor(line_);
       if (cursor.RestIsEmpty()) continue;
-      if (cursor.Take('[')) {
-        ParseSection(cursor);
-      } else if (key_ != nullptr) {
-        ParseValue(cursor);
-      }
+      const std::size_t number = lineNumber_;
+      const bool understood =
+          cursor.Take('[') ? ParseSection(cursor) : key_ == nullptr || ParseValue(cursor);
+      if (!understood && file_.strangeLines_.size() < kMostStrangeLines)
+        file_.strangeLines_.push_back(number);
     }
   }
 
@@ -134,6 +137,7 @@ class SettingsFile::Parser {
     line_ = text_.substr(next_, end - next_);
     if (line_.ends_with('\r')) line_.remove_suffix(1);
     next_ = std::min(end + 1, text_.size());
+    ++lineNumber_;
     return true;
   }
 
@@ -141,36 +145,39 @@ class SettingsFile::Parser {
     return static_cast<std::size_t>(cursor.rest().data() - text_.data());
   }
 
-  void ParseSection(LineCursor& cursor) {
+  // False when the line is none that counts; also for a key of another root, as its values are not
+  // looked at.
+  bool ParseSection(LineCursor& cursor) {
     key_ = nullptr;
     const bool deletion = cursor.Take('-');
     const auto name = cursor.TakeSectionName();
-    if (!name || name->size() <= kRoot.size() || !StartsIgnoringCase(*name, kRoot)) return;
+    if (!name || name->size() <= kRoot.size() || !StartsIgnoringCase(*name, kRoot)) return false;
     const std::string path = Folded(WithoutTrailingSeparators(name->substr(kRoot.size())));
     if (deletion) {
       // The key and the keys below it, which stand together.
       file_.keys_.erase(path);
       file_.keys_.erase(file_.keys_.lower_bound(path + '\\'),
                         file_.keys_.lower_bound(path + static_cast<char>('\\' + 1)));
-      return;
+      return true;
     }
     key_ = &file_.keys_[path];
     key_->headerEnd = next_;
+    return true;
   }
 
-  void ParseValue(LineCursor& cursor) {
+  bool ParseValue(LineCursor& cursor) {
     Entry entry;
     if (!cursor.Take('@')) {
       const auto name = cursor.TakeQuoted();
-      if (!name || name->empty()) return;
+      if (!name || name->empty()) return false;
       // What is no character has the name that it is shown with.
       entry.value.name = WideToUtf8(Utf8ToWide(*name));
     }
     cursor.SkipBlanks();
-    if (!cursor.Take('=')) return;
+    if (!cursor.Take('=')) return false;
     cursor.SkipBlanks();
     entry.begin = OffsetOf(cursor);
-    if (!ParseData(cursor, entry)) return;
+    if (!ParseData(cursor, entry)) return false;
     const auto [known, added] =
         key_->index.try_emplace(Folded(entry.value.name), key_->entries.size());
     if (added) {
@@ -179,6 +186,7 @@ class SettingsFile::Parser {
       entry.value.name = key_->entries[known->second].value.name;
       key_->entries[known->second] = std::move(entry);
     }
+    return true;
   }
 
   bool ParseData(LineCursor& cursor, Entry& entry) {
@@ -240,6 +248,7 @@ class SettingsFile::Parser {
   const std::string_view text_;
   Key* key_ = nullptr;  // none outside of the keys that count
   std::size_t next_ = 0;
+  std::size_t lineNumber_ = 0;
   std::string_view line_;  // without its end
 };
 

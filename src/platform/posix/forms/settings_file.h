@@ -35,6 +35,9 @@ class SettingsFile {
   // In the order in which the names appear first; empty for no key.
   [[nodiscard]] std::vector<const Setting*> ValuesOf(std::string_view path) const;
 
+  // The numbers, from 1 on, of the first lines that were skipped though they are no comments.
+  [[nodiscard]] std::span<const std::size_t> strangeLines() const { return strangeLines_; }
+
   // The file's bytes with one change; all other bytes are kept. None when there is
   // no such key to hold the values.
   [[nodiscard]] std::string WithKey(std::string_view path) const;
@@ -74,6 +77,7 @@ class SettingsFile {
   bool isUtf16_ = false;
   std::string decoded_;              // of a file in UTF-16
   std::map<std::string, Key> keys_;  // by the path in capitals
+  std::vector<std::size_t> strangeLines_;
 };
 
 }  // namespace talvorn::platform

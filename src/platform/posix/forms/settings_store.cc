@@ -204,6 +204,14 @@ std::optional<std::string> SettingsKey::NarrowText(std::u16string_view name) con
   return text;
 }
 
+std::vector<std::u16string> SettingsKey::Names() const {
+  std::vector<std::u16string> names;
+  if (!valid()) return names;
+  for (const Setting* const value : state_->store->file.ValuesOf(state_->path))
+    if (!value->name.empty()) names.push_back(Utf8ToWide(value->name));
+  return names;
+}
+
 std::vector<std::u16string> SettingsKey::PendingNumbers() const {
   constexpr std::size_t kLongestName = 99;
   std::vector<std::u16string> pending;
@@ -226,6 +234,28 @@ bool SettingsKey::SetNumbers(std::span<const std::u16string> names, std::uint32_
            return file.WithNumbers(state_->path, plain, value);
          }) &&
          plain.size() == names.size();
+}
+
+std::string SettingsPlace() { return StorePath(); }
+
+std::vector<std::string> SettingsObstacles() {
+  const std::string path = StorePath();
+  const auto store = ReadStore();
+  if (!store) {
+    const bool missing = !MayUse(path, F_OK) && errno == ENOENT;
+    return missing
+               ? std::vector<std::string>{}
+               : std::vector{path + " cannot be read, or is larger than a settings file can be"};
+  }
+  std::vector<std::string> obstacles;
+  for (const std::size_t line : store->file.strangeLines()) {
+    obstacles.push_back(std::string("line ")
+                            .append(std::to_string(line))
+                            .append(" of ")
+                            .append(path)
+                            .append(" means nothing and is passed over"));
+  }
+  return obstacles;
 }
 
 }  // namespace talvorn::platform
