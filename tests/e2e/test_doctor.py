@@ -3,11 +3,13 @@
 import json
 import os
 import re
+import signal
 
 from lab import wire
 from lab.harness import NetworkTestCase, needs_accounts, only_on, wait_until
+from lab.static_network import CLOSE, DeviceFile, ScriptedDevices, reply
 
-FAST = {"Time Request": 1000}
+FAST = {"Time Request": 1000, "Time Response Valid": 4000}
 
 
 class DoctorTestCase(NetworkTestCase):
@@ -115,6 +117,80 @@ class Faults(DoctorTestCase):
         self.assert_complains_first(locator, "FAIL", "no device answers")
         self.assertRegex(str(self.complaints(locator, "10.9.9.9")[-1]),
                          "in no network with 10.9.9.9")
+
+    def test_settings(self):
+        locator = self.start_listening(self.here, settings=FAST)
+        self.simulate(self.there, "--interface", "dev0", "--devices", "1")
+        locator.wait_devices(1)
+        for name, wrong, right, expected in (
+                ("Time Master", "5000", 60000, '"Time Master" is stored, but not as a number'),
+                ("Log Path", 7, "", '"Log Path" is stored, but not as a text'),
+                ("Time Response Valid", 1999, 4000, 'is less than twice "Time Request"'),
+                ("Prefered IP Version", 5, 4, "neither 4 nor 6"),
+                ("TAL-VORN INI-File Static Devices", "/nowhere/at/all.ini", "",
+                 "cannot be read or lists none"),
+                ("Time Requst", 1, 1, r'"Time Requst" is no setting\. Is "Time Request" meant')):
+            with self.subTest(name):
+                locator.registry.set(name, wrong)
+                verdict = "FAIL" if "Static" in name else "warn"
+                self.assert_complains_first(locator, verdict, expected)
+                locator.registry.set(name, right)
+
+    @only_on("linux", "the settings are a file there")
+    def test_lines_without_meaning_and_a_lifetime_without_end(self):
+        locator = self.start_locator(self.here, "/dynamic", settings=FAST)
+        self.assert_complains_first(locator, "warn", "Multicast Request Allowed. is 0")
+        locator.registry.set("Time Multicast Request Allowed", 600_000)
+        path = locator.registry.path
+        with open(path, encoding="utf-8") as file:
+            text = file.read()
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text.replace('"Time Master"', '; "\x1b[2J\n"Time Master"=60000\n"Time Master"'))
+        self.assert_complains_first(locator, "warn", r"line \d+ of .* means nothing")
+
+    @only_on("linux", "the devices are on this machine")
+    def test_static_devices(self):
+        self.here.ip("route", "add", "local", "10.20.0.0/16", "dev", "lo")
+        devices = ScriptedDevices(self.here, {
+            "10.20.0.1": [reply(wire.record(9)), CLOSE], "10.20.0.2": [],
+            "10.20.0.3": [b"HTTP/1.0 400 Bad Request\r\n" * 30, CLOSE]})
+        self.addCleanup(devices.close)
+        file = DeviceFile(self.directory, {
+            "healthy": "10.20.0.1", "mute\x1b[2J": "10.20.0.2", "rubbish": "10.20.0.3",
+            "nobody": "192.168.10.2", "nowhere": "10.99.0.1", "wrong": "somewhere",
+            "no.such.device.invalid": None})
+        locator = self.start_listening(self.here, settings={
+            **FAST, "TAL-VORN INI-File Static Devices": file.path})
+        self.simulate(self.there, "--interface", "dev0", "--devices", "1")
+        locator.wait_devices(2)
+        complaints = self.complaints(locator)
+        for expected, (verdict, sentence) in zip((
+                r"wrong \(somewhere\) has an IpAddress that is no IPv4 address",
+                r"mute\\x1b\[2J \(10\.20\.0\.2\) accepts a connection, but sends no status",
+                r"rubbish \(.*\) sends what is no status", r"nobody \(.*\) accepts no connection",
+                r"nowhere \(.*\) accepts no connection",
+                r"no\.such\.device\.invalid has no address"), complaints, strict=True):
+            self.assertEqual(verdict, "FAIL")
+            self.assertRegex(sentence, "static device " + expected)
+
+    @only_on("linux", "there are no such counters on Windows")
+    def test_datagrams_that_nobody_takes(self):
+        locator = self.start_listening(self.here, settings=FAST)
+        device = self.device()
+        locator.signal(signal.SIGSTOP)
+        self.addCleanup(locator.signal, signal.SIGCONT)
+        answer = wire.record(5)
+
+        def dropped():
+            for _ in range(2_000):
+                device.send(answer)
+            metrics = self.tool(locator, "metrics", "--timeout", "0.1")
+            metrics.wait()
+            return re.search(r"^talvorn_udp_receive_drops [1-9]", metrics.out, re.MULTILINE)
+        wait_until(dropped, "a full buffer")
+        locator.signal(signal.SIGCONT)
+        wait_until(lambda: "5" in str(locator.devices()), "the device")
+        self.assert_complains_first(locator, "warn", r"the system has dropped \d+ datagrams")
 
     def test_foreign_text_commands_nothing(self):
         locator = self.start_listening(self.here, settings=FAST)

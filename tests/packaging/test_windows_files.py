@@ -39,9 +39,11 @@ class Settings(unittest.TestCase):
         (self.key, self.settings), = registry_keys("packaging/settings.reg").items()
 
     def test_the_source_knows_the_same(self):
-        known = re.findall(r'(number|Text|Number|NarrowText)\(u"([^"]+)"',
-                           text_of("src/support/settings.cc"))
-        types = {name: str if "Text" in reader else int for reader, name in known}
+        table = text_of("src/support/settings.cc").partition("kNames = ")[2].partition("});")[0]
+        named = dict(re.findall(r'(k\w+Setting) = u"([^"]+)"', text_of("src/support/settings.h")))
+        known = re.findall(r'\{(?:u"([^"]+)"|\.name = (\w+))(.*)\}', table)
+        types = {name or named[constant]: str if "isText" in rest else int
+                 for name, constant, rest in known}
         self.assertEqual(types, {name: type(value) for name, value in self.settings.items()})
 
     def test_the_documents_list_the_same(self):
