@@ -64,7 +64,8 @@ Trouble TroubleOf(StatusOutcome outcome) {
       return {" has no address: its name cannot be resolved",
               "Correct the name, ask who keeps the name server, or give the section an IpAddress."};
     case StatusOutcome::kRefused:
-      return {" accepts no connection on TCP port 4817", "Is it a device, is it started, and is there a way to its network?"};
+      return {" accepts no connection on TCP port 4817",
+              "Is it a device, is it started, and is there a way to its network?"};
     case StatusOutcome::kUnreachable:
       return {" does not answer on TCP port 4817",
               "Is it switched on, at this address, and does a firewall between drop the port?"};

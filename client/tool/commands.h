@@ -16,6 +16,9 @@ enum ExitStatus { kDone = 0, kFailed = 1, kWrongUsage = 2 };
 [[nodiscard]] int RunWatchCommand(const ToolOptions& options);    // watch
 [[nodiscard]] int RunLocatorCommand(const ToolOptions& options);  // version, log ...
 [[nodiscard]] int RunDoctorCommand(const ToolOptions& options);
+[[nodiscard]] int RunStatusCommand(const ToolOptions& options);
+[[nodiscard]] int RunSettingsCommand(const ToolOptions& options);
+[[nodiscard]] int RunBugReportCommand(const ToolOptions& options);
 [[nodiscard]] int RunHoldCommand(const ToolOptions& options);
 [[nodiscard]] int RunReinitCommand(const ToolOptions& options);
 [[nodiscard]] int RunMetricsCommand(const ToolOptions& options);

@@ -39,9 +39,11 @@ JsonWriter& JsonWriter::NarrowString(std::string_view text) {
   return *this;
 }
 
-JsonWriter& JsonWriter::Number(std::uint64_t number) {
+JsonWriter& JsonWriter::Number(std::uint64_t number) { return Word(std::to_string(number)); }
+
+JsonWriter& JsonWriter::Word(std::string_view word) {
   Separate();
-  text_.append(std::to_string(number));
+  text_.append(word);
   return *this;
 }
 

@@ -19,12 +19,15 @@ class JsonWriter {
   // A text in the narrow code page.
   JsonWriter& NarrowString(std::string_view text);
   JsonWriter& Number(std::uint64_t number);
+  JsonWriter& Bool(bool value) { return Word(value ? "true" : "false"); }
+  JsonWriter& Null() { return Word("null"); }
 
   [[nodiscard]] const std::string& text() const { return text_; }
 
  private:
   JsonWriter& Begin(char bracket);
   JsonWriter& End(char bracket);
+  JsonWriter& Word(std::string_view word);
   void Separate();
   void Quote(std::u16string_view text);
 

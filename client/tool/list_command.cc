@@ -39,14 +39,6 @@ Reading Read(LocatorClient& client, const ToolOptions& options) {
   return {.view = ViewOfItems(items.value)};
 }
 
-std::string TableText(const View& view) {
-  Table table(view.headings);
-  for (const ViewRow& row : view.rows) table.AddRow(row.cells);
-  std::string text;
-  for (const std::string& line : table.Lines()) text.append(line).append("\n");
-  return text;
-}
-
 std::string NowText() { return TimeText(platform::SystemClock().LocalTime()); }
 
 int ListOnce(LocatorClient& client, const ToolOptions& options) {

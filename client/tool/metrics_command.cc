@@ -5,12 +5,9 @@
 #include "client/tool/commands.h"
 #include "client/tool/metrics.h"
 #include "client/tool/session.h"
-#include "command_line/concat.h"
-#include "command_line/terminal_text.h"
 #include "devices/status_frame.h"
 #include "exchange/messages/messages.h"
 #include "platform/clock.h"
-#include "platform/file_replacement.h"
 #include "platform/named_object.h"
 #include "platform/udp_drops.h"
 
@@ -41,17 +38,6 @@ ClientStatus AskLocator(LocatorClient& client, LocatorNumbers& numbers) {
   return ClientStatus::kOk;
 }
 
-int WriteMetrics(const std::string& text, const std::string& file) {
-  if (file.empty()) return Print(text);
-  const std::error_code error = platform::ReplaceFileContent(file, text);
-  if (!error) return kDone;
-  std::string reason = error.message();
-  reason.erase(reason.find_last_not_of(" .\r\n") + 1);
-  Complain(
-      Concat({"'", EscapeForTerminal(file), "' cannot be written: ", EscapeForTerminal(reason)}));
-  return kFailed;
-}
-
 }  // namespace
 
 int RunMetricsCommand(const ToolOptions& options) {
@@ -70,7 +56,8 @@ int RunMetricsCommand(const ToolOptions& options) {
       numbers.locator.has_value() || platform::NamedMutex::Open(kServiceMutex).valid();
   numbers.receiveDrops = platform::UdpReceiveDrops(kStatusPort);
   numbers.takenAt = platform::SystemClock().SystemTime();
-  return WriteMetrics(MetricsText(numbers), options.outputFile);
+  const std::string text = MetricsText(numbers);
+  return options.outputFile.empty() ? Print(text) : WriteFile(options.outputFile, text);
 }
 
 }  // namespace talvorn

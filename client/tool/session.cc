@@ -2,7 +2,9 @@
 
 #include "client/tool/commands.h"
 #include "command_line/concat.h"
+#include "command_line/terminal_text.h"
 #include "platform/console.h"
+#include "platform/file_replacement.h"
 #include "platform/process.h"
 
 namespace talvorn {
@@ -62,6 +64,16 @@ int Conclude(ClientStatus status) {
   if (status == ClientStatus::kOk || status == ClientStatus::kInterrupted) return kDone;
   Complain(TroubleOf(status));
   return status == ClientStatus::kBadRequest ? kWrongUsage : kFailed;
+}
+
+int WriteFile(const std::string& file, const std::string& text) {
+  const std::error_code error = platform::ReplaceFileContent(file, text);
+  if (!error) return kDone;
+  std::string reason = error.message();
+  reason.erase(reason.find_last_not_of(" .\r\n") + 1);
+  Complain(
+      Concat({"'", EscapeForTerminal(file), "' cannot be written: ", EscapeForTerminal(reason)}));
+  return kFailed;
 }
 
 bool InterruptedWithin(std::uint32_t milliseconds) {

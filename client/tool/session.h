@@ -33,6 +33,9 @@ void Complain(const Trouble& trouble);
 // The exit status for a request that ended so; complains about what is no success.
 [[nodiscard]] int Conclude(ClientStatus status);
 
+// Replaces a file as a whole; complains when that fails. Returns the exit status.
+[[nodiscard]] int WriteFile(const std::string& file, const std::string& text);
+
 [[nodiscard]] bool Interrupted();
 // True when the user has asked for the end within this time.
 [[nodiscard]] bool InterruptedWithin(std::uint32_t milliseconds);

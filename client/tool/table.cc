@@ -42,4 +42,10 @@ std::vector<std::string> Table::Lines() const {
   return lines;
 }
 
+std::string Table::Text() const {
+  std::string text;
+  for (const std::string& line : Lines()) text.append(line).append("\n");
+  return text;
+}
+
 }  // namespace talvorn

@@ -17,6 +17,8 @@ class Table {
 
   // The line of the headings and one line for each row, without blanks at their ends.
   [[nodiscard]] std::vector<std::string> Lines() const;
+  // The same lines as one text.
+  [[nodiscard]] std::string Text() const;
 
  private:
   std::vector<std::vector<std::string>> rows_;  // the headings first

@@ -32,6 +32,12 @@ int ToolMain(const std::vector<std::string>& arguments) {
       return RunLocatorCommand(options);
     case ToolCommand::kDoctor:
       return RunDoctorCommand(options);
+    case ToolCommand::kStatus:
+      return RunStatusCommand(options);
+    case ToolCommand::kSettings:
+      return RunSettingsCommand(options);
+    case ToolCommand::kBugReport:
+      return RunBugReportCommand(options);
     case ToolCommand::kHold:
       return RunHoldCommand(options);
     case ToolCommand::kReinit:

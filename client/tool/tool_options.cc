@@ -62,6 +62,26 @@ std::vector<Option> AnswerOptions(ToolOptions& options) {
   return {JsonOption(options, "a JSON document, for programs"), TimeoutOption(options)};
 }
 
+std::vector<Option> StatusOptions(ToolOptions& options) {
+  return {{"--listen", "SECONDS",
+           "listens to the network so long, for other locators and for\ndevices (default 0)",
+           TakeSeconds(options.listenMs, 0, kMaxMs)},
+          JsonOption(options, "a JSON document, for programs"),
+          TimeoutOption(options)};
+}
+
+std::vector<Option> SettingsOptions(ToolOptions& options) {
+  return {JsonOption(options, "a JSON document, for programs")};
+}
+
+std::vector<Option> BugReportOptions(ToolOptions& options) {
+  return {{"--anonymous", "",
+           "without the names of devices, hosts and accounts, without what\n"
+           "items hold, and without the locator's reports",
+           TakeSwitch(options.anonymous)},
+          TimeoutOption(options)};
+}
+
 std::vector<Option> WatchOptions(ToolOptions& options) {
   return {{"--all", "", "begins with everything that is there already", TakeSwitch(options.all)},
           {"--interval", "SECONDS",
@@ -129,6 +149,23 @@ constexpr auto kCommands = std::to_array<CommandEntry>({
      "network. DEVICE, an address or a serial number: the way of that one device as well.\n"
      "Exit status 1 when something failed.\n",
      AnswerOptions, &ToolOptions::subject},
+    {"status", "", ToolCommand::kStatus, "the locator and its interfaces at a glance",
+     "Shows the locator with its lifetime, how many devices and items it has, the interfaces that\n"
+     "it uses or does not, dropped datagrams, its last request and the last answer. Sends nothing\n"
+     "to the network; --listen adds who else asks there and how many devices answer.\n",
+     StatusOptions, nullptr},
+    {"settings", "", ToolCommand::kSettings, "the settings in force, and where they come from",
+     "Shows every setting with its value and where that comes from: \"stored\", or \"default\" "
+     "when\n"
+     "nothing is stored or what is stored has a wrong type. A locator that runs has read most of\n"
+     "them at its start.\n",
+     SettingsOptions, nullptr},
+    {"bugreport", "[FILE]", ToolCommand::kBugReport, "one text file with all that helps to help",
+     "Writes what the other commands say into one text file, to be read and sent to whoever "
+     "helps:\n"
+     "versions, doctor, status, settings, interfaces, devices, items, and the locator's last 200\n"
+     "reports. Says what it will contain first. Without FILE it makes talvorn-report-DATE.txt.\n",
+     BugReportOptions, &ToolOptions::outputFile},
     {"version", "", ToolCommand::kVersion, "the version of the locator",
      "Asks the locator for its version.\n", AnswerOptions, nullptr},
     {"log path", "[DIR]", ToolCommand::kLogPath, "where client programs write their logs",

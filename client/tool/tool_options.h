@@ -18,6 +18,9 @@ enum class ToolCommand {
   kVersion,
   kWatch,
   kDoctor,
+  kStatus,
+  kSettings,
+  kBugReport,
   kLogStart,
   kLogStop,
   kLogPath,
@@ -40,8 +43,10 @@ struct ToolOptions {
   bool resetDirectory = false;             // kLogPath
   std::string subject;                     // kDoctor: address or serial; empty: all devices
   std::string address;                     // kReinit
-  std::string outputFile;                  // kMetrics: empty is standard output
-  std::string shell;                       // kCompletion: its name
+  std::string outputFile;      // kMetrics: empty is standard output; kBugReport: a new one
+  std::uint32_t listenMs = 0;  // kStatus: how long to listen to the network
+  bool anonymous = false;      // kBugReport: without names
+  std::string shell;           // kCompletion: its name
 };
 
 struct ToolMistake {

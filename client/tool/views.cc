@@ -4,8 +4,11 @@
 #include <array>
 #include <chrono>
 
+#include "client/tool/table.h"
 #include "command_line/concat.h"
 #include "command_line/terminal_text.h"
+#include "platform/settings_store.h"
+#include "platform/text_encoding.h"
 #include "support/byte_io.h"
 #include "support/text_format.h"
 
@@ -19,6 +22,24 @@ constexpr std::size_t kShortDigest = 8;
 bool IsPrintable(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte >= 0x20 && byte != 0x7F;
+}
+
+std::string ValueText(const SettingInForce& setting) {
+  if (const auto* const number = std::get_if<std::uint32_t>(&setting.value))
+    return std::to_string(*number);
+  return platform::WideToUtf8(std::get<std::u16string>(setting.value));
+}
+
+std::string_view SourceWord(SettingSource source) {
+  switch (source) {
+    case SettingSource::kDefault:
+      return "default";
+    case SettingSource::kStored:
+      return "stored";
+    case SettingSource::kUnusable:
+      break;
+  }
+  return "unusable";
 }
 
 void SortByKey(std::vector<ViewRow>& rows) { std::ranges::stable_sort(rows, {}, &ViewRow::key); }
@@ -85,6 +106,28 @@ View ViewOfItems(std::span<const DeviceItem> items) {
   return view;
 }
 
+View ViewOfSettings(const SettingList& settings) {
+  View view{.title = {}, .headings = {"SETTING", "VALUE", "FROM"}};
+  for (const SettingInForce& one : settings.known) {
+    std::string name = platform::WideToUtf8(one.name);
+    const std::string value = ValueText(one);
+    std::string from(SourceWord(one.source));
+    if (one.source == SettingSource::kUnusable) from = "default: what is stored has a wrong type";
+    view.rows.push_back({name, {name, value.empty() ? "-" : EscapeForTerminal(value), from}});
+  }
+  for (const std::u16string& unknown : settings.unknown) {
+    std::string name = platform::WideToUtf8(unknown);
+    view.rows.push_back({name, {EscapeForTerminal(name), "-", "stored, but no setting"}});
+  }
+  return view;
+}
+
+std::string TableText(const View& view) {
+  Table table(view.headings);
+  for (const ViewRow& row : view.rows) table.AddRow(row.cells);
+  return table.Text();
+}
+
 std::string DevicesJson(std::span<const DeviceRecord> devices) {
   JsonWriter json;
   json.BeginObject().Key("devices").BeginArray();
@@ -111,6 +154,25 @@ void WriteDevice(JsonWriter& json, const DeviceRecord& device) {
   json.Key("hostIpv4").NarrowString(device.hostIpv4.view());
   json.Key("hostIpv6").NarrowString(device.hostIpv6.view());
   json.EndObject();
+}
+
+void WriteSettings(JsonWriter& json, const SettingList& settings) {
+  json.Key("place").String(platform::SettingsPlace());
+  json.Key("settings").BeginArray();
+  for (const SettingInForce& one : settings.known) {
+    json.BeginObject();
+    json.Key("name").String(platform::WideToUtf8(one.name));
+    json.Key("value");
+    if (const auto* const number = std::get_if<std::uint32_t>(&one.value))
+      json.Number(*number);
+    else
+      json.String(ValueText(one));
+    json.Key("source").String(SourceWord(one.source));
+    json.EndObject();
+  }
+  json.EndArray().Key("unknown").BeginArray();
+  for (const std::u16string& name : settings.unknown) json.String(platform::WideToUtf8(name));
+  json.EndArray();
 }
 
 void WriteItem(JsonWriter& json, const DeviceItem& item) {

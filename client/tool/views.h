@@ -1,4 +1,4 @@
-// Devices and items as the tool shows them, to people and to programs.
+// Devices, items and settings as the tool shows them, to people and to programs.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +12,7 @@
 #include "client/tool/json_writer.h"
 #include "devices/device_record.h"
 #include "support/file_time.h"
+#include "support/setting_list.h"
 
 namespace talvorn {
 
@@ -33,6 +34,11 @@ struct View {
 [[nodiscard]] View ViewOfDevices(std::span<const DeviceRecord> devices);
 [[nodiscard]] View ViewOfItems(std::span<const DeviceItem> items);
 
+[[nodiscard]] View ViewOfSettings(const SettingList& settings);
+
+// Headings and rows, aligned.
+[[nodiscard]] std::string TableText(const View& view);
+
 // One line each.
 [[nodiscard]] std::string DevicesJson(std::span<const DeviceRecord> devices);
 [[nodiscard]] std::string ItemsJson(std::span<const DeviceItem> items);
@@ -52,6 +58,8 @@ struct View {
 [[nodiscard]] std::string SerialText(std::uint32_t serial);
 
 void WriteDevice(JsonWriter& json, const DeviceRecord& device);
+// The members of an object: "place", "settings", "unknown".
+void WriteSettings(JsonWriter& json, const SettingList& settings);
 void WriteItem(JsonWriter& json, const DeviceItem& item);
 
 [[nodiscard]] std::string TimeText(FileTime local);     // "14:03:07"

@@ -1,4 +1,4 @@
-// Accounts and the machine by their names, for people; UTF-8.
+// Accounts, the machine and its system by their names, for people; UTF-8.
 #pragma once
 
 #include <string>
@@ -14,5 +14,8 @@ namespace talvorn::platform {
 
 // The machine's name; empty when it has none.
 [[nodiscard]] std::string MachineName();
+
+// "Linux 6.1.0 x86_64".
+[[nodiscard]] std::string SystemText();
 
 }  // namespace talvorn::platform

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <pwd.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <array>
@@ -28,6 +29,16 @@ std::string AccountText() { return AccountName(geteuid()); }
 std::string MachineName() {
   std::array<char, 256> name{};
   return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
+std::string SystemText() {
+  utsname names{};
+  if (uname(&names) != 0) return {};
+  return std::string(names.sysname)
+      .append(" ")
+      .append(names.release)
+      .append(" ")
+      .append(names.machine);
 }
 
 }  // namespace talvorn::platform

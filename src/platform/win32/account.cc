@@ -5,6 +5,7 @@
 
 #include "platform/text_encoding.h"
 #include "platform/win32/handle.h"
+#include "platform/win32/system_function.h"
 #include "platform/win32/wide_text.h"
 #include "platform/win32/windows_api.h"
 
@@ -70,6 +71,21 @@ std::string MachineName() {
   DWORD size = name.size();
   return GetComputerNameW(name.data(), &size) == FALSE ? std::string()
                                                        : WideToUtf8(FromNative(name.data(), size));
+}
+
+// What the system says of itself; GetVersion() says what a program was made for.
+std::string SystemText() {
+  using Get = NTSTATUS(NTAPI*)(OSVERSIONINFOW*);
+  const auto get = SystemFunction<Get>(L"ntdll.dll", "RtlGetVersion");
+  OSVERSIONINFOW version{};
+  version.dwOSVersionInfoSize = sizeof(version);
+  if (get == nullptr || get(&version) < 0) return "Windows";
+  return std::string("Windows ")
+      .append(std::to_string(version.dwMajorVersion))
+      .append(".")
+      .append(std::to_string(version.dwMinorVersion))
+      .append(".")
+      .append(std::to_string(version.dwBuildNumber));
 }
 
 }  // namespace talvorn::platform

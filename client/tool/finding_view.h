@@ -1,0 +1,16 @@
+// Findings of the doctor as the tool shows them.
+#pragma once
+
+#include <string>
+
+#include "client/doctor/finding.h"
+#include "client/tool/json_writer.h"
+
+namespace talvorn {
+
+// One line, safe for a terminal; colours are for one.
+[[nodiscard]] std::string FindingLine(const Finding& finding, bool colours);
+
+void WriteFinding(JsonWriter& json, const Finding& finding);
+
+}  // namespace talvorn
