@@ -3,7 +3,10 @@
 import json
 import os
 import re
+import shutil
 import signal
+import subprocess
+import unittest
 
 from lab import wire
 from lab.harness import NetworkTestCase, needs_accounts, only_on, wait_until
@@ -167,11 +170,32 @@ class Faults(DoctorTestCase):
         for expected, (verdict, sentence) in zip((
                 r"wrong \(somewhere\) has an IpAddress that is no IPv4 address",
                 r"mute\\x1b\[2J \(10\.20\.0\.2\) accepts a connection, but sends no status",
-                r"rubbish \(.*\) sends what is no status", r"nobody \(.*\) accepts no connection",
+                r"rubbish \(.*\) sends what is no status", r"nobody \(.*\) (accepts no connection|does not answer)",
                 r"nowhere \(.*\) accepts no connection",
                 r"no\.such\.device\.invalid has no address"), complaints, strict=True):
             self.assertEqual(verdict, "FAIL")
             self.assertRegex(sentence, "static device " + expected)
+
+    @only_on("linux", "the firewall is one of Linux")
+    @unittest.skipUnless(shutil.which("nft"), "needs nftables")
+    def test_a_firewall(self):
+        locator = self.start_listening(self.here, settings=FAST)
+        self.simulate(self.there, "--interface", "dev0", "--devices", "1")
+        locator.wait_devices(1)
+        for chain, rules, expected in (
+                ("input", "udp dport 4817 drop", "nftables drops incoming UDP 4817 .*chain guard"),
+                ("output", "udp dport 4800-4900 reject", "nftables drops outgoing UDP 4817")):
+            with self.subTest(chain), self.here:
+                subprocess.run(["nft", "-f", "-"], check=True, text=True, input=f"""
+                    table inet house {{
+                        chain guard {{
+                            type filter hook {chain} priority 0
+                            {rules}
+                        }}
+                    }}""")
+            self.assert_complains_first(locator, "FAIL", expected)
+            with self.here:
+                subprocess.run(["nft", "delete", "table", "inet", "house"], check=True)
 
     @only_on("linux", "there are no such counters on Windows")
     def test_datagrams_that_nobody_takes(self):
