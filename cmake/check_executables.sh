@@ -3,7 +3,7 @@
 # OBJDUMP VERSION FILES...
 set -euo pipefail
 readonly largest=$((2 << 20))
-readonly of_the_system='advapi32|iphlpapi|kernel32|msvcrt|mswsock|rpcrt4|user32|ws2_32'
+readonly of_the_system='advapi32|iphlpapi|kernel32|msvcrt|mswsock|ole32|oleaut32|rpcrt4|user32|ws2_32'
 objdump=$1
 version=$2
 shift 2
