@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/foreign_text.h"
 #include "platform/terminal_escape.h"
 #include "platform/text_encoding.h"
 
@@ -47,9 +48,9 @@ std::string EscapeForTerminal(std::string_view utf8) {
   return platform::EscapeForTerminal(platform::Utf8ToWide(utf8));
 }
 
-std::string EscapeNarrow(std::string_view text) {
+std::string EscapeForeign(std::string_view text) {
   if (IsPlainAscii(text)) return std::string(text);
-  return platform::EscapeForTerminal(platform::NarrowToWide(text));
+  return platform::EscapeForTerminal(platform::ForeignToWide(text));
 }
 
 std::size_t DisplayWidth(std::string_view utf8) {

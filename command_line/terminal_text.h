@@ -9,8 +9,8 @@ namespace talvorn {
 
 [[nodiscard]] std::string EscapeForTerminal(std::string_view utf8);
 
-// A text in the narrow code page, as devices and the locator send them.
-[[nodiscard]] std::string EscapeNarrow(std::string_view text);
+// A text as devices send it, in their code page.
+[[nodiscard]] std::string EscapeForeign(std::string_view text);
 
 // Columns that a text takes up: two for wide East Asian characters and pictographs,
 // none for combining marks.

@@ -9,6 +9,7 @@
 #include "library/sized_structure.h"
 #include "library/status.h"
 #include "platform/event.h"
+#include "platform/foreign_text.h"
 #include "platform/mailslot_name.h"
 #include "platform/text_encoding.h"
 #include "talvorn/talvorn.h"
@@ -93,6 +94,7 @@ talvorn_status talvorn_client_open(const talvorn_client_options* options, talvor
     talvorn_client_options given;
     if (const talvorn_status status = TakeOptions(options, given); status != TALVORN_OK)
       return status;
+    if (!platform::CodePageObstacle().empty()) return TALVORN_BAD_ARGUMENT;
     ClientOptions own;
     if (given.timeout_ms != 0) own.timeoutMs = given.timeout_ms;
     if (given.reply_mailslot != nullptr) {

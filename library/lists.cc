@@ -6,6 +6,7 @@
 
 #include "client/item_digest.h"
 #include "library/sized_structure.h"
+#include "platform/foreign_text.h"
 #include "platform/text_encoding.h"
 
 namespace talvorn {
@@ -28,7 +29,7 @@ std::unique_ptr<talvorn_device_list> ListOf(std::vector<DeviceRecord> devices) {
   auto list = std::make_unique<talvorn_device_list>();
   const auto text = [&](std::string_view narrow) {
     if (narrow.empty()) return "";
-    return list->texts.emplace_back(platform::WideToUtf8(platform::NarrowToWide(narrow))).c_str();
+    return list->texts.emplace_back(platform::WideToUtf8(platform::ForeignToWide(narrow))).c_str();
   };
   list->devices.reserve(devices.size());
   for (const DeviceRecord& device : devices) {

@@ -10,6 +10,7 @@
 #include "devices/static_devices.h"
 #include "devices/status_exchange.h"
 #include "platform/device_file.h"
+#include "platform/foreign_text.h"
 #include "platform/text_encoding.h"
 #include "platform/thread.h"
 
@@ -98,7 +99,7 @@ void Tell(const Examination& examination, const Asked& asked) {
   std::string name = NameOf(asked.listed);
   if (asked.outcome == StatusOutcome::kAnswered) {
     examination.Ok(kCheck, Concat({"static device ", name, " answers, serial ",
-                                   platform::WideToUtf8(platform::NarrowToWide(asked.serial))}));
+                                   platform::WideToUtf8(platform::ForeignToWide(asked.serial))}));
     return;
   }
   const Trouble trouble = TroubleOf(asked.outcome);

@@ -6,6 +6,7 @@
 #include "command_line/concat.h"
 #include "discovery/usable_interface.h"
 #include "platform/address.h"
+#include "platform/foreign_text.h"
 #include "platform/network_interfaces.h"
 #include "platform/text_encoding.h"
 
@@ -14,8 +15,8 @@ namespace {
 
 constexpr std::string_view kCheck = "device";
 
-std::string Utf8(std::string_view narrow) {
-  return platform::WideToUtf8(platform::NarrowToWide(narrow));
+std::string Utf8(std::string_view foreign) {
+  return platform::WideToUtf8(platform::ForeignToWide(foreign));
 }
 
 bool IsSerial(std::string_view subject) {

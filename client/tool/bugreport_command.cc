@@ -89,7 +89,7 @@ class BugReport {
 
   template <class Field>
   void Replace(std::string_view kind, Field& field) {
-    if (!field.view().empty()) field.Assign(standIns_.For(kind, EscapeNarrow(field.view())));
+    if (!field.view().empty()) field.Assign(standIns_.For(kind, EscapeForeign(field.view())));
   }
 
   std::string Versions() const {

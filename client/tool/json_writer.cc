@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "platform/foreign_text.h"
 #include "platform/text_encoding.h"
 #include "support/text_format.h"
 
@@ -33,9 +34,9 @@ JsonWriter& JsonWriter::String(std::string_view utf8) {
   return *this;
 }
 
-JsonWriter& JsonWriter::NarrowString(std::string_view text) {
+JsonWriter& JsonWriter::ForeignString(std::string_view text) {
   Separate();
-  Quote(platform::NarrowToWide(text));
+  Quote(platform::ForeignToWide(text));
   return *this;
 }
 

@@ -16,8 +16,8 @@ class JsonWriter {
   JsonWriter& Key(std::string_view name);
 
   JsonWriter& String(std::string_view utf8);
-  // A text in the narrow code page.
-  JsonWriter& NarrowString(std::string_view text);
+  // A text as devices send it, in their code page.
+  JsonWriter& ForeignString(std::string_view text);
   JsonWriter& Number(std::uint64_t number);
   JsonWriter& Bool(bool value) { return Word(value ? "true" : "false"); }
   JsonWriter& Null() { return Word("null"); }

@@ -1,8 +1,11 @@
 // talvorn: the command-line client of the locator.
 #include "client/tool/commands.h"
+#include "client/tool/session.h"
 #include "client/tool/tool_options.h"
 #include "command_line/concat.h"
+#include "command_line/terminal_text.h"
 #include "platform/console.h"
+#include "platform/foreign_text.h"
 #include "platform/process.h"
 #include "version.h"
 
@@ -13,6 +16,10 @@ int ToolMain(const std::vector<std::string>& arguments) {
   if (const auto mistake = ParseToolOptions(arguments, options)) {
     (void)platform::WriteError(
         Concat({"talvorn: ", mistake->sentence, "\nTry '", mistake->helpWith, "'.\n"}));
+    return kWrongUsage;
+  }
+  if (const std::string obstacle = platform::CodePageObstacle(); !obstacle.empty()) {
+    Complain(Concat({EscapeForTerminal(obstacle), ". 'iconv -l' lists those there are"}));
     return kWrongUsage;
   }
   switch (options.command) {

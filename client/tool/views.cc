@@ -58,14 +58,14 @@ std::string SerialText(std::uint32_t serial) {
 }
 
 std::string TextCell(std::string_view narrow) {
-  return narrow.empty() ? "-" : EscapeNarrow(narrow);
+  return narrow.empty() ? "-" : EscapeForeign(narrow);
 }
 
 std::string AddressCell(const DeviceRecord& device) {
   const std::string_view ipv4 = device.deviceIpv4.view();
   const std::string_view ipv6 = device.deviceIpv6.view();
   if (ipv4.empty() || ipv6.empty()) return TextCell(ipv4.empty() ? ipv6 : ipv4);
-  return Concat({EscapeNarrow(ipv4), " ", EscapeNarrow(ipv6)});
+  return Concat({EscapeForeign(ipv4), " ", EscapeForeign(ipv6)});
 }
 
 std::string ContentPreview(const DeviceItem& item) {
@@ -73,7 +73,7 @@ std::string ContentPreview(const DeviceItem& item) {
   text = text.substr(0, text.find_last_not_of('\0') + 1);
   if (text.empty()) return "-";
   if (std::ranges::all_of(text, IsPrintable))
-    return CutToWidth(EscapeNarrow(text), kPreviewColumns);
+    return CutToWidth(EscapeForeign(text), kPreviewColumns);
   const auto first = item.content().first(std::min(item.content().size(), kPreviewBytes));
   return Concat({"0x", HexText(first), first.size() < item.content().size() ? "\u2026" : ""});
 }
@@ -144,15 +144,15 @@ std::string ItemsJson(std::span<const DeviceItem> items) {
 
 void WriteDevice(JsonWriter& json, const DeviceRecord& device) {
   json.BeginObject();
-  json.Key("serial").NarrowString(device.deviceSerial.view());
-  json.Key("alias").NarrowString(device.deviceAlias.view());
-  json.Key("status").NarrowString(device.deviceStatus.view());
-  json.Key("clip").NarrowString(device.deviceClip.view());
-  json.Key("ipv4").NarrowString(device.deviceIpv4.view());
-  json.Key("ipv6").NarrowString(device.deviceIpv6.view());
-  json.Key("hostAlias").NarrowString(device.hostAlias.view());
-  json.Key("hostIpv4").NarrowString(device.hostIpv4.view());
-  json.Key("hostIpv6").NarrowString(device.hostIpv6.view());
+  json.Key("serial").ForeignString(device.deviceSerial.view());
+  json.Key("alias").ForeignString(device.deviceAlias.view());
+  json.Key("status").ForeignString(device.deviceStatus.view());
+  json.Key("clip").ForeignString(device.deviceClip.view());
+  json.Key("ipv4").ForeignString(device.deviceIpv4.view());
+  json.Key("ipv6").ForeignString(device.deviceIpv6.view());
+  json.Key("hostAlias").ForeignString(device.hostAlias.view());
+  json.Key("hostIpv4").ForeignString(device.hostIpv4.view());
+  json.Key("hostIpv6").ForeignString(device.hostIpv6.view());
   json.EndObject();
 }
 

@@ -48,7 +48,7 @@ struct View {
 
 // The address or addresses, "-" when there is none.
 [[nodiscard]] std::string AddressCell(const DeviceRecord& device);
-// The narrow text, "-" when it is empty.
+// A text of a device, "-" when it is empty.
 [[nodiscard]] std::string TextCell(std::string_view narrow);
 
 // The content as quoted text where it is one, else its first bytes.

@@ -8,7 +8,7 @@ import signal
 import time
 
 from lab import wire
-from lab.harness import NetworkTestCase, wait_until
+from lab.harness import NetworkTestCase, only_on, wait_until
 
 NASTY = "\x1b[2J\x9b31m\x07\r\n\x7f evil"
 
@@ -46,6 +46,24 @@ class Tool(NetworkTestCase):
         # 0x9b is a quotation mark there, in the code page of the devices.
         self.assertEqual((device["serial"], device["ipv4"], device["alias"]),
                          ("5", "192.168.10.20", NASTY.replace("\x9b", "\u203a")))
+
+    @only_on("linux", "Windows has a code page of its own")
+    def test_devices_speak_the_code_page_that_the_user_names(self):
+        locator = self.start_listening(self.here, settings={"Time Response Valid": 600000})
+        alias = "\u0426\u0435\u0445 7"
+        self.device().send(wire.record(5, alias=alias.encode("cp1251").decode("latin-1")))
+        wait_until(locator.devices, "the device")
+
+        def said(page, *arguments):
+            tool = self.tool(locator, *arguments, environment={"TALVORN_CODE_PAGE": page})
+            return tool.wait(), tool.out, tool.err
+        self.assertIn(alias, said("1251", "devices")[1])
+        (device,) = json.loads(said("utf-8,CP1251", "devices", "--json")[1])["devices"]
+        self.assertEqual(device["alias"], alias)
+        self.assertIn("\u00d6\u00e5\u00f5 7", said("", "devices")[1])
+        status, out, err = said("\x1b[2J", "devices")
+        self.assertEqual((status, out), (2, ""))
+        self.assertIn('TALVORN_CODE_PAGE is "\\x1b[2J", which names no code page', err)
 
     def test_tables_come_one_after_the_other_where_there_is_no_terminal(self):
         locator = self.start_listening(self.here)

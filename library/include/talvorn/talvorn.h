@@ -10,7 +10,10 @@
  *     talvorn_client_close(client);
  *   }
  *
- * Texts are UTF-8 and end with a zero byte. Times are in milliseconds.
+ * Texts are UTF-8 and end with a zero byte. Times are in milliseconds. What devices send has no
+ * code page of its own: it is read in the system's on Windows, elsewhere in Windows-1252 or in the
+ * one that the environment variable TALVORN_CODE_PAGE names ("1251", "utf-8,CP932") when the first
+ * client is opened; one that does not exist is TALVORN_BAD_ARGUMENT to talvorn_client_open().
  *
  * Threads: a client, a watch or a presence is used by one thread at a time, and any number of
  * each may be in use at once; talvorn_client_interrupt() alone may be called from any thread.

@@ -11,7 +11,7 @@ TEST(JsonWriter, SeparatesAndEscapes) {
   json.Key("list").BeginArray().Number(1).BeginObject().EndObject().BeginArray().EndArray();
   json.EndArray();
   json.Key("text").String("a\"b\\c\n\t\x1b\x7f\u0085\u202E\U000E0041\U0001F600\u00FC/");
-  json.Key("narrow").NarrowString("\x80\x81\xFC");
+  json.Key("narrow").ForeignString("\x80\x81\xFC");
   json.Key("ill-formed").String("\xC3");
   json.EndObject();
   EXPECT_EQ(json.text(), R"({"list":[1,{},[]],)"
