@@ -1,8 +1,9 @@
 #include "command_line/terminal_text.h"
 
 #include <algorithm>
-#include <array>
+#include <span>
 
+#include "command_line/character_widths.h"
 #include "platform/foreign_text.h"
 #include "platform/terminal_escape.h"
 #include "platform/text_encoding.h"
@@ -10,26 +11,11 @@
 namespace talvorn {
 namespace {
 
-struct Range {
-  char32_t first;
-  char32_t last;
-};
-
-template <std::size_t kCount>
-bool IsIn(const std::array<Range, kCount>& ranges, char32_t c) {
-  return std::ranges::any_of(ranges, [c](Range r) { return c >= r.first && c <= r.last; });
+// In ranges that ascend.
+bool IsIn(std::span<const CharacterRange> ranges, char32_t c) {
+  const auto range = std::ranges::lower_bound(ranges, c, {}, &CharacterRange::last);
+  return range != ranges.end() && c >= range->first;
 }
-
-constexpr std::array<Range, 8> kWide{{{0x1100, 0x115F},
-                                      {0x2E80, 0xA4CF},
-                                      {0xAC00, 0xD7A3},
-                                      {0xF900, 0xFAFF},
-                                      {0xFE30, 0xFE6F},
-                                      {0xFF00, 0xFF60},
-                                      {0x1F300, 0x1FAFF},
-                                      {0x20000, 0x3FFFD}}};
-constexpr std::array<Range, 5> kCombining{
-    {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x20D0, 0x20FF}, {0xFE20, 0xFE2F}}};
 
 bool IsPlainAscii(std::string_view text) {
   return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
@@ -37,8 +23,8 @@ bool IsPlainAscii(std::string_view text) {
 
 std::size_t WidthOf(char32_t c) {
   if (c < 0x300) return 1;
-  if (IsIn(kCombining, c)) return 0;
-  return IsIn(kWide, c) ? 2 : 1;
+  if (IsIn(kZeroWidth, c)) return 0;
+  return IsIn(kDoubleWidth, c) ? 2 : 1;
 }
 
 }  // namespace

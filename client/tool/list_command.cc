@@ -1,24 +1,24 @@
 // devices and items: once, or again and again.
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
 
 #include "client/client_presence.h"
+#include "client/tool/arrangement.h"
 #include "client/tool/commands.h"
-#include "client/tool/live_screen.h"
-#include "client/tool/row_history.h"
+#include "client/tool/live_table.h"
 #include "client/tool/session.h"
 #include "client/tool/table.h"
 #include "client/tool/views.h"
 #include "command_line/concat.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/keyboard.h"
+#include "platform/process.h"
 
 namespace talvorn {
 namespace {
-
-// So long a row of the live table stays marked, or on the screen when it has gone.
-constexpr std::uint64_t kMarkMs = 4'000;
 
 struct Reading {
   ClientStatus status = ClientStatus::kOk;
@@ -26,17 +26,47 @@ struct Reading {
   std::string json{};
 };
 
+void Arrange(View& view, const ToolOptions& options) {
+  KeepMatching(view.rows, options.pattern);
+  SortRows(view.rows, view.headings, options.sortBy);
+}
+
+// The records in the order in which they came, unless the user wants another one.
+template <class Record>
+std::vector<Record> Arranged(const std::vector<Record>& records, View view,
+                             const ToolOptions& options) {
+  std::ranges::sort(view.rows, {}, &ViewRow::source);
+  Arrange(view, options);
+  std::vector<Record> arranged;
+  for (const ViewRow& row : view.rows) arranged.push_back(records[row.source]);
+  return arranged;
+}
+
+template <class Record>
+Reading ReadingOf(const Answer<std::vector<Record>>& answer,
+                  View (*viewOf)(std::span<const Record>),
+                  std::string (*jsonOf)(std::span<const Record>), const ToolOptions& options) {
+  if (!answer) return {.status = answer.status};
+  View view = viewOf(answer.value);
+  if (options.json) return {.json = jsonOf(Arranged(answer.value, std::move(view), options))};
+  return {.view = std::move(view)};
+}
+
 Reading Read(LocatorClient& client, const ToolOptions& options) {
-  if (options.command == ToolCommand::kDevices) {
-    const auto devices = client.GetDevices();
-    if (!devices) return {.status = devices.status};
-    if (options.json) return {.json = DevicesJson(devices.value)};
-    return {.view = ViewOfDevices(devices.value)};
-  }
-  const auto items = client.GetItems();
-  if (!items) return {.status = items.status};
-  if (options.json) return {.json = ItemsJson(items.value)};
-  return {.view = ViewOfItems(items.value)};
+  return options.command == ToolCommand::kDevices
+             ? ReadingOf(client.GetDevices(), ViewOfDevices, DevicesJson, options)
+             : ReadingOf(client.GetItems(), ViewOfItems, ItemsJson, options);
+}
+
+// Whole for a file or a pipe, and never wider than a terminal.
+std::string ListText(View view, const ToolOptions& options) {
+  Arrange(view, options);
+  Table table(SelectCells(view.headings, view.headings, options.columns));
+  for (const ViewRow& row : view.rows)
+    table.AddRow(SelectCells(view.headings, row.cells, options.columns));
+  if (const auto size = platform::OutputTerminalSize(); size && platform::OutputIsTerminal())
+    table.FitTo(size->columns, view.expendable);
+  return table.size() == 0 ? std::string() : table.Text();
 }
 
 std::string NowText() { return TimeText(platform::SystemClock().LocalTime()); }
@@ -45,12 +75,12 @@ int ListOnce(LocatorClient& client, const ToolOptions& options) {
   const Reading reading = Read(client, options);
   if (reading.status != ClientStatus::kOk) return Conclude(reading.status);
   if (options.json) return Print(Concat({reading.json, "\n"}));
-  if (reading.view.rows.empty()) {
-    // For people; to a program the empty output says it.
-    (void)platform::WriteError(Concat({reading.view.title, "\n"}));
-    return kDone;
-  }
-  return Print(TableText(reading.view));
+  if (const std::string text = ListText(reading.view, options); !text.empty()) return Print(text);
+  // For people; to a program the empty output says it.
+  (void)platform::WriteError(
+      Concat({Counted(0, options.command == ToolCommand::kDevices ? "device" : "item"),
+              reading.view.rows.empty() ? "\n" : " that match\n"}));
+  return kDone;
 }
 
 // Whole tables or documents one after the other, for pipes and files.
@@ -64,7 +94,7 @@ int ListRepeatedly(LocatorClient& client, const ToolOptions& options) {
       const std::string text =
           options.json ? Concat({reading.json, "\n"})
                        : Concat({reading.view.title, ", ", NowText(), "\n",
-                                 reading.view.rows.empty() ? "" : TableText(reading.view), "\n"});
+                                 ListText(reading.view, options), "\n"});
       if (const int status = Print(text); status != kDone) return status;
     } else if (!complained) {
       complained = true;
@@ -74,106 +104,39 @@ int ListRepeatedly(LocatorClient& client, const ToolOptions& options) {
   return kDone;
 }
 
-// The live table.
-class LiveTable {
- public:
-  explicit LiveTable(const ToolOptions& options) : options_(options) {
-    const char* const noColour = std::getenv("NO_COLOR");
-    colours_ = noColour == nullptr || *noColour == '\0';
+// Draws the table anew at every key until it is time to ask again. False when the user, or the
+// terminal, has had enough.
+bool DrawUntilNextReading(LiveTable& table, platform::Keyboard& keyboard, std::uint32_t intervalMs,
+                          int& status) {
+  constexpr platform::TerminalSize kUsualSize{80, 24};
+  const std::uint64_t start = platform::MonotonicMs();
+  for (;;) {
+    status = Print(table.Page(platform::OutputTerminalSize().value_or(kUsualSize)));
+    const std::uint64_t passed = platform::MonotonicMs() - start;
+    if (status != kDone) return false;
+    if (passed >= intervalMs) return true;
+    const platform::Waitable* const either[] = {&platform::InterruptRequest(),
+                                                keyboard.valid() ? &keyboard : nullptr};
+    const auto left = static_cast<std::uint32_t>(intervalMs - passed);
+    if (platform::WaitForAny(either, left) != platform::WaitStatus::kSignalled) return true;
+    if (Interrupted()) return false;
+    for (const platform::KeyPress& press : keyboard.Take())
+      if (!table.Press(press)) return false;
   }
-
-  [[nodiscard]] std::string Page(const Reading& reading) {
-    const std::string every = IntervalText();
-    if (reading.status == ClientStatus::kOk) {
-      view_ = reading.view;
-      marked_ = history_.Update(view_->rows, platform::MonotonicMs());
-    }
-    std::vector<ScreenLine> lines;
-    const bool answered = reading.status == ClientStatus::kOk;
-    lines.push_back({Concat({"TALVORN   ", answered ? view_->title : "no answer", "   ", NowText(),
-                             "   ", every}),
-                     LineStyle::kStrong});
-    lines.emplace_back();
-    if (!answered) {
-      const Trouble trouble = TroubleOf(reading.status);
-      lines.push_back({Concat({"Waiting: ", trouble.what, "."}), LineStyle::kAttention});
-      lines.push_back({trouble.advice});
-      lines.emplace_back();
-    }
-    if (view_) AddTable(lines, answered);
-    const platform::TerminalSize size = platform::OutputTerminalSize().value_or(kUsualSize);
-    return ComposePage(lines, size, colours_);
-  }
-
- private:
-  static constexpr platform::TerminalSize kUsualSize{80, 24};
-
-  [[nodiscard]] std::string IntervalText() const {
-    const std::uint32_t ms = *options_.watchMs;
-    if (ms % 1'000 == 0) return Concat({"every ", std::to_string(ms / 1'000), " s, Ctrl-C ends"});
-    return Concat({"every ", std::to_string(ms), " ms, Ctrl-C ends"});
-  }
-
-  // Old news in faint letters when the locator does not answer.
-  void AddTable(std::vector<ScreenLine>& lines, bool current) const {
-    if (marked_.empty()) return;
-    std::vector<std::string> headings = {" "};
-    headings.insert(headings.end(), view_->headings.begin(), view_->headings.end());
-    Table table(headings);
-    for (const MarkedRow& row : marked_) {
-      std::vector<std::string> cells = {MarkText(row.mark)};
-      cells.insert(cells.end(), row.cells.begin(), row.cells.end());
-      table.AddRow(std::move(cells));
-    }
-    const std::vector<std::string> texts = table.Lines();
-    lines.push_back({texts.front(), LineStyle::kStrong});
-    for (std::size_t i = 0; i < marked_.size(); ++i)
-      lines.push_back({texts[i + 1], current ? StyleOf(marked_[i].mark) : LineStyle::kFaint});
-  }
-
-  static std::string MarkText(RowMark mark) {
-    switch (mark) {
-      case RowMark::kNew:
-        return "+";
-      case RowMark::kChanged:
-        return "*";
-      case RowMark::kGone:
-        return "-";
-      case RowMark::kNone:
-        break;
-    }
-    return {};
-  }
-
-  static LineStyle StyleOf(RowMark mark) {
-    switch (mark) {
-      case RowMark::kNew:
-        return LineStyle::kGood;
-      case RowMark::kChanged:
-        return LineStyle::kAttention;
-      case RowMark::kGone:
-        return LineStyle::kFaint;
-      case RowMark::kNone:
-        break;
-    }
-    return LineStyle::kPlain;
-  }
-
-  const ToolOptions& options_;
-  bool colours_ = true;
-  std::optional<View> view_;  // as last read
-  std::vector<MarkedRow> marked_;
-  RowHistory history_{kMarkMs};
-};
+}
 
 int ShowLive(LocatorClient& client, const ToolOptions& options) {
-  LiveTable table(options);
+  platform::Keyboard keyboard;
+  LiveTable table(options, keyboard.valid());
   int status = Print(EnterScreen());
   while (status == kDone) {
-    const Reading reading = Read(client, options);
+    Reading reading = Read(client, options);
     if (reading.status == ClientStatus::kInterrupted) break;
-    status = Print(table.Page(reading));
-    if (status != kDone || InterruptedWithin(*options.watchMs)) break;
+    if (reading.status == ClientStatus::kOk)
+      table.Show(std::move(reading.view));
+    else
+      table.ShowSilence(TroubleOf(reading.status));
+    if (!DrawUntilNextReading(table, keyboard, *options.watchMs, status)) break;
   }
   const int restored = Print(LeaveScreen());
   return status == kDone ? restored : status;

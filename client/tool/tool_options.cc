@@ -6,9 +6,12 @@
 #include <string_view>
 #include <vector>
 
+#include "client/tool/arrangement.h"
+#include "client/tool/views.h"
 #include "command_line/concat.h"
 #include "command_line/options.h"
 #include "command_line/terminal_text.h"
+#include "platform/ascii_case.h"
 
 namespace talvorn {
 namespace {
@@ -51,11 +54,59 @@ Option TimeoutOption(ToolOptions& options) {
           TakeOptionalSeconds(options.timeoutMs, kMinIntervalMs)};
 }
 
-std::vector<Option> ListOptions(ToolOptions& options) {
-  return {{"--watch", "[SECONDS]", "shows them again and again until Ctrl-C (default 1)",
+// "serial, alias": as users write the columns.
+std::vector<std::string> NamesOf(std::span<const std::string_view> columns) {
+  std::vector<std::string> names;
+  for (const std::string_view column : columns) {
+    std::string& name = names.emplace_back(column);
+    std::ranges::transform(name, name.begin(), platform::ToAsciiLower<char>);
+  }
+  return names;
+}
+
+std::string Listed(const std::vector<std::string>& names) {
+  std::string list;
+  for (const std::string& name : names) list.append(list.empty() ? "" : ", ").append(name);
+  return list;
+}
+
+TakeValue TakeColumns(std::vector<std::string>& target, std::vector<std::string> names) {
+  return [&target, names = std::move(names)](std::string_view value) -> std::string {
+    target.clear();
+    while (!value.empty()) {
+      const std::string_view name = value.substr(0, value.find(','));
+      if (ColumnOf(names, name) == names.size()) return Concat({"some of ", Listed(names)});
+      target.emplace_back(name);
+      value.remove_prefix(std::min(name.size() + 1, value.size()));
+    }
+    return target.empty() ? Concat({"some of ", Listed(names)}) : std::string();
+  };
+}
+
+Option SortOption(ToolOptions& options, std::vector<std::string> names) {
+  std::vector<std::pair<std::string, std::string>> choices;
+  for (std::string& name : names) choices.emplace_back(name, name);
+  return ChoiceOption("--sort", "COLUMN", "in the order of this column", options.sortBy,
+                      std::move(choices));
+}
+
+std::vector<Option> ListOptions(ToolOptions& options, std::span<const std::string_view> columns) {
+  const std::vector<std::string> names = NamesOf(columns);
+  return {SortOption(options, names),
+          {"--columns", "LIST", "only these columns, with commas between them",
+           TakeColumns(options.columns, names)},
+          {"--watch", "[SECONDS]", "shows them again and again until Ctrl-C (default 1)",
            TakeOptionalSeconds(options.watchMs, kMinIntervalMs, kDefaultWatchMs)},
           JsonOption(options, "one JSON document on one line, for programs"),
           TimeoutOption(options)};
+}
+
+std::vector<Option> DeviceListOptions(ToolOptions& options) {
+  return ListOptions(options, kDeviceColumns);
+}
+
+std::vector<Option> ItemListOptions(ToolOptions& options) {
+  return ListOptions(options, kItemColumns);
 }
 
 std::vector<Option> AnswerOptions(ToolOptions& options) {
@@ -129,16 +180,19 @@ struct CommandEntry {
 };
 
 constexpr auto kCommands = std::to_array<CommandEntry>({
-    {"devices", "", ToolCommand::kDevices, "the devices that the locator has found",
+    {"devices", "[PATTERN]", ToolCommand::kDevices, "the devices that the locator has found",
      "Shows the devices that the locator has found: serial number, alias, status, clip,\n"
-     "address and the host's alias. With --watch on a terminal, '+' marks a device that has\n"
-     "just appeared, '*' one that has changed and '-' one that has gone.\n",
-     ListOptions, nullptr},
-    {"items", "", ToolCommand::kItems, "the items that devices have attached",
+     "address and the host's alias; with PATTERN those that hold it in one of these, or, with\n"
+     "* and ? in it, those of which one is like it. A narrow terminal does without some columns.\n"
+     "With --watch on a terminal, '+' marks a device that has just appeared, '*' one that has\n"
+     "changed and '-' one that has gone; arrows and Page Up and Down move, / filters, q ends.\n",
+     DeviceListOptions, &ToolOptions::pattern},
+    {"items", "[PATTERN]", ToolCommand::kItems, "the items that devices have attached",
      "Shows the items that devices have attached to their answers: the device's serial\n"
      "number, the beginning of the digest that identifies the item, the header bytes that\n"
-     "belong to the device, the size in bytes and what the item holds.\n",
-     ListOptions, nullptr},
+     "belong to the device, the size in bytes and what the item holds. PATTERN and the keys of\n"
+     "--watch are those of 'devices'.\n",
+     ItemListOptions, &ToolOptions::pattern},
     {"watch", "", ToolCommand::kWatch, "a line for every change of devices and items",
      "Prints a line whenever a device appears, changes or goes, or an item is new, changes\n"
      "or goes, until Ctrl-C. Waits for the locator when there is none.\n",
@@ -275,6 +329,8 @@ std::optional<ToolMistake> ParseCommand(const CommandEntry& entry,
     return wrong(Concat({"'", entry.name, "' does not take an empty ", entry.operand}));
   if (options.command == ToolCommand::kCompletion && !ShellOf(options.shell))
     return wrong(Concat({Quoted(options.shell), " is none of bash, zsh and powershell"}));
+  if (options.json && !options.columns.empty())
+    return wrong("--columns is for tables, and JSON has all of them");
   if (options.resetDirectory && !options.directory.empty())
     return wrong("a directory and --reset exclude each other");
   return std::nullopt;

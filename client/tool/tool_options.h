@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "command_line/completion.h"
 
@@ -34,6 +35,9 @@ struct ToolOptions {
   ToolCommand command = ToolCommand::kHelp;
   std::string help;  // kHelp: the text
   bool json = false;
+  std::string pattern;                     // kDevices, kItems: of the rows; empty: all
+  std::string sortBy;                      // kDevices, kItems: a heading; empty: as they come
+  std::vector<std::string> columns;        // kDevices, kItems: headings; empty: all
   bool all = false;                        // kWatch: what is there already counts as a change
   std::optional<std::uint32_t> watchMs;    // kDevices, kItems: shown again at this interval
   std::uint32_t intervalMs = 1'000;        // kWatch: between two readings

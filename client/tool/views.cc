@@ -80,12 +80,14 @@ std::string ContentPreview(const DeviceItem& item) {
 
 View ViewOfDevices(std::span<const DeviceRecord> devices) {
   View view{.title = Counted(devices.size(), "device"),
-            .headings = {"SERIAL", "ALIAS", "STATUS", "CLIP", "ADDRESS", "HOST"}};
+            .headings = {kDeviceColumns.begin(), kDeviceColumns.end()},
+            .expendable = {"HOST", "CLIP", "STATUS"}};
   for (const DeviceRecord& device : devices) {
     view.rows.push_back({std::string(device.deviceSerial.view()),
                          {TextCell(device.deviceSerial.view()), TextCell(device.deviceAlias.view()),
                           TextCell(device.deviceStatus.view()), TextCell(device.deviceClip.view()),
-                          AddressCell(device), TextCell(device.hostAlias.view())}});
+                          AddressCell(device), TextCell(device.hostAlias.view())},
+                         view.rows.size()});
   }
   SortByKey(view.rows);
   return view;
@@ -93,14 +95,16 @@ View ViewOfDevices(std::span<const DeviceRecord> devices) {
 
 View ViewOfItems(std::span<const DeviceItem> items) {
   View view{.title = Counted(items.size(), "item"),
-            .headings = {"SERIAL", "ITEM", "SIZE", "CONTENT", "HEADER"}};
+            .headings = {kItemColumns.begin(), kItemColumns.end()},
+            .expendable = {"HEADER", "ITEM", "SIZE"}};
   for (const DeviceItem& item : items) {
     const std::string serial = SerialText(item.serial);
     const std::string header = HexText(item.header());
     const std::string digest = ItemDigest(item);
     view.rows.push_back({Concat({serial, header, digest}),
                          {serial, TextCell(digest.substr(0, kShortDigest)),
-                          std::to_string(item.bytes.size()), ContentPreview(item), header}});
+                          std::to_string(item.bytes.size()), ContentPreview(item), header},
+                         view.rows.size()});
   }
   SortByKey(view.rows);
   return view;

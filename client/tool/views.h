@@ -1,6 +1,7 @@
 // Devices, items and settings as the tool shows them, to people and to programs.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -21,6 +22,7 @@ namespace talvorn {
 struct ViewRow {
   std::string key;
   std::vector<std::string> cells;  // safe for a terminal
+  std::size_t source = 0;          // which of the records it shows
 
   bool operator==(const ViewRow&) const = default;
 };
@@ -28,8 +30,14 @@ struct ViewRow {
 struct View {
   std::string title{};  // "12 devices"
   std::vector<std::string> headings{};
+  std::vector<std::string_view> expendable{};  // headings that a narrow terminal does without
   std::vector<ViewRow> rows{};  // sorted by key
 };
+
+inline constexpr std::array<std::string_view, 6> kDeviceColumns = {"SERIAL", "ALIAS",   "STATUS",
+                                                                   "CLIP",   "ADDRESS", "HOST"};
+inline constexpr std::array<std::string_view, 5> kItemColumns = {"SERIAL", "ITEM", "SIZE",
+                                                                 "CONTENT", "HEADER"};
 
 [[nodiscard]] View ViewOfDevices(std::span<const DeviceRecord> devices);
 [[nodiscard]] View ViewOfItems(std::span<const DeviceItem> items);

@@ -1,0 +1,61 @@
+#include "platform/keyboard.h"
+
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "platform/posix/io.h"
+#include "platform/posix/key_decoder.h"
+#include "platform/posix/wait.h"
+
+namespace talvorn::platform {
+namespace {
+
+// A terminal that is not ours would stop us for changing it.
+bool IsOurs() { return isatty(STDIN_FILENO) != 0 && tcgetpgrp(STDIN_FILENO) == getpgrp(); }
+
+}  // namespace
+
+struct Keyboard::State {
+  termios before{};
+  std::string bytes;  // of keys that are not whole yet
+
+  ~State() {
+    if (IsOurs()) tcsetattr(STDIN_FILENO, TCSADRAIN, &before);
+  }
+};
+
+Keyboard::Keyboard() {
+  auto state = std::make_unique<State>();
+  if (!IsOurs() || tcgetattr(STDIN_FILENO, &state->before) != 0) return;
+  termios single = state->before;
+  single.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  single.c_cc[VMIN] = 0;
+  single.c_cc[VTIME] = 0;
+  single.c_cc[VSUSP] = _POSIX_VDISABLE;
+  if (tcsetattr(STDIN_FILENO, TCSADRAIN, &single) == 0) state_ = std::move(state);
+}
+
+Keyboard::~Keyboard() = default;
+
+std::vector<KeyPress> Keyboard::Take() {
+  if (!valid()) return {};
+  std::array<char, 256> buffer;
+  while (WaitForDescriptor(STDIN_FILENO, POLLIN, 0) == WaitStatus::kSignalled) {
+    const ssize_t size = Retried([&] { return read(STDIN_FILENO, buffer.data(), buffer.size()); });
+    if (size <= 0) {  // the terminal has gone
+      state_.reset();
+      return {};
+    }
+    state_->bytes.append(buffer.data(), static_cast<std::size_t>(size));
+  }
+  return TakeKeys(state_->bytes);
+}
+
+std::intptr_t Keyboard::waitHandle() const {
+  return valid() ? STDIN_FILENO : kNoWaitHandle;
+}
+
+}  // namespace talvorn::platform
