@@ -607,9 +607,10 @@ class NetworkTestCase(TestCase):
         """What sends from there as a device does."""
         return self.station(self.there, "dev0", address)
 
-    def wait_heard(self, locator, device, serial=66):
+    def wait_heard(self, locator, device, serial=66, **fields):
         """Sends its record until the locator knows it."""
-        wait_until(lambda: (device.send(wire.record(serial)), str(serial) in locator.devices())[1],
+        record = wire.record(serial, **fields)
+        wait_until(lambda: (device.send(record), str(serial) in locator.devices())[1],
                    f"device {serial}")
 
 

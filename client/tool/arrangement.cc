@@ -19,9 +19,8 @@ bool IsWildcardMatch(std::u16string_view pattern, std::u16string_view text) {
     if (p < pattern.size() && pattern[p] == u'*') {
       star = p++;
       resume = t;
-    } else if (p < pattern.size() &&
-               (pattern[p] == u'?' ||
-                platform::ToAsciiLower(pattern[p]) == platform::ToAsciiLower(text[t]))) {
+    } else if (p < pattern.size() && (pattern[p] == u'?' || platform::ToAsciiLower(pattern[p]) ==
+                                                                platform::ToAsciiLower(text[t]))) {
       ++p;
       ++t;
     } else if (star != pattern.npos) {

@@ -32,8 +32,8 @@ void SortRows(std::vector<Row>& rows, const std::vector<std::string>& headings,
               std::string_view heading) {
   const std::size_t column = ColumnOf(headings, heading);
   if (column == headings.size()) return;
-  std::ranges::stable_sort(rows, ComesBefore,
-                           [column](const Row& row) { return std::string_view(row.cells[column]); });
+  std::ranges::stable_sort(
+      rows, ComesBefore, [column](const Row& row) { return std::string_view(row.cells[column]); });
 }
 
 // The cells, or headings, under these headings; all for none.

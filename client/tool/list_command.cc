@@ -91,10 +91,9 @@ int ListRepeatedly(LocatorClient& client, const ToolOptions& options) {
     if (reading.status == ClientStatus::kInterrupted || platform::OutputAbandoned()) return kDone;
     if (reading.status == ClientStatus::kOk) {
       complained = false;
-      const std::string text =
-          options.json ? Concat({reading.json, "\n"})
-                       : Concat({reading.view.title, ", ", NowText(), "\n",
-                                 ListText(reading.view, options), "\n"});
+      const std::string text = options.json ? Concat({reading.json, "\n"})
+                                            : Concat({reading.view.title, ", ", NowText(), "\n",
+                                                      ListText(reading.view, options), "\n"});
       if (const int status = Print(text); status != kDone) return status;
     } else if (!complained) {
       complained = true;

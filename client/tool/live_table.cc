@@ -120,8 +120,8 @@ std::string LiveTable::Page(platform::TerminalSize size) {
   if (!rows.empty()) {
     Table table(WithMark(" ", SelectCells(view_.headings, view_.headings, options_.columns)));
     for (const MarkedRow& row : rows)
-      table.AddRow(WithMark(MarkText(row.mark),
-                            SelectCells(view_.headings, row.cells, options_.columns)));
+      table.AddRow(
+          WithMark(MarkText(row.mark), SelectCells(view_.headings, row.cells, options_.columns)));
     table.FitTo(size.columns - std::min(size.columns, 1U), view_.expendable);
     lines.push_back({table.HeadingLine(), LineStyle::kStrong});
     for (std::size_t i = top_; i < std::min(rows.size(), top_ + shown_); ++i)
@@ -134,11 +134,10 @@ std::string LiveTable::Page(platform::TerminalSize size) {
 // Old news in faint letters when the locator does not answer.
 std::vector<ScreenLine> LiveTable::LinesAbove() const {
   const std::string now = TimeText(platform::SystemClock().LocalTime());
-  std::vector<ScreenLine> lines = {
-      {Concat({"TALVORN   ", trouble_ ? "no answer" : view_.title, "   ", now, "   ",
-               IntervalText()}),
-       LineStyle::kStrong},
-      {}};
+  std::vector<ScreenLine> lines = {{Concat({"TALVORN   ", trouble_ ? "no answer" : view_.title,
+                                            "   ", now, "   ", IntervalText()}),
+                                    LineStyle::kStrong},
+                                   {}};
   if (trouble_) {
     lines.push_back({Concat({"Waiting: ", trouble_->what, "."}), LineStyle::kAttention});
     lines.push_back({trouble_->advice});
@@ -158,7 +157,8 @@ ScreenLine LiveTable::LineBelow(std::size_t count) const {
   if (!filter_.empty())
     text.append(Concat({count == 0 ? "nothing " : "", "with '", EscapeForTerminal(filter_), "', ",
                         "Esc shows all   "}));
-  if (hasKeys_) text.append(count > shown_ ? "arrows move, / filters, q ends" : "/ filters, q ends");
+  if (hasKeys_)
+    text.append(count > shown_ ? "arrows move, / filters, q ends" : "/ filters, q ends");
   return {std::move(text), LineStyle::kFaint};
 }
 

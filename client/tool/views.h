@@ -31,7 +31,7 @@ struct View {
   std::string title{};  // "12 devices"
   std::vector<std::string> headings{};
   std::vector<std::string_view> expendable{};  // headings that a narrow terminal does without
-  std::vector<ViewRow> rows{};  // sorted by key
+  std::vector<ViewRow> rows{};                 // sorted by key
 };
 
 inline constexpr std::array<std::string_view, 6> kDeviceColumns = {"SERIAL", "ALIAS",   "STATUS",

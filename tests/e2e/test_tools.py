@@ -1,10 +1,13 @@
 """The tool and the simulator as people and programs use them."""
 
+import fcntl
 import json
 import os
 import pty
 import re
 import signal
+import struct
+import termios
 import time
 
 from lab import wire
@@ -101,6 +104,53 @@ class Tool(NetworkTestCase):
         tool.signal(signal.SIGINT)
         self.assertEqual(tool.wait(), 0)
         self.assertIn(b"\x1b[?25h", screen())  # the cursor is back
+
+    def test_rows_and_columns_are_chosen(self):
+        locator = self.start_listening(self.here, settings={"Time Response Valid": 600000})
+        device = self.device()
+        for serial, alias in ((9, "Press 2"), (10, "Oven"), (2, "Press 10")):
+            self.wait_heard(locator, device, serial, alias=alias)
+
+        def says(*arguments):
+            return self.tool_says(locator, "devices", *arguments).splitlines()
+        self.assertEqual(says("--columns", "alias,serial", "--sort", "alias", "press"),
+                         ["ALIAS     SERIAL", "Press 2   9", "Press 10  2"])
+        self.assertEqual([one["serial"] for one in json.loads(
+            says("--json", "--sort=serial", "*")[0])["devices"]], ["2", "9", "10"])
+        self.assertEqual([one["serial"] for one in json.loads(says("--json", "ov?n")[0])["devices"]],
+                         ["10"])
+        nothing = self.tool(locator, "devices", "Lathe")
+        self.assertEqual((nothing.wait(), nothing.out, nothing.err),
+                         (0, "", "no devices that match\n"))
+        for wrong in (("--sort", "colour"), ("--columns", "serial,colour"), ("--columns", ","),
+                      ("--json", "--columns", "serial"), ("a", "b")):
+            tool = self.tool(locator, "devices", *wrong)
+            self.assertEqual((tool.wait(), tool.out), (2, ""), wrong)
+
+    @only_on("linux", "Wine has no terminal here")
+    def test_a_narrow_terminal_is_never_written_over_its_edge(self):
+        locator = self.start_listening(self.here, settings={"Time Response Valid": 600000})
+        self.wait_heard(locator, self.device(), 5, alias="\x1b[2J" + "\xff" * 26,
+                        host_alias="h" * 60)
+        primary, secondary = pty.openpty()
+        self.addCleanup(os.close, primary)
+        fcntl.ioctl(secondary, termios.TIOCSWINSZ, struct.pack("HHHH", 10, 40, 0, 0))
+        before = termios.tcgetattr(secondary)
+        for arguments in (("devices",), ("devices", "--watch")):
+            tool = self.tool(locator, *arguments, stdin=secondary, stdout=secondary)
+            if "--watch" in arguments:
+                wait_until(lambda: termios.tcgetattr(secondary)[3] != before[3], "single keys")
+                os.write(primary, b"/hhh\r")
+                wait_until(lambda: b"with 'hhh'" in os.read(primary, 65536), "the filter")
+                os.write(primary, b"q")
+            self.assertEqual(tool.wait(), 0)
+            if "--watch" not in arguments:
+                lines = os.read(primary, 65536).decode().split("\r\n")
+                self.assertLessEqual(max(map(len, lines)), 40)
+                self.assertIn("SERIAL  ALIAS", lines[0])
+                self.assertNotIn("HOST", lines[0])
+        self.assertEqual(termios.tcgetattr(secondary), before)
+        os.close(secondary)
 
     def test_a_closed_pipe_ends_it_quietly_and_a_full_disk_in_a_sentence(self):
         locator = self.start_locator(self.here)

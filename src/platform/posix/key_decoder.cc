@@ -13,8 +13,8 @@ constexpr char kEscapeByte = '\x1b';
 // Behind "ESC [" or "ESC O".
 std::optional<Key> KeyOf(std::string_view sequence) {
   constexpr std::pair<std::string_view, Key> kSequences[] = {
-      {"A", Key::kUp},    {"B", Key::kDown},  {"H", Key::kHome},   {"F", Key::kEnd},
-      {"1~", Key::kHome}, {"4~", Key::kEnd},  {"7~", Key::kHome},  {"8~", Key::kEnd},
+      {"A", Key::kUp},      {"B", Key::kDown},     {"H", Key::kHome},  {"F", Key::kEnd},
+      {"1~", Key::kHome},   {"4~", Key::kEnd},     {"7~", Key::kHome}, {"8~", Key::kEnd},
       {"5~", Key::kPageUp}, {"6~", Key::kPageDown}};
   for (const auto& [text, key] : kSequences)
     if (text == sequence) return key;
@@ -31,8 +31,8 @@ std::size_t SizeOf(char first) {
 std::optional<std::size_t> SizeOfSequence(std::string_view bytes) {
   if (bytes.size() == 1) return 1;
   if (bytes[1] != '[' && bytes[1] != 'O') return 1;
-  const auto end = std::find_if(bytes.begin() + 2, bytes.end(),
-                                [](char c) { return c >= '@' && c <= '~'; });
+  const auto end =
+      std::find_if(bytes.begin() + 2, bytes.end(), [](char c) { return c >= '@' && c <= '~'; });
   if (end == bytes.end()) return std::nullopt;
   return static_cast<std::size_t>(end - bytes.begin()) + 1;
 }

@@ -13,8 +13,11 @@
 namespace talvorn::platform {
 namespace {
 
-// A terminal that is not ours would stop us for changing it.
-bool IsOurs() { return isatty(STDIN_FILENO) != 0 && tcgetpgrp(STDIN_FILENO) == getpgrp(); }
+// A terminal that another program of its session has would stop us for changing it.
+bool IsOurs() {
+  const pid_t owner = tcgetpgrp(STDIN_FILENO);
+  return isatty(STDIN_FILENO) != 0 && (owner < 0 || owner == getpgrp());
+}
 
 }  // namespace
 
@@ -54,8 +57,6 @@ std::vector<KeyPress> Keyboard::Take() {
   return TakeKeys(state_->bytes);
 }
 
-std::intptr_t Keyboard::waitHandle() const {
-  return valid() ? STDIN_FILENO : kNoWaitHandle;
-}
+std::intptr_t Keyboard::waitHandle() const { return valid() ? STDIN_FILENO : kNoWaitHandle; }
 
 }  // namespace talvorn::platform

@@ -12,9 +12,9 @@ namespace {
 
 std::optional<Key> KeyOf(WORD code) {
   constexpr std::pair<WORD, Key> kCodes[] = {
-      {VK_RETURN, Key::kEnter},     {VK_ESCAPE, Key::kEscape}, {VK_BACK, Key::kBackspace},
-      {VK_UP, Key::kUp},            {VK_DOWN, Key::kDown},     {VK_PRIOR, Key::kPageUp},
-      {VK_NEXT, Key::kPageDown},    {VK_HOME, Key::kHome},     {VK_END, Key::kEnd}};
+      {VK_RETURN, Key::kEnter},  {VK_ESCAPE, Key::kEscape}, {VK_BACK, Key::kBackspace},
+      {VK_UP, Key::kUp},         {VK_DOWN, Key::kDown},     {VK_PRIOR, Key::kPageUp},
+      {VK_NEXT, Key::kPageDown}, {VK_HOME, Key::kHome},     {VK_END, Key::kEnd}};
   for (const auto& [known, key] : kCodes)
     if (known == code) return key;
   return std::nullopt;
