@@ -43,7 +43,9 @@ void TellSilence(const Examination& examination, ClientStatus status) {
 
 void TellLifetime(const Examination& examination, std::u16string_view commandLine) {
   if (!IsDynamic(commandLine)) {
-    if (!commandLine.empty())
+    if (commandLine.empty())
+      examination.Ok(kCheck, "the locator stays until it is ended");
+    else
       examination.Warn(kCheck,
                        Concat({"the locator was started with '", platform::WideToUtf8(commandLine),
                                "', which means nothing to it"}),

@@ -42,7 +42,13 @@ std::string MeetingPlaceQuestion(std::string_view before, std::string_view after
   return variable.empty() ? std::string() : Concat({before, variable, after});
 }
 
-Trouble TroubleOf(ClientStatus status) { return {StatusText(status), AdviceOn(status)}; }
+Trouble TroubleOf(ClientStatus status) {
+  if (status == ClientStatus::kNoLocator) {
+    if (std::string obstacle = platform::MeetingPlaceObstacle(); !obstacle.empty())
+      return {std::move(obstacle), "'talvorn doctor' says what to do."};
+  }
+  return {StatusText(status), AdviceOn(status)};
+}
 
 void Complain(std::string_view sentence) {
   // With standard error gone there is nobody left to tell.

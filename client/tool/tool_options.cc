@@ -20,9 +20,21 @@ constexpr std::uint32_t kMinIntervalMs = 100;
 constexpr std::uint32_t kDefaultWatchMs = 1'000;
 constexpr std::uint32_t kMaxMs = 86'400'000;  // a day
 
-constexpr std::string_view kAboutTimes =
-    "\nExit status: 0 done, 1 the locator does not answer or the output cannot be\n"
-    "written, 2 wrong usage.\n";
+std::string_view ExitStatusHelp(ToolCommand command) {
+  switch (command) {
+    case ToolCommand::kDoctor:
+      return "\nExit status: 0 nothing has failed, 1 something has, or the output cannot be\n"
+             "written, 2 wrong usage.\n";
+    case ToolCommand::kSettings:
+    case ToolCommand::kBugReport:
+    case ToolCommand::kMetrics:
+    case ToolCommand::kCompletion:
+      return "\nExit status: 0 done, 1 the output cannot be written, 2 wrong usage.\n";
+    default:
+      return "\nExit status: 0 done, 1 the locator does not answer or the output cannot be\n"
+             "written, 2 wrong usage.\n";
+  }
+}
 
 TakeValue TakeOptionalSeconds(std::optional<std::uint32_t>& targetMs, std::uint32_t minMs,
                               std::optional<std::uint32_t> missingMs = {}) {
@@ -200,8 +212,7 @@ constexpr auto kCommands = std::to_array<CommandEntry>({
     {"doctor", "[DEVICE]", ToolCommand::kDoctor, "why a device is not seen, and what to do",
      "Examines what stands between the devices and this machine's programs: the locator, the\n"
      "interfaces, what is heard on the network for one request period. Sends nothing to the\n"
-     "network. DEVICE, an address or a serial number: the way of that one device as well.\n"
-     "Exit status 1 when something failed.\n",
+     "network. DEVICE, an address or a serial number: the way of that one device as well.\n",
      AnswerOptions, &ToolOptions::subject},
     {"status", "", ToolCommand::kStatus, "the locator and its interfaces at a glance",
      "Shows the locator with its lifetime, how many devices and items it has, the interfaces that\n"
@@ -274,7 +285,8 @@ std::string GeneralHelp() {
 
 std::string HelpOf(const CommandEntry& entry, std::span<const Option> options) {
   return Concat({"Usage: talvorn ", entry.name, entry.operand.empty() ? "" : " ", entry.operand,
-                 " [OPTIONS]\n\n", entry.description, "\n", OptionsHelp(options), kAboutTimes});
+                 " [OPTIONS]\n\n", entry.description, "\n", OptionsHelp(options),
+                 ExitStatusHelp(entry.command)});
 }
 
 std::string Quoted(std::string_view text) { return Concat({"'", EscapeForTerminal(text), "'"}); }

@@ -114,6 +114,9 @@ class Faults(DoctorTestCase):
         os.chmod(locator.runtime_directory, 0o700)
         self.assert_complains_first(locator, "FAIL",
                                     re.escape(locator.runtime_directory), user=65534)
+        version = self.tool(locator, "version", user=65534)
+        self.assertEqual(version.wait(), 1)
+        self.assertIn("may not use the directory " + locator.runtime_directory, version.err)
 
     def test_silence_and_a_device_elsewhere(self):
         locator = self.start_listening(self.here, settings=FAST)
