@@ -9,9 +9,15 @@ namespace talvorn::platform {
 
 // A rule that keeps traffic away. UTF-8; names of rules and chains as they came.
 struct FirewallObstacle {
-  std::string what;     // a sentence without a full stop
-  std::string advice;   // with one
-  bool certain = true;  // else only some of the traffic, perhaps not ours
+  enum class Extent {
+    kWhole,
+    kPart,      // perhaps not ours
+    kIpv6Only,  // which devices do without as long as there is IPv4
+  };
+
+  std::string what;    // a sentence without a full stop
+  std::string advice;  // with one
+  Extent extent = Extent::kWhole;
 };
 
 struct FirewallExamination {
@@ -19,7 +25,7 @@ struct FirewallExamination {
   std::vector<FirewallObstacle> obstacles{};
 };
 
-// Multicast datagrams to the port in both directions, and TCP connections to it.
-[[nodiscard]] FirewallExamination ExamineFirewall(std::uint16_t port);
+// Multicast datagrams to the port in both directions, and where `withTcp` connections to it.
+[[nodiscard]] FirewallExamination ExamineFirewall(std::uint16_t port, bool withTcp);
 
 }  // namespace talvorn::platform

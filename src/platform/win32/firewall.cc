@@ -173,7 +173,8 @@ void AddObstacles(INetFwPolicy2& policy, const Profile& profile, const Sum& sum,
 
 }  // namespace
 
-FirewallExamination ExamineFirewall(std::uint16_t port) {
+// What goes out is kept by no rule that the system has by itself.
+FirewallExamination ExamineFirewall(std::uint16_t port, bool /*withTcp*/) {
   FirewallExamination examination;
   const ComLibrary library;
   ComPointer<INetFwPolicy2> policy;

@@ -33,7 +33,7 @@ std::vector<FirewallObstacle> ObstaclesTo(const Traffic& traffic, const PrintedR
 
 }  // namespace
 
-FirewallExamination ExamineFirewall(std::uint16_t port) {
+FirewallExamination ExamineFirewall(std::uint16_t port, bool withTcp) {
   if (geteuid() != 0) return {};
   const std::array<std::string, 3> listed = {"--json", "list", "ruleset"};
   const auto nftables = OutputOf("nft", listed);
@@ -45,6 +45,7 @@ FirewallExamination ExamineFirewall(std::uint16_t port) {
   for (const Traffic& traffic : {Traffic{.incoming = true, .tcp = false, .port = port},
                                  Traffic{.incoming = false, .tcp = false, .port = port},
                                  Traffic{.incoming = false, .tcp = true, .port = port}}) {
+    if (traffic.tcp && !withTcp) continue;
     auto found = ObstaclesTo(traffic, rules);
     std::ranges::move(found, std::back_inserter(examination.obstacles));
   }

@@ -146,9 +146,12 @@ class RuleSet {
       match = MatchOfPayload(rule, payload, right);
     } else if (const Json& meta = Member(left, "meta"); meta.is_object()) {
       match = MatchOfMeta(TextOf(Member(meta, "key")), right);
-    } else if (const Json& ct = Member(left, "ct"); TextOf(Member(ct, "key")) == "state") {
-      // Connections are opened by our side, and answers to multicast belong to none.
-      match = Known(Holds(right, "new"));
+    } else if (const Json& ct = Member(left, "ct"); ct.is_object()) {
+      // Connections are opened by our side, answers to multicast belong to none, and nothing of
+      // it is redirected.
+      const std::string key = TextOf(Member(ct, "key"));
+      if (key == "state") match = Known(Holds(right, "new"));
+      if (key == "status") match = Match::kNo;
     }
     return op == "!=" ? Inverted(match) : match;
   }

@@ -14,7 +14,8 @@ class Walk {
  public:
   explicit Walk(const FilterChains& chains) : chains_(chains) {}
 
-  enum class End { kGoesOn, kAccepted, kDropped };
+  // kUndecided: dropped here, unless a rule before has accepted it.
+  enum class End { kGoesOn, kAccepted, kDropped, kUndecided };
 
   // `sure`: the traffic comes here for certain.
   End Through(const FilterChain& chain, bool sure, int depth = 0) {
@@ -40,8 +41,9 @@ class Walk {
         mayBeAccepted_ = true;
         return certain ? End::kAccepted : End::kGoesOn;
       case RuleVerdict::kDrop:
-        if (!certain) mayBeDropped_ = mayBeDropped_ || rule.namesPort;
-        return certain ? End::kDropped : End::kGoesOn;
+        if (certain && !mayBeAccepted_) return End::kDropped;
+        mayBeDropped_ = mayBeDropped_ || rule.namesPort;
+        return certain ? End::kUndecided : End::kGoesOn;
       case RuleVerdict::kJump:
       case RuleVerdict::kGoto: {
         const auto target = chains_.find(rule.target);
@@ -85,7 +87,9 @@ std::vector<FirewallObstacle> ObstaclesIn(const FilterChains& chains, const Traf
     const bool certain = end == Walk::End::kDropped || byPolicy;
     if (!certain && (end == Walk::End::kAccepted || !walk.mayBeDropped())) continue;
     FirewallObstacle obstacle;
-    obstacle.certain = certain && !chain.isIpv6Only;
+    obstacle.extent = chain.isIpv6Only ? FirewallObstacle::Extent::kIpv6Only
+                      : certain        ? FirewallObstacle::Extent::kWhole
+                                       : FirewallObstacle::Extent::kPart;
     obstacle.what.append(program)
         .append(byPolicy  ? " has no rule that accepts "
                 : certain ? " drops "

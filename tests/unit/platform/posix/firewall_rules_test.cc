@@ -28,7 +28,8 @@ std::string Nftables(const std::string& policy, const std::vector<std::string>& 
 // "FAIL", "warn" or "ok", as the doctor would say.
 std::string Judged(const FilterChains& chains, const Traffic& traffic) {
   const auto obstacles = ObstaclesIn(chains, traffic, "nftables");
-  return obstacles.empty() ? "ok" : obstacles.front().certain ? "FAIL" : "warn";
+  if (obstacles.empty()) return "ok";
+  return obstacles.front().extent == FirewallObstacle::Extent::kWhole ? "FAIL" : "warn";
 }
 
 std::string JudgedIn(const std::string& nftables) {
@@ -59,6 +60,29 @@ TEST(FirewallRules, OfNftablesAreFollowedToTheirVerdict) {
   EXPECT_EQ(JudgedIn(Nftables("accept", {kFromEth + kUdpPort + "4817}}," + kDrop})), "warn");
   EXPECT_EQ(JudgedIn(Nftables("accept", {kFromEth + kDrop})), "ok");
   EXPECT_EQ(JudgedIn(Nftables("drop", {kFromEth + kAccept})), "ok");
+  EXPECT_EQ(JudgedIn(Nftables("accept", {kFromEth + kAccept, kDrop})), "ok");
+  EXPECT_EQ(JudgedIn(Nftables("accept", {kFromEth + kAccept, kUdpPort + "4817}}," + kDrop})),
+            "warn");
+}
+
+// As two usual front ends of the firewall make them: what zone or rule opens the port for some
+// interface does so behind a jump, before everything else is refused.
+TEST(FirewallRules, OfFrontEndsAreUnderstood) {
+  const auto zones = [](const std::string& opened) {
+    return Nftables(
+        "accept",
+        {R"({"match":{"op":"in","left":{"ct":{"key":"state"}},"right":["established","related"]}},)" +
+             kAccept,
+         R"({"match":{"op":"in","left":{"ct":{"key":"status"}},"right":"dnat"}},)" + kAccept,
+         R"({"match":{"op":"==","left":{"meta":{"key":"iifname"}},"right":"lo"}},)" + kAccept,
+         kFromEth + R"({"goto":{"target":"public"}})",
+         R"({"reject":{"type":"icmpx","expr":"admin-prohibited"}})"},
+        R"(,{"chain":{"family":"inet","table":"t","name":"public","handle":9}})"
+        R"(,{"rule":{"family":"inet","table":"t","chain":"public","expr":[)" +
+            kUdpPort + opened + "}}," + kAccept + "]}}");
+  };
+  EXPECT_EQ(JudgedIn(zones("4817")), "ok");
+  EXPECT_EQ(JudgedIn(zones("5353")), "FAIL");
 }
 
 TEST(FirewallRules, OfNftablesKnowStatesSetsMapsAndOtherChains) {
