@@ -18,15 +18,17 @@ int ToolMain(const std::vector<std::string>& arguments) {
         Concat({"talvorn: ", mistake->sentence, "\nTry '", mistake->helpWith, "'.\n"}));
     return kWrongUsage;
   }
+  if (options.command == ToolCommand::kHelp) return Print(options.help);
+  if (options.command == ToolCommand::kToolVersion)
+    return Print(Concat({"talvorn ", kVersion, "\n"}));
   if (const std::string obstacle = platform::CodePageObstacle(); !obstacle.empty()) {
     Complain(Concat({EscapeForTerminal(obstacle), ". 'iconv -l' lists those there are"}));
     return kWrongUsage;
   }
   switch (options.command) {
     case ToolCommand::kHelp:
-      return Print(options.help);
     case ToolCommand::kToolVersion:
-      return Print(Concat({"talvorn ", kVersion, "\n"}));
+      break;
     case ToolCommand::kDevices:
     case ToolCommand::kItems:
       return RunListCommand(options);

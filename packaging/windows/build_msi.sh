@@ -42,6 +42,7 @@ files() {
 
 event_sources >"$made/event-sources.wxi"
 files docs >"$made/docs.wxi"
+files docs/schema >"$made/schema.wxi"
 files Talvorn >"$made/Talvorn.wxi"
 files include/talvorn >"$made/include.wxi"
 files lib >"$made/lib.wxi"

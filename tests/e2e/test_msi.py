@@ -131,8 +131,8 @@ class Installed(TestCase):
         self.finds_the_device()
         self.assertEqual(self.mode(), ("service", True, False))
         self.assertTrue(self.key_exists(INTERFACES_KEY))
-        documents = {f"docs/{one.name}" for one in os.scandir(os.path.join(ROOT, "docs"))
-                     if one.is_file()}
+        documents = {f"{folder}/{one.name}" for folder in ("docs", "docs/schema")
+                     for one in os.scandir(os.path.join(ROOT, folder)) if one.is_file()}
         self.assertEqual(self.files(), {
             "talvorn-locator.exe", "talvorn.exe", "talvorn-sim.exe", "talvorn-service.exe",
             "talvorn.dll", "Talvorn/Talvorn.psm1", "Talvorn/Talvorn.psd1",

@@ -66,7 +66,7 @@ class Tool(NetworkTestCase):
         self.assertIn("\u00d6\u00e5\u00f5 7", said("", "devices")[1])
         status, out, err = said("\x1b[2J", "devices")
         self.assertEqual((status, out), (2, ""))
-        self.assertIn('TALVORN_CODE_PAGE is "\\x1b[2J", which names no code page', err)
+        self.assertIn('TALVORN_CODE_PAGE is "\\x1b[2J", which is no code page to be used', err)
 
     def test_tables_come_one_after_the_other_where_there_is_no_terminal(self):
         locator = self.start_listening(self.here)

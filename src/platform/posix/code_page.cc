@@ -42,12 +42,19 @@ CodePage::CodePage(std::string_view wish) : converter_(None()) {
   if (page.empty() || page == "1252" || EqualsIgnoringCase(page, "windows-1252")) return;
   // A suffix such as //TRANSLIT is no part of a name.
   if (page.find('/') == page.npos) converter_ = iconv_open(kWide, NameOf(page).c_str());
-  known_ = converter_ != None();
+  // Texts in ASCII are not converted, so a page has to leave them what they are.
+  std::string ascii;
+  for (char c = ' '; c <= '~'; ++c) ascii += c;
+  known_ = converter_ != None() && Convert(ascii) == std::u16string(ascii.begin(), ascii.end());
+  if (!known_) Close();
 }
 
-CodePage::~CodePage() {
+void CodePage::Close() {
   if (converter_ != None()) iconv_close(converter_);
+  converter_ = None();
 }
+
+CodePage::~CodePage() { Close(); }
 
 std::u16string CodePage::ToWide(std::string_view text) const {
   if (IsAscii(text)) return {text.begin(), text.end()};

@@ -18,12 +18,14 @@ class CodePage {
   CodePage(const CodePage&) = delete;
   CodePage& operator=(const CodePage&) = delete;
 
-  // False when the wish names no code page; texts are in Windows-1252 then.
+  // False when the wish names no code page, or one in which ASCII means something else; texts are
+  // in Windows-1252 then.
   [[nodiscard]] bool known() const { return known_; }
 
   [[nodiscard]] std::u16string ToWide(std::string_view text) const;
 
  private:
+  void Close();
   [[nodiscard]] std::u16string Convert(std::string_view text) const;
 
   bool utf8First_ = false;

@@ -24,7 +24,7 @@ std::string CodePageObstacle() {
   return std::string(kVariable)
       .append(" is \"")
       .append(Environment(kVariable, ""))
-      .append("\", which names no code page");
+      .append("\", which is no code page to be used");
 }
 
 }  // namespace talvorn::platform

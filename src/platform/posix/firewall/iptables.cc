@@ -81,6 +81,7 @@ class Reader {
     if (option == "-i" || option == "-o") return value == "lo" ? Match::kNo : Match::kMaybe;
     if (option == "--state" || option == "--ctstate") return known(value.find("NEW") != value.npos);
     if (option == "--pkt-type" && !traffic_.tcp) return known(value == "multicast");
+    if (option == "--dst-type" && !traffic_.tcp) return known(value == "MULTICAST");
     constexpr std::string_view kSayNothing[] = {
         "-m", "-j", "-g", "--comment", "--reject-with", "--log-prefix"};
     const bool saysNothing =

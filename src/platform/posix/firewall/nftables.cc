@@ -153,6 +153,8 @@ class RuleSet {
       if (key == "state") match = Known(Holds(right, "new"));
       if (key == "status") match = Match::kNo;
     }
+    if (TextOf(Member(Member(left, "fib"), "result")) == "type" && !traffic_.tcp)
+      match = Known(Holds(right, "multicast"));
     return op == "!=" ? Inverted(match) : match;
   }
 

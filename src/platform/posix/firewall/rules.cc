@@ -24,8 +24,9 @@ class Walk {
       const bool certain = sure && rule.match == Match::kYes;
       const End end = Apply(rule, certain, depth);
       if (end != End::kGoesOn) return end;
-      if (certain && (rule.verdict == RuleVerdict::kReturn || rule.verdict == RuleVerdict::kGoto))
-        return End::kGoesOn;
+      if (rule.verdict != RuleVerdict::kReturn && rule.verdict != RuleVerdict::kGoto) continue;
+      if (certain) return End::kGoesOn;
+      sure = false;  // the traffic may have left this chain
     }
     return End::kGoesOn;
   }

@@ -35,7 +35,8 @@ TEST(CodePage, ComesAfterUtf8WhereThatIsWished) {
 }
 
 TEST(CodePage, ThatDoesNotExistIsNotKnown) {
-  for (const std::string_view wish : {"latin-7000", "99999", "1251//TRANSLIT", "utf-8,nonsense"}) {
+  for (const std::string_view wish :
+       {"latin-7000", "99999", "1251//TRANSLIT", "utf-8,nonsense", "UTF-16", "IBM037"}) {
     EXPECT_FALSE(CodePage(wish).known()) << wish;
     EXPECT_EQ(CodePage(wish).ToWide("\xE4"), u"\u00E4");
   }

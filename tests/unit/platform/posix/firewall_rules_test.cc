@@ -75,14 +75,34 @@ TEST(FirewallRules, OfFrontEndsAreUnderstood) {
              kAccept,
          R"({"match":{"op":"in","left":{"ct":{"key":"status"}},"right":"dnat"}},)" + kAccept,
          R"({"match":{"op":"==","left":{"meta":{"key":"iifname"}},"right":"lo"}},)" + kAccept,
-         kFromEth + R"({"goto":{"target":"public"}})",
+         R"({"jump":{"target":"zones"}})",
          R"({"reject":{"type":"icmpx","expr":"admin-prohibited"}})"},
+        R"(,{"chain":{"family":"inet","table":"t","name":"zones","handle":8}})"
         R"(,{"chain":{"family":"inet","table":"t","name":"public","handle":9}})"
-        R"(,{"rule":{"family":"inet","table":"t","chain":"public","expr":[)" +
+        R"(,{"rule":{"family":"inet","table":"t","chain":"zones","expr":[)" +
+            kFromEth +
+            R"({"goto":{"target":"public"}}]}})"
+            R"(,{"rule":{"family":"inet","table":"t","chain":"public","expr":[)" +
             kUdpPort + opened + "}}," + kAccept + "]}}");
   };
   EXPECT_EQ(JudgedIn(zones("4817")), "ok");
   EXPECT_EQ(JudgedIn(zones("5353")), "FAIL");
+
+  const auto chained = [](const std::string& opened) {
+    const std::string saved =
+        "*filter\n:INPUT DROP [0:0]\n:not-local - [0:0]\n:user - [0:0]\n:log - [0:0]\n"
+        "-A INPUT -m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT\n"
+        "-A INPUT -j not-local\n-A INPUT -j user\n"
+        "-A not-local -m addrtype --dst-type LOCAL -j RETURN\n"
+        "-A not-local -m addrtype --dst-type MULTICAST -j RETURN\n"
+        "-A not-local -m limit --limit 3/min --limit-burst 10 -j log\n-A not-local -j DROP\n"
+        "-A user " +
+        opened + " -j ACCEPT\nCOMMIT\n";
+    return Judged(ChainsOfIptables(saved, "iptables", kIn), kIn);
+  };
+  EXPECT_EQ(chained("-p udp -m udp --dport 4817"), "ok");
+  EXPECT_EQ(chained("-i eth0 -p udp -m udp --dport 4817"), "ok");
+  EXPECT_EQ(chained("-p udp -m udp --dport 5353"), "FAIL");
 }
 
 TEST(FirewallRules, OfNftablesKnowStatesSetsMapsAndOtherChains) {
