@@ -70,7 +70,7 @@ class Demo:
         """A program in the foreground, until it or one of the others ends."""
         with host:
             front = subprocess.Popen([os.path.join(self._binaries, "talvorn"), *arguments],
-                                     stdin=subprocess.DEVNULL, preexec_fn=network.die_with_parent)
+                                     preexec_fn=network.die_with_parent)
         try:
             while front.poll() is None:
                 for process, path in self._started:
@@ -85,6 +85,7 @@ class Demo:
             return front.returncode
         if sys.stdout.isatty():  # killed before it could put the terminal right
             print("\x1b[0m\x1b[?7h\x1b[?25h")
+            subprocess.run(["stty", "sane"], stderr=subprocess.DEVNULL, check=False)
         print(f"talvorn was ended by signal {-front.returncode}.", file=sys.stderr)
         return 1
 
