@@ -89,6 +89,16 @@ class Examples(LibraryTestCase):
         self.simulated(locator)
         self.check(locator, self.example(locator, "devices-c"))
 
+    @only_on("linux", "Windows has a code page of its own")
+    def test_the_code_page_of_the_devices(self):
+        locator = self.start_listening(self.here, settings={"Time Response Valid": 600000})
+        self.wait_heard(locator, self.device(), 5, status="RUN", alias="\xd6\xe5\xf5")
+        for page, expected in (("1251", (0, "5 RUN \u0426\u0435\u0445\n")),
+                               ("none", (1, "")), ("", (0, "5 RUN \xd6\xe5\xf5\n"))):
+            program = self.beside(locator, "devices-c", os.path.join(Options.binaries, "devices-c"),
+                                  environment={"TALVORN_CODE_PAGE": page})
+            self.assertEqual((program.wait(), program.out), expected, program.err)
+
     @full_set
     @only_on("linux", "there are no compilers and no Python in a Wine session")
     def test_other_languages(self):
