@@ -138,7 +138,7 @@ class Process:
     _lost = 0
 
     def __init__(self, host, program, *arguments, directory, environment=(), stdin=None,
-                 stdout=None, stderr=None, user=None):
+                 stdout=None, stderr=None, user=None, process_group=None):
         self.name = program.name
         self._refusals = program.refusals  # none once it is to end
         self._starts = 0
@@ -154,7 +154,8 @@ class Process:
             with host, open(self._err_path, "wb") as err, open(self._out_path, "wb") as out:
                 return subprocess.Popen(
                     [*command, *arguments], env=whole, stdin=stdin or subprocess.DEVNULL,
-                    stdout=stdout or out, stderr=stderr or err, user=user)
+                    stdout=stdout or out, stderr=stderr or err, user=user,
+                    process_group=process_group)
         self._launch = launch
         self._start()
 

@@ -103,6 +103,13 @@ int ListRepeatedly(LocatorClient& client, const ToolOptions& options) {
   return kDone;
 }
 
+// The user wants the shell back for a while.
+int Suspend(platform::Keyboard& keyboard) {
+  if (const int status = Print(LeaveScreen()); status != kDone) return status;
+  keyboard.Suspend();
+  return Print(EnterScreen());
+}
+
 // Draws the table anew at every key until it is time to ask again. False when the user, or the
 // terminal, has had enough.
 bool DrawUntilNextReading(LiveTable& table, platform::Keyboard& keyboard, std::uint32_t intervalMs,
@@ -119,8 +126,13 @@ bool DrawUntilNextReading(LiveTable& table, platform::Keyboard& keyboard, std::u
     const auto left = static_cast<std::uint32_t>(intervalMs - passed);
     if (platform::WaitForAny(either, left) != platform::WaitStatus::kSignalled) return true;
     if (Interrupted()) return false;
-    for (const platform::KeyPress& press : keyboard.Take())
-      if (!table.Press(press)) return false;
+    for (const platform::KeyPress& press : keyboard.Take()) {
+      if (press.key == platform::Key::kSuspend)
+        status = Suspend(keyboard);
+      else if (!table.Press(press))
+        return false;
+      if (status != kDone) return false;
+    }
   }
 }
 

@@ -21,6 +21,7 @@ enum class Key {
   kPageDown,
   kHome,
   kEnd,
+  kSuspend,  // Ctrl-Z, where programs can be stopped and continued
 };
 
 struct KeyPress {
@@ -31,7 +32,7 @@ struct KeyPress {
 };
 
 // Takes the terminal from its line editing, and gives it back as it was at the end. Ctrl-C stays
-// what it is; Ctrl-Z does nothing meanwhile. One object at a time.
+// what it is; Ctrl-Z is a key. One object at a time.
 class Keyboard final : public Waitable {
  public:
   Keyboard();
@@ -44,6 +45,10 @@ class Keyboard final : public Waitable {
 
   // The keys that were pressed. Does not wait.
   [[nodiscard]] std::vector<KeyPress> Take();
+
+  // Gives the terminal back, stops this program until somebody continues it in the foreground, and
+  // takes the terminal again.
+  void Suspend();
 
   // Signalled when there may be some.
   [[nodiscard]] std::intptr_t waitHandle() const override;

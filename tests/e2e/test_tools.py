@@ -152,6 +152,32 @@ class Tool(NetworkTestCase):
         self.assertEqual(termios.tcgetattr(secondary), before)
         os.close(secondary)
 
+    @only_on("linux", "Wine has no terminal here")
+    def test_stopped_the_terminal_is_the_shells(self):
+        locator = self.start_listening(self.here)
+        primary, secondary = pty.openpty()
+        self.addCleanup(os.close, primary)
+        self.addCleanup(os.close, secondary)
+        before = termios.tcgetattr(secondary)
+        tool = self.tool(locator, "devices", "--watch", stdin=secondary, stdout=secondary,
+                         process_group=0)  # what stops it is not to stop the tests
+
+        def reads_single_keys():
+            return termios.tcgetattr(secondary)[3] != before[3]
+
+        def shown_by(key):
+            wait_until(reads_single_keys, "single keys")
+            shown = bytearray()
+            os.write(primary, key)
+            wait_until(lambda: shown.extend(os.read(primary, 65536)) or b"\x1b[?25h" in shown,
+                       "the cursor")
+        shown_by(b"\x1a")
+        wait_until(lambda: os.waitid(os.P_PID, tool.pid, os.WSTOPPED | os.WNOHANG), "its stop")
+        self.assertFalse(reads_single_keys())
+        tool.signal(signal.SIGCONT)
+        shown_by(b"q")
+        self.assertEqual(tool.wait(), 0)
+
     def test_a_closed_pipe_ends_it_quietly_and_a_full_disk_in_a_sentence(self):
         locator = self.start_locator(self.here)
         reader, writer = os.pipe()

@@ -8,6 +8,7 @@
 namespace talvorn::platform {
 namespace {
 
+constexpr char kSuspendByte = '\x1a';
 constexpr char kEscapeByte = '\x1b';
 
 // Behind "ESC [" or "ESC O".
@@ -55,6 +56,8 @@ std::vector<KeyPress> TakeKeys(std::string& bytes) {
       keys.push_back({Key::kEnter});
     } else if (first == '\b' || first == '\x7f') {
       keys.push_back({Key::kBackspace});
+    } else if (first == kSuspendByte) {
+      keys.push_back({Key::kSuspend});
     } else if (static_cast<unsigned char>(first) >= ' ') {
       size = SizeOf(first);
       if (size > rest.size()) break;

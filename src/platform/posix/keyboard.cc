@@ -1,6 +1,7 @@
 #include "platform/keyboard.h"
 
 #include <poll.h>
+#include <signal.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -28,17 +29,25 @@ struct Keyboard::State {
   ~State() {
     if (IsOurs()) tcsetattr(STDIN_FILENO, TCSADRAIN, &before);
   }
+
+  // The terminal for single keys; none on failure. In the background this stops the program.
+  static std::unique_ptr<State> TakeTerminal() {
+    termios before{};
+    if (tcgetattr(STDIN_FILENO, &before) != 0) return nullptr;
+    termios single = before;
+    single.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    single.c_cc[VMIN] = 0;
+    single.c_cc[VTIME] = 0;
+    single.c_cc[VSUSP] = _POSIX_VDISABLE;
+    if (Retried([&] { return tcsetattr(STDIN_FILENO, TCSADRAIN, &single); }) != 0) return nullptr;
+    auto state = std::make_unique<State>();
+    state->before = before;
+    return state;
+  }
 };
 
 Keyboard::Keyboard() {
-  auto state = std::make_unique<State>();
-  if (!IsOurs() || tcgetattr(STDIN_FILENO, &state->before) != 0) return;
-  termios single = state->before;
-  single.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-  single.c_cc[VMIN] = 0;
-  single.c_cc[VTIME] = 0;
-  single.c_cc[VSUSP] = _POSIX_VDISABLE;
-  if (tcsetattr(STDIN_FILENO, TCSADRAIN, &single) == 0) state_ = std::move(state);
+  if (IsOurs()) state_ = State::TakeTerminal();
 }
 
 Keyboard::~Keyboard() = default;
@@ -55,6 +64,12 @@ std::vector<KeyPress> Keyboard::Take() {
     state_->bytes.append(buffer.data(), static_cast<std::size_t>(size));
   }
   return TakeKeys(state_->bytes);
+}
+
+void Keyboard::Suspend() {
+  state_.reset();
+  kill(0, SIGTSTP);  // the whole job, as the terminal would
+  state_ = State::TakeTerminal();
 }
 
 std::intptr_t Keyboard::waitHandle() const { return valid() ? STDIN_FILENO : kNoWaitHandle; }

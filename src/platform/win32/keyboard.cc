@@ -71,6 +71,8 @@ std::vector<KeyPress> Keyboard::Take() {
   return keys;
 }
 
+void Keyboard::Suspend() {}
+
 std::intptr_t Keyboard::waitHandle() const {
   return valid() ? reinterpret_cast<std::intptr_t>(state_->console) : kNoWaitHandle;
 }
