@@ -25,16 +25,10 @@ ValueKind KindOf(std::string_view placeholder, bool choices) {
   return ValueKind::kAny;
 }
 
-std::string Joined(std::span<const std::string> words) {
-  std::string line;
-  for (const std::string& word : words) line.append(line.empty() ? "" : " ").append(word);
-  return line;
-}
-
 std::string NamesOf(std::span<const Option> options) {
   std::vector<std::string> names;
   for (const Option& option : options) names.emplace_back(option.name);
-  return Joined(names);
+  return Joined(names, " ");
 }
 
 struct NamedShell {
@@ -91,7 +85,7 @@ std::string Quoted(std::string_view text, std::string_view quoteInside) {
 std::string BashOffer(ValueKind kind, std::span<const std::string> choices) {
   switch (kind) {
     case ValueKind::kChoice:
-      return Concat({"COMPREPLY=($(compgen -W '", Joined(choices), "' -- \"$word\"))"});
+      return Concat({"COMPREPLY=($(compgen -W '", Joined(choices, " "), "' -- \"$word\"))"});
     case ValueKind::kFolder:
       return "compopt -o filenames; COMPREPLY=($(compgen -d -- \"$word\"))";
     case ValueKind::kFile:
@@ -163,7 +157,7 @@ std::string BashScript(std::string_view program, std::span<const CompletedComman
 std::string ZshAction(ValueKind kind, std::span<const std::string> choices) {
   switch (kind) {
     case ValueKind::kChoice:
-      return Concat({"(", Joined(choices), ")"});
+      return Concat({"(", Joined(choices, " "), ")"});
     case ValueKind::kFolder:
       return "_files -/";
     case ValueKind::kFile:
@@ -228,7 +222,7 @@ std::string ZshScript(std::string_view program, std::span<const CompletedCommand
     const std::vector<std::string> second = SecondWords(commands, word);
     if (second.empty()) continue;
     text.append(Concat({"if [[ $command == ", word, " ]]; then\n  if ((CURRENT == 2)); then\n",
-                        "    compadd ", Joined(second),
+                        "    compadd ", Joined(second, " "),
                         "\n    return\n  fi\n  command=\"$command $words[2]\"\n  shift words\n"
                         "  ((CURRENT--))\nfi\n"}));
   }

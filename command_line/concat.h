@@ -13,4 +13,15 @@ namespace talvorn {
   return whole;
 }
 
+[[nodiscard]] std::string Joined(const auto& texts, std::string_view separator) {
+  std::string whole;
+  bool first = true;
+  for (const std::string& text : texts) {
+    if (!first) whole.append(separator);
+    whole.append(text);
+    first = false;
+  }
+  return whole;
+}
+
 }  // namespace talvorn

@@ -12,8 +12,8 @@ void CheckLocator(Examination& examination);
 void CheckSettings(Examination& examination);
 // Each interface: used, or why it is not; the groups joined on it.
 void CheckInterfaces(Examination& examination);
-void CheckReceiveBuffers(Examination& examination);
 void CheckFirewall(Examination& examination);
+void CheckReceiveBuffers(Examination& examination);
 // Requests, answers and other locators on the network, for one request period.
 void CheckTraffic(Examination& examination);
 void CheckStaticDevices(Examination& examination);

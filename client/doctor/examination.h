@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -36,10 +37,11 @@ struct Examination {
   const ExaminationOptions& options;
   const TakeFinding take;
   LocatorClient client;
-  RegistryValues settings{};            // in force for a locator that is started now
-  bool answers = false;                 // the locator
-  std::vector<DeviceRecord> devices{};  // that it knows
-  TrafficListener traffic{};            // from the look at the interfaces on
+  RegistryValues settings{};                // in force for a locator that is started now
+  bool answers = false;                     // the locator
+  std::vector<DeviceRecord> devices{};      // that it knows
+  TrafficListener traffic{};                // from the look at the interfaces on
+  std::set<std::string> listedAddresses{};  // of static devices, as far as the file tells them
 };
 
 // Runs every check. False when it was interrupted.

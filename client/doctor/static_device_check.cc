@@ -114,6 +114,7 @@ void CheckStaticDevices(Examination& examination) {
   if (path.size() < kShortestDeviceFilePath) return;
   std::vector<std::unique_ptr<Asked>> devices;
   for (platform::ListedDevice& listed : platform::ReadDeviceFile(path)) {
+    examination.listedAddresses.insert(platform::WideToUtf8(listed.address));
     if (const auto mistake = MistakeIn(listed))
       examination.Fail(kCheck, Concat({"static device ", NameOf(listed), mistake->what}),
                        std::string(mistake->advice));

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,19 +29,35 @@ std::string_view WithoutZeros(std::string_view serial) {
   return serial.substr(std::min(serial.find_first_not_of('0'), serial.size()));
 }
 
-bool IsMeant(std::string_view subject, const DeviceRecord& device) {
-  if (IsSerial(subject)) return WithoutZeros(device.deviceSerial.view()) == WithoutZeros(subject);
-  return subject == device.deviceIpv4.view() || subject == device.deviceIpv6.view();
+// As an address is written here: "FE80:0::1" and "fe80::1%eth0" are "fe80::1". Empty for another
+// text.
+std::string CanonicalAddress(std::string_view text) {
+  const std::string host(text.substr(0, text.find('%')));
+  return platform::NumericHost(platform::SocketAddress::Parse(host.c_str(), 0));
+}
+
+// Whether the serial, or one of the addresses, is the one that was asked for.
+bool IsMeant(std::string_view subject, std::string_view serial,
+             const std::set<std::string>& addresses) {
+  if (IsSerial(subject)) return WithoutZeros(serial) == WithoutZeros(subject);
+  const std::string wanted = CanonicalAddress(subject);
+  return std::ranges::any_of(addresses, [&](const std::string& address) {
+    return address == subject || (!wanted.empty() && CanonicalAddress(address) == wanted);
+  });
+}
+
+std::set<std::string> AddressesOf(const DeviceRecord& device) {
+  std::set<std::string> addresses{std::string(device.deviceIpv4.view()),
+                                  std::string(device.deviceIpv6.view())};
+  addresses.erase("");
+  return addresses;
 }
 
 // On which interface it was heard while we listened; empty for none.
 std::string HeardOn(const TrafficListener& traffic, std::string_view subject) {
   for (const auto& [interface, heard] : traffic.heard())
     for (const auto& [serial, sources] : heard.devices)
-      if ((IsSerial(subject) && WithoutZeros(serial) == WithoutZeros(subject)) ||
-          sources.contains(std::string(subject))) {
-        return interface;
-      }
+      if (IsMeant(subject, serial, sources)) return interface;
   return {};
 }
 
@@ -57,14 +74,14 @@ bool IsNear(std::uint32_t address) {
 void CheckSubject(Examination& examination) {
   const std::string& subject = examination.options.subject;
   if (subject.empty()) return;
-  const auto known = std::ranges::find_if(
-      examination.devices, [&](const DeviceRecord& device) { return IsMeant(subject, device); });
+  const auto known = std::ranges::find_if(examination.devices, [&](const DeviceRecord& device) {
+    return IsMeant(subject, device.deviceSerial.view(), AddressesOf(device));
+  });
   if (known != examination.devices.end()) {
-    examination.Ok(
-        kCheck,
-        Concat({"the locator knows ", subject, ": serial ", Utf8(known->deviceSerial.view()),
-                ", alias \"", Utf8(known->deviceAlias.view()), "\", at ",
-                Utf8(known->deviceIpv4.view()), Utf8(known->deviceIpv6.view())}));
+    examination.Ok(kCheck, Concat({"the locator knows ", subject, ": serial ",
+                                   Utf8(known->deviceSerial.view()), ", alias \"",
+                                   Utf8(known->deviceAlias.view()), "\", at ",
+                                   Utf8(Joined(AddressesOf(*known), " and "))}));
     return;
   }
   if (const std::string interface = HeardOn(examination.traffic, subject); !interface.empty()) {
@@ -72,6 +89,12 @@ void CheckSubject(Examination& examination) {
                      Concat({subject, " answers on ", interface,
                              ", but the locator did not know it a moment ago"}),
                      "Ask again; if it stays so, end the locator and start it again.");
+    return;
+  }
+  if (examination.listedAddresses.contains(subject)) {
+    examination.Fail(kCheck,
+                     Concat({subject, " is a static device that the locator does not know"}),
+                     "See what is said of static devices above.");
     return;
   }
   const std::uint32_t address = platform::ParseIpv4(subject.c_str());

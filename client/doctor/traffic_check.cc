@@ -8,17 +8,12 @@ namespace talvorn {
 namespace {
 
 constexpr std::string_view kCheck = "traffic";
-std::string Joined(const std::set<std::string>& texts) {
-  std::string all;
-  for (const std::string& text : texts) all.append(all.empty() ? "" : ", ").append(text);
-  return all;
-}
 
 void TellAskers(const Examination& examination, const std::string& interface,
                 const HeardOnInterface& heard) {
   if (heard.askers.empty()) return;
   examination.Warn(kCheck,
-                   Concat({"on ", interface, " another locator asks, ", Joined(heard.askers),
+                   Concat({"on ", interface, " another locator asks, ", Joined(heard.askers, ", "),
                            "; this machine's keeps silent meanwhile"}),
                    "Fine as long as devices answer it; else end it, or lower \"Time Master\".");
 }
@@ -34,8 +29,29 @@ void TellDoubles(const Examination& examination, const std::string& interface,
     if (ipv6 < 2 && sources.size() - ipv6 < 2) continue;
     examination.Warn(kCheck,
                      Concat({"on ", interface, " several devices call themselves ", serial, ": ",
-                             Joined(sources)}),
+                             Joined(sources, ", ")}),
                      "Give each device a serial number of its own; only one of them is shown.");
+  }
+}
+
+// "on eth0 the locator asks, and 3 devices answer"
+std::string Summary(const std::string& interface, const HeardOnInterface& heard) {
+  const std::size_t count = heard.devices.size();
+  return Concat({"on ", interface, heard.asked == true ? " the locator asks, and " : " ",
+                 count == 0 ? "no" : std::to_string(count),
+                 count > 1 ? " devices answer" : " device answers"});
+}
+
+void TellSilence(const Examination& examination, const std::string& interface,
+                 const HeardOnInterface& heard) {
+  if (heard.asked == false && heard.askers.empty()) {
+    examination.Fail(kCheck, Concat({"on ", interface, " nobody asks: no request leaves"}),
+                     "Another locator may have asked a moment ago; run this again. Else end the "
+                     "locator and start it again.");
+  } else {
+    examination.Fail(kCheck, Summary(interface, heard),
+                     "Are devices switched on, and on this network? A switch that filters "
+                     "multicast (IGMP snooping) without a querier loses their answers.");
   }
 }
 
@@ -53,17 +69,10 @@ void CheckTraffic(Examination& examination) {
     devices += heard.devices.size();
   }
   for (const auto& [interface, heard] : examination.traffic.heard()) {
-    const std::size_t count = heard.devices.size();
-    if (count > 0) {
-      examination.Ok(kCheck, Concat({"on ", interface, " ", std::to_string(count),
-                                     count == 1 ? " device answers" : " devices answer"}));
-    } else if (devices > 0 || !examination.devices.empty()) {
-      examination.Ok(kCheck, Concat({"on ", interface, " no device answers"}));
-    } else {
-      examination.Fail(kCheck, Concat({"on ", interface, " no device answers"}),
-                       "Are devices switched on, and on this network? A switch that filters "
-                       "multicast (IGMP snooping) without a querier loses their answers.");
-    }
+    if (devices > 0 || !examination.devices.empty())
+      examination.Ok(kCheck, Summary(interface, heard));
+    else
+      TellSilence(examination, interface, heard);
   }
 }
 

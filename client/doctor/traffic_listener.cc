@@ -9,6 +9,13 @@
 #include "platform/clock.h"
 
 namespace talvorn {
+namespace {
+
+bool IsRequest(std::span<const std::byte> datagram) {
+  return AcceptDatagram(datagram, kMagic) && DatagramType(datagram) == kTypeRequest;
+}
+
+}  // namespace
 
 std::uint32_t RequestRoundMs(const RegistryValues& settings) {
   constexpr std::uint32_t kAnswerMs = 1'000;    // devices take a moment
@@ -29,7 +36,9 @@ bool TrafficListener::Listen(const std::string& interface, platform::AddressFami
   auto requests = OpenReceivingSocket(value, ipv6 ? kRequestGroupIpv6 : kRequestGroupIpv4);
   auto answers = OpenReceivingSocket(value, ipv6 ? kResponseGroupIpv6 : kResponseGroupIpv4);
   if (!requests || !answers) return false;
-  heard_.try_emplace(interface);
+  const bool seen = departing_.valid();
+  heard_.try_emplace(interface,
+                     HeardOnInterface{.asked = seen ? std::optional(false) : std::nullopt});
   ears_.push_back({std::move(*requests), interface, false});
   ears_.push_back({std::move(*answers), interface, true});
   return true;
@@ -41,6 +50,7 @@ bool TrafficListener::ListenFor(std::uint32_t milliseconds, const platform::Wait
   const std::uint64_t start = platform::MonotonicMs();
   for (;;) {
     TakeWhatCameIn();
+    TakeWhatDeparted();
     if (platform::MonotonicMs() - start >= milliseconds) return true;
     if (platform::WaitForAny(interrupts, kPauseMs) != platform::WaitStatus::kTimeout) return false;
   }
@@ -57,14 +67,20 @@ void TrafficListener::TakeWhatCameIn() {
   }
 }
 
+void TrafficListener::TakeWhatDeparted() {
+  for (const platform::DepartingDatagram& datagram : departing_.Take()) {
+    const auto heard = heard_.find(datagram.interface);
+    if (heard != heard_.end() && IsRequest(datagram.payload)) heard->second.asked = true;
+  }
+}
+
 void TrafficListener::Take(const Ear& ear, std::span<const std::byte> datagram,
                            const platform::SocketAddress& source) {
-  if (!AcceptDatagram(datagram, kMagic)) return;
   HeardOnInterface& heard = heard_[ear.interface];
   if (!ear.hearsAnswers) {
-    if (DatagramType(datagram) == kTypeRequest && !own_.contains(source.host()))
+    if (IsRequest(datagram) && !own_.contains(source.host()))
       heard.askers.insert(NumericHost(source));
-  } else if (IsAnswer(datagram)) {
+  } else if (AcceptDatagram(datagram, kMagic) && IsAnswer(datagram)) {
     const DeviceRecord record = DecodeAnswer(datagram);
     heard.devices[std::string(record.deviceSerial.view())].insert(NumericHost(source));
   }

@@ -1,14 +1,17 @@
-// Hears what devices and other locators say on the networks of this machine. What the
-// machine's own locator asks does not come back to it, and is not heard here either.
+// Hears what devices and other locators say on the networks of this machine. What the machine's
+// own locator asks does not come back to it; it is seen departing, where the account may watch.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "discovery/datagram.h"
 #include "platform/address.h"
+#include "platform/departing_datagrams.h"
 #include "platform/socket.h"
 #include "platform/waitable.h"
 #include "support/settings.h"
@@ -17,6 +20,7 @@ namespace talvorn {
 
 // What was heard on one interface.
 struct HeardOnInterface {
+  std::optional<bool> asked{};                             // by this machine; none: not to be seen
   std::set<std::string> askers{};                          // addresses of other locators
   std::map<std::string, std::set<std::string>> devices{};  // serials, and where they spoke from
 };
@@ -52,10 +56,12 @@ class TrafficListener {
   };
 
   void TakeWhatCameIn();
+  void TakeWhatDeparted();
   void Take(const Ear& ear, std::span<const std::byte> datagram,
             const platform::SocketAddress& source);
 
   const bool libraryStarted_;
+  platform::DepartingDatagrams departing_{kDiscoveryPort};
   std::vector<Ear> ears_;
   std::set<platform::HostAddress> own_;
   std::map<std::string, HeardOnInterface> heard_;

@@ -67,6 +67,7 @@ std::string InterfaceText(const ExaminedInterface& one, const Status& status) {
   std::string text = UsedAddresses(one);
   const auto heard = status.heard.find(one.description.name);
   if (heard == status.heard.end()) return text;
+  if (heard->second.asked) text.append(*heard->second.asked ? ", asks" : ", does not ask");
   for (const std::string& asker : heard->second.askers)
     text.append(", another locator asks: ").append(asker);
   return text.append(", ").append(Counted(heard->second.devices.size(), "device")).append(" heard");
@@ -95,6 +96,11 @@ void WriteInterface(JsonWriter& json, const ExaminedInterface& one, const Status
   for (const std::uint32_t address : one.ipv4) json.String(platform::Ipv4Text(address));
   json.EndArray().Key("ipv6").Bool(one.ipv6);
   const auto heard = status.heard.find(one.description.name);
+  json.Key("asked");
+  if (heard != status.heard.end() && heard->second.asked)
+    json.Bool(*heard->second.asked);
+  else
+    json.Null();
   json.Key("otherLocators").BeginArray();
   if (heard != status.heard.end())
     for (const std::string& asker : heard->second.askers) json.String(asker);

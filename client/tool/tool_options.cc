@@ -217,7 +217,7 @@ constexpr auto kCommands = std::to_array<CommandEntry>({
     {"status", "", ToolCommand::kStatus, "the locator and its interfaces at a glance",
      "Shows the locator with its lifetime, how many devices and items it has, the interfaces that\n"
      "it uses or does not, dropped datagrams, its last request and the last answer. Sends nothing\n"
-     "to the network; --listen adds who else asks there and how many devices answer.\n",
+     "to the network; --listen adds who asks there and how many devices answer.\n",
      StatusOptions, nullptr},
     {"settings", "", ToolCommand::kSettings, "the settings in force, and where they come from",
      "Shows every setting with its value and where that comes from: \"stored\", or \"default\" "

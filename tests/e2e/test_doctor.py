@@ -23,6 +23,11 @@ class DoctorTestCase(NetworkTestCase):
         self.assertEqual(doctor.err, "")
         return status, [tuple(line.split(None, 1)) for line in doctor.out.splitlines()]
 
+    @property
+    def asks(self):
+        """That the locator's requests leave, as far as the system shows them."""
+        return "the locator asks, and " if self.target.NAME == "linux" else ""
+
     def complaints(self, locator, *arguments, **options):
         """What is not ok."""
         status, findings = self.findings(locator, *arguments, **options)
@@ -47,7 +52,7 @@ class Healthy(DoctorTestCase):
         self.assertEqual(status, 0)
         said = "\n".join(sentence for _, sentence in findings)
         self.assertRegex(said, r"locator 1\.0\.0\.0 answers in \d+\.\d ms")
-        self.assertRegex(said, r"on \S.* 3 devices answer")
+        self.assertRegex(said, rf"on \S.* {self.asks}3 devices answer")
         known = json.loads(self.tool_says(locator, "devices", "--json"))["devices"][0]
         for asked in (known["serial"], known["serial"].lstrip("0"), known["ipv4"]):
             self.assertEqual(self.complaints(locator, asked), [])
@@ -120,9 +125,17 @@ class Faults(DoctorTestCase):
 
     def test_silence_and_a_device_elsewhere(self):
         locator = self.start_listening(self.here, settings=FAST)
-        self.assert_complains_first(locator, "FAIL", "no device answers")
+        self.assert_complains_first(locator, "FAIL", f"on .* {self.asks}no device answers")
         self.assertRegex(str(self.complaints(locator, "10.9.9.9")[-1]),
                          "in no network with 10.9.9.9")
+
+    @only_on("linux", "what leaves is not to be seen on Windows")
+    def test_nobody_asks(self):
+        locator = self.start_listening(
+            self.here, settings={**FAST, "Time Master": 600000, "IPv6 Active": 0})
+        self.device().send_request()
+        wait_until(lambda: locator.event_log.texts("CAST RECEIVE"), "its silence")
+        self.assert_complains_first(locator, "FAIL", "on net0 nobody asks: no request leaves")
 
     def test_settings(self):
         locator = self.start_listening(self.here, settings=FAST)

@@ -31,6 +31,9 @@ class Overview(NetworkTestCase):
         locator = self.start_listening(self.here)
         self.simulate(self.there, "--interface", "dev0", "--devices", "2", "--items", "1")
         locator.wait_devices(2)
+        if self.target.NAME == "linux":
+            self.assertRegex(self.tool_says(locator, "status", "--listen", "4"),
+                             r"net0 .*, asks, 2 devices heard")
         rival = self.station(self.there, "dev0", "192.168.10.20")
         status = self.tool(locator, "status", "--json", "--listen", "4")
         wait_until(lambda: (rival.send_request(), status.ended)[1], "the end of the status")
