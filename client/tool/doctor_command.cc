@@ -5,13 +5,13 @@
 #include "client/tool/commands.h"
 #include "client/tool/finding_view.h"
 #include "client/tool/session.h"
+#include "client/tool/text_style.h"
 #include "command_line/concat.h"
-#include "platform/console.h"
 #include "platform/process.h"
 
 namespace talvorn {
 int RunDoctorCommand(const ToolOptions& options) {
-  const bool colours = platform::OutputIsTerminal();
+  const bool styles = OutputTakesStyles();
   JsonWriter json;
   json.BeginObject().Key("findings").BeginArray();
   int outputStatus = kDone;
@@ -24,7 +24,7 @@ int RunDoctorCommand(const ToolOptions& options) {
     if (options.json)
       WriteFinding(json, finding);
     else if (outputStatus == kDone)
-      outputStatus = Print(FindingLine(finding, colours));
+      outputStatus = Print(FindingLine(finding, styles));
   });
   if (!whole) return kDone;
   if (options.json) outputStatus = Print(Concat({json.EndArray().EndObject().text(), "\n"}));

@@ -1,5 +1,6 @@
 #include "client/tool/finding_view.h"
 
+#include "client/tool/text_style.h"
 #include "command_line/concat.h"
 #include "command_line/terminal_text.h"
 
@@ -8,31 +9,29 @@ namespace {
 
 constexpr std::string_view kPage = "docs/troubleshooting.md";
 
-std::string_view WordOf(Verdict verdict) {
+struct Look {
+  std::string_view word;
+  TextStyle style;
+};
+
+Look LookOf(Verdict verdict) {
   switch (verdict) {
     case Verdict::kOk:
-      return "ok";
+      return {"ok", TextStyle::kGood};
     case Verdict::kWarning:
-      return "warn";
+      return {"warn", TextStyle::kAttention};
     case Verdict::kFailure:
       break;
   }
-  return "FAIL";
-}
-
-std::string Coloured(Verdict verdict, std::string_view text) {
-  const std::string_view colour = verdict == Verdict::kOk        ? "\x1b[32m"
-                                  : verdict == Verdict::kWarning ? "\x1b[33m"
-                                                                 : "\x1b[1;31m";
-  return Concat({colour, text, "\x1b[0m"});
+  return {"FAIL", TextStyle::kAlarm};
 }
 
 }  // namespace
 
-std::string FindingLine(const Finding& finding, bool colours) {
+std::string FindingLine(const Finding& finding, bool styles) {
   constexpr std::size_t kWordWidth = 6;
-  const std::string_view word = WordOf(finding.verdict);
-  std::string line = colours ? Coloured(finding.verdict, word) : std::string(word);
+  const auto [word, style] = LookOf(finding.verdict);
+  std::string line = Styled(word, styles ? style : TextStyle::kPlain);
   line.append(kWordWidth - word.size(), ' ').append(EscapeForTerminal(finding.what));
   if (!finding.advice.empty()) {
     line.append(". ").append(EscapeForTerminal(finding.advice));
@@ -44,7 +43,7 @@ std::string FindingLine(const Finding& finding, bool colours) {
 void WriteFinding(JsonWriter& json, const Finding& finding) {
   json.BeginObject();
   json.Key("check").String(finding.check);
-  json.Key("verdict").String(WordOf(finding.verdict));
+  json.Key("verdict").String(LookOf(finding.verdict).word);
   json.Key("what").String(finding.what);
   json.Key("advice").String(finding.advice);
   json.EndObject();

@@ -8,8 +8,8 @@
 
 namespace talvorn {
 
-// One line, safe for a terminal; colours are for one.
-[[nodiscard]] std::string FindingLine(const Finding& finding, bool colours);
+// One line, safe for a terminal; styles are for one.
+[[nodiscard]] std::string FindingLine(const Finding& finding, bool styles);
 
 void WriteFinding(JsonWriter& json, const Finding& finding);
 

@@ -1,8 +1,6 @@
 // devices and items: once, or again and again.
 #include <algorithm>
-#include <cstdlib>
 #include <optional>
-#include <string_view>
 
 #include "client/client_presence.h"
 #include "client/tool/arrangement.h"
@@ -10,6 +8,7 @@
 #include "client/tool/live_table.h"
 #include "client/tool/session.h"
 #include "client/tool/table.h"
+#include "client/tool/text_style.h"
 #include "client/tool/views.h"
 #include "command_line/concat.h"
 #include "platform/clock.h"
@@ -153,20 +152,14 @@ int ShowLive(LocatorClient& client, const ToolOptions& options) {
   return status == kDone ? restored : status;
 }
 
-bool CanDrawOver() {
-  const char* const terminal = std::getenv("TERM");
-  const bool dumb = terminal != nullptr && std::string_view(terminal) == "dumb";
-  return platform::OutputIsTerminal() && !dumb;
-}
-
 }  // namespace
 
 int RunListCommand(const ToolOptions& options) {
   LocatorClient client(ClientOptionsOf(options));
   if (!options.watchMs) return ListOnce(client, options);
   const ClientPresence presence;
-  return CanDrawOver() && !options.json ? ShowLive(client, options)
-                                        : ListRepeatedly(client, options);
+  return OutputTakesSequences() && !options.json ? ShowLive(client, options)
+                                                 : ListRepeatedly(client, options);
 }
 
 }  // namespace talvorn

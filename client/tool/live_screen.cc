@@ -18,23 +18,6 @@ constexpr std::string_view kHideCursor = "\x1b[?25l";
 constexpr std::string_view kShowCursor = "\x1b[?25h";
 constexpr std::string_view kNoWrap = "\x1b[?7l";
 constexpr std::string_view kWrap = "\x1b[?7h";
-constexpr std::string_view kResetStyle = "\x1b[0m";
-
-std::string_view StyleSequence(LineStyle style) {
-  switch (style) {
-    case LineStyle::kStrong:
-      return "\x1b[1m";
-    case LineStyle::kGood:
-      return "\x1b[32m";
-    case LineStyle::kAttention:
-      return "\x1b[33m";
-    case LineStyle::kFaint:
-      return "\x1b[2m";
-    case LineStyle::kPlain:
-      break;
-  }
-  return {};
-}
 
 }  // namespace
 
@@ -43,7 +26,7 @@ std::string EnterScreen() { return Concat({kHideCursor, kNoWrap, kHome, kEraseSc
 std::string LeaveScreen() { return Concat({kWrap, kShowCursor, "\n"}); }
 
 std::string ComposePage(std::span<const ScreenLine> lines, platform::TerminalSize size,
-                        bool colours) {
+                        bool styles) {
   const std::size_t rows = std::max<std::size_t>(size.rows, 1);
   const std::size_t shown = lines.size() > rows ? rows - 1 : lines.size();
   // One column less: after the last one the cursor stays on it, and what erases the
@@ -52,15 +35,13 @@ std::string ComposePage(std::span<const ScreenLine> lines, platform::TerminalSiz
 
   std::string page(kHome);
   const auto add = [&](const ScreenLine& line) {
-    const std::string_view style = colours ? StyleSequence(line.style) : std::string_view{};
     if (page.size() > kHome.size()) page.append("\r\n");
-    page.append(style).append(CutToWidth(line.text, columns));
-    if (!style.empty()) page.append(kResetStyle);
+    page.append(Styled(CutToWidth(line.text, columns), styles ? line.style : TextStyle::kPlain));
     page.append(kEraseRestOfLine);
   };
   for (const ScreenLine& line : lines.first(shown)) add(line);
   if (shown < lines.size())
-    add({Concat({"... and ", std::to_string(lines.size() - shown), " more"}), LineStyle::kFaint});
+    add({Concat({"... and ", std::to_string(lines.size() - shown), " more"}), TextStyle::kFaint});
   return page.append(kEraseBelow);
 }
 

@@ -5,15 +5,14 @@
 #include <span>
 #include <string>
 
+#include "client/tool/text_style.h"
 #include "platform/console.h"
 
 namespace talvorn {
 
-enum class LineStyle { kPlain, kStrong, kGood, kAttention, kFaint };
-
 struct ScreenLine {
   std::string text;  // safe for a terminal
-  LineStyle style = LineStyle::kPlain;
+  TextStyle style = TextStyle::kPlain;
 };
 
 // What clears the terminal and hides the cursor, and what puts it back.
@@ -23,6 +22,6 @@ struct ScreenLine {
 // The page that shows `lines` from the top left corner, cut to the terminal. When not
 // all of them fit, a last line says how many are missing.
 [[nodiscard]] std::string ComposePage(std::span<const ScreenLine> lines,
-                                      platform::TerminalSize size, bool colours);
+                                      platform::TerminalSize size, bool styles);
 
 }  // namespace talvorn

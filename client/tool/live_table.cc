@@ -1,7 +1,6 @@
 #include "client/tool/live_table.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <string_view>
 
 #include "client/tool/arrangement.h"
@@ -30,18 +29,18 @@ std::string MarkText(RowMark mark) {
   return {};
 }
 
-LineStyle StyleOf(RowMark mark) {
+TextStyle StyleOf(RowMark mark) {
   switch (mark) {
     case RowMark::kNew:
-      return LineStyle::kGood;
+      return TextStyle::kGood;
     case RowMark::kChanged:
-      return LineStyle::kAttention;
+      return TextStyle::kAttention;
     case RowMark::kGone:
-      return LineStyle::kFaint;
+      return TextStyle::kFaint;
     case RowMark::kNone:
       break;
   }
-  return LineStyle::kPlain;
+  return TextStyle::kPlain;
 }
 
 std::vector<std::string> WithMark(std::string mark, std::vector<std::string> cells) {
@@ -52,10 +51,7 @@ std::vector<std::string> WithMark(std::string mark, std::vector<std::string> cel
 }  // namespace
 
 LiveTable::LiveTable(const ToolOptions& options, bool hasKeys)
-    : options_(options), hasKeys_(hasKeys), history_(kMarkMs) {
-  const char* const noColour = std::getenv("NO_COLOR");
-  colours_ = noColour == nullptr || *noColour == '\0';
-}
+    : options_(options), hasKeys_(hasKeys), history_(kMarkMs) {}
 
 void LiveTable::Show(View view) {
   trouble_.reset();
@@ -123,12 +119,12 @@ std::string LiveTable::Page(platform::TerminalSize size) {
       table.AddRow(
           WithMark(MarkText(row.mark), SelectCells(view_.headings, row.cells, options_.columns)));
     table.FitTo(size.columns - std::min(size.columns, 1U), view_.expendable);
-    lines.push_back({table.HeadingLine(), LineStyle::kStrong});
+    lines.push_back({table.HeadingLine(), TextStyle::kStrong});
     for (std::size_t i = top_; i < std::min(rows.size(), top_ + shown_); ++i)
-      lines.push_back({table.RowLine(i), trouble_ ? LineStyle::kFaint : StyleOf(rows[i].mark)});
+      lines.push_back({table.RowLine(i), trouble_ ? TextStyle::kFaint : StyleOf(rows[i].mark)});
   }
   lines.push_back(LineBelow(rows.size()));
-  return ComposePage(lines, size, colours_);
+  return ComposePage(lines, size, styles_);
 }
 
 // Old news in faint letters when the locator does not answer.
@@ -136,10 +132,10 @@ std::vector<ScreenLine> LiveTable::LinesAbove() const {
   const std::string now = TimeText(platform::SystemClock().LocalTime());
   std::vector<ScreenLine> lines = {{Concat({"TALVORN   ", trouble_ ? "no answer" : view_.title,
                                             "   ", now, "   ", IntervalText()}),
-                                    LineStyle::kStrong},
+                                    TextStyle::kStrong},
                                    {}};
   if (trouble_) {
-    lines.push_back({Concat({"Waiting: ", trouble_->what, "."}), LineStyle::kAttention});
+    lines.push_back({Concat({"Waiting: ", trouble_->what, "."}), TextStyle::kAttention});
     lines.push_back({trouble_->advice});
     lines.emplace_back();
   }
@@ -148,7 +144,7 @@ std::vector<ScreenLine> LiveTable::LinesAbove() const {
 
 // The place in the list, the filter and the keys.
 ScreenLine LiveTable::LineBelow(std::size_t count) const {
-  if (editsFilter_) return {Concat({"/", EscapeForTerminal(filter_), "_"}), LineStyle::kStrong};
+  if (editsFilter_) return {Concat({"/", EscapeForTerminal(filter_), "_"}), TextStyle::kStrong};
   std::string text;
   const std::size_t last = std::min(count, top_ + shown_);
   if (count > shown_)
@@ -159,7 +155,7 @@ ScreenLine LiveTable::LineBelow(std::size_t count) const {
                         "Esc shows all   "}));
   if (hasKeys_)
     text.append(count > shown_ ? "arrows move, / filters, q ends" : "/ filters, q ends");
-  return {std::move(text), LineStyle::kFaint};
+  return {std::move(text), TextStyle::kFaint};
 }
 
 std::string LiveTable::IntervalText() const {

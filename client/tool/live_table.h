@@ -9,6 +9,7 @@
 #include "client/tool/live_screen.h"
 #include "client/tool/row_history.h"
 #include "client/tool/session.h"
+#include "client/tool/text_style.h"
 #include "client/tool/tool_options.h"
 #include "client/tool/views.h"
 #include "platform/console.h"
@@ -40,7 +41,7 @@ class LiveTable {
 
   const ToolOptions& options_;
   const bool hasKeys_;
-  bool colours_ = true;
+  const bool styles_ = OutputTakesStyles();
   std::optional<Trouble> trouble_;  // none: the locator answers
   View view_;                       // as last answered, without its rows
   std::vector<MarkedRow> marked_;

@@ -1,0 +1,20 @@
+// How a text stands out on a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace talvorn {
+
+enum class TextStyle { kPlain, kStrong, kGood, kAttention, kAlarm, kFaint };
+
+// Standard output is a terminal that follows control sequences (TERM is not "dumb").
+[[nodiscard]] bool OutputTakesSequences();
+
+// It is, and NO_COLOR does not forbid them.
+[[nodiscard]] bool OutputTakesStyles();
+
+// The text, and the style ended behind it.
+[[nodiscard]] std::string Styled(std::string_view text, TextStyle style);
+
+}  // namespace talvorn
