@@ -44,7 +44,15 @@ std::string Summary(const std::string& interface, const HeardOnInterface& heard)
 
 void TellSilence(const Examination& examination, const std::string& interface,
                  const HeardOnInterface& heard) {
-  if (heard.asked == false && heard.askers.empty()) {
+  const std::uint32_t period = examination.settings.timeRequest;
+  const std::uint32_t listened = RequestRoundMs(examination.settings);
+  if (period >= listened) {
+    examination.Warn(
+        kCheck,
+        Concat({"on ", interface, " no device answered within ", std::to_string(listened / 1'000),
+                " s, and the locator asks every ", std::to_string(period / 1'000), " s only"}),
+        "Run this again, or lower \"Time Request\" for a while.");
+  } else if (heard.asked == false && heard.askers.empty()) {
     examination.Fail(kCheck, Concat({"on ", interface, " nobody asks: no request leaves"}),
                      "Another locator may have asked a moment ago; run this again. Else end the "
                      "locator and start it again.");
