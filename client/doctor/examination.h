@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -22,6 +23,8 @@ struct ExaminationOptions {
   std::uint32_t timeoutMs = 3'000;                // of one request to the locator
   const platform::Waitable* interrupt = nullptr;  // breaks the examination off
   std::string subject{};                          // address or serial of one device; empty: all
+  // Told before the examination listens for so long. May be empty.
+  std::function<void(std::uint32_t milliseconds)> onListening{};
 };
 
 // What the checks share: each finds out one thing, says it, and leaves what later ones build on.

@@ -67,9 +67,9 @@ void TellSilence(const Examination& examination, const std::string& interface,
 
 void CheckTraffic(Examination& examination) {
   if (!examination.answers || examination.traffic.heard().empty()) return;
-  if (!examination.traffic.ListenFor(RequestRoundMs(examination.settings),
-                                     examination.options.interrupt))
-    return;
+  const std::uint32_t round = RequestRoundMs(examination.settings);
+  if (examination.options.onListening) examination.options.onListening(round);
+  if (!examination.traffic.ListenFor(round, examination.options.interrupt)) return;
   std::size_t devices = 0;
   for (const auto& [interface, heard] : examination.traffic.heard()) {
     TellAskers(examination, interface, heard);

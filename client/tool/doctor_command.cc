@@ -10,25 +10,71 @@
 #include "platform/process.h"
 
 namespace talvorn {
-int RunDoctorCommand(const ToolOptions& options) {
-  const bool styles = OutputTakesStyles();
-  JsonWriter json;
-  json.BeginObject().Key("findings").BeginArray();
-  int outputStatus = kDone;
+namespace {
+
+// Findings for people, each as it is found.
+class FindingLines {
+ public:
+  void Add(const Finding& finding) {
+    Put(Concat({draws_ ? kBackToEmptyLine : "", FindingLine(finding, styles_)}));
+  }
+
+  // On a terminal, until the next finding takes its place.
+  void SayThatItListens(std::uint32_t milliseconds) {
+    if (draws_) Put(Concat({"      listens for ", std::to_string(milliseconds / 1'000), " s ..."}));
+  }
+
+  int End(bool) {
+    if (draws_) Put(std::string(kBackToEmptyLine));
+    return status_;
+  }
+
+ private:
+  void Put(const std::string& text) {
+    if (status_ == kDone) status_ = Print(text);
+  }
+
+  const bool draws_ = OutputTakesSequences();
+  const bool styles_ = OutputTakesStyles();
+  int status_ = kDone;
+};
+
+// Findings for programs, all at the end; none of an examination that was broken off.
+class FindingDocument {
+ public:
+  FindingDocument() { json_.BeginObject().Key("findings").BeginArray(); }
+
+  void Add(const Finding& finding) { WriteFinding(json_, finding); }
+  void SayThatItListens(std::uint32_t) {}
+  int End(bool whole) {
+    return whole ? Print(Concat({json_.EndArray().EndObject().text(), "\n"})) : kDone;
+  }
+
+ private:
+  JsonWriter json_;
+};
+
+template <class Findings>
+int ExamineInto(Findings findings, const ToolOptions& options) {
   bool failed = false;
-  const ExaminationOptions wanted = {.timeoutMs = options.timeoutMs.value_or(kDefaultTimeoutMs),
-                                     .interrupt = &platform::InterruptRequest(),
-                                     .subject = options.subject};
+  const ExaminationOptions wanted = {
+      .timeoutMs = options.timeoutMs.value_or(kDefaultTimeoutMs),
+      .interrupt = &platform::InterruptRequest(),
+      .subject = options.subject,
+      .onListening = [&](std::uint32_t milliseconds) { findings.SayThatItListens(milliseconds); }};
   const bool whole = Examine(wanted, [&](const Finding& finding) {
     failed = failed || finding.verdict == Verdict::kFailure;
-    if (options.json)
-      WriteFinding(json, finding);
-    else if (outputStatus == kDone)
-      outputStatus = Print(FindingLine(finding, styles));
+    findings.Add(finding);
   });
-  if (!whole) return kDone;
-  if (options.json) outputStatus = Print(Concat({json.EndArray().EndObject().text(), "\n"}));
-  return outputStatus != kDone ? outputStatus : failed ? kFailed : kDone;
+  const int output = findings.End(whole);
+  return output != kDone ? output : failed && whole ? kFailed : kDone;
+}
+
+}  // namespace
+
+int RunDoctorCommand(const ToolOptions& options) {
+  return options.json ? ExamineInto(FindingDocument(), options)
+                      : ExamineInto(FindingLines(), options);
 }
 
 }  // namespace talvorn
