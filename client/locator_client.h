@@ -30,6 +30,9 @@
 
 namespace talvorn {
 
+// What runs on this machine to answer.
+inline constexpr std::string_view kLocatorProgram = "talvorn-locator";
+
 enum class ClientStatus {
   kOk,
   kNoLocator,    // none runs on this machine, or none that this program can reach

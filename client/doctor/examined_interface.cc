@@ -67,4 +67,16 @@ bool ListenOn(TrafficListener& traffic, const ExaminedInterface& interface) {
   return traffic.Listen(name, platform::AddressFamily::kIpv6, interface.description.index) && heard;
 }
 
+std::map<std::string, HeardOnInterface> HearOn(std::span<const ExaminedInterface> interfaces,
+                                               std::uint32_t milliseconds,
+                                               const platform::Waitable* interrupt) {
+  TrafficListener traffic;
+  for (const ExaminedInterface& one : interfaces) {
+    KnowOwnAddresses(traffic, one);
+    (void)ListenOn(traffic, one);
+  }
+  (void)traffic.ListenFor(milliseconds, interrupt);
+  return traffic.heard();
+}
+
 }  // namespace talvorn

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,5 +37,10 @@ void KnowOwnAddresses(TrafficListener& traffic, const ExaminedInterface& interfa
 
 // Listens on it as far as it is used. False when part of it cannot be listened to.
 bool ListenOn(TrafficListener& traffic, const ExaminedInterface& interface);
+
+// What is heard on the interfaces within so long, or until `interrupt`, by their names.
+[[nodiscard]] std::map<std::string, HeardOnInterface> HearOn(
+    std::span<const ExaminedInterface> interfaces, std::uint32_t milliseconds,
+    const platform::Waitable* interrupt);
 
 }  // namespace talvorn

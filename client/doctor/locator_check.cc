@@ -1,28 +1,23 @@
-#include <array>
 #include <cstdint>
 
 #include "client/doctor/checks.h"
+#include "client/stopwatch.h"
 #include "command_line/concat.h"
 #include "exchange/messages/messages.h"
-#include "platform/clock.h"
 #include "platform/named_object.h"
 #include "platform/process_list.h"
 #include "platform/text_encoding.h"
-#include "support/file_time.h"
 #include "support/lifetime.h"
-#include "support/text_format.h"
 
 namespace talvorn {
 namespace {
 
 constexpr std::string_view kCheck = "locator";
 
-// "0.4", in milliseconds, from a count of 100 ns.
-std::string Milliseconds(FileTime duration) {
-  const auto tenths = static_cast<std::uint32_t>(duration * 10 / platform::kFileTimePerMs);
-  std::array<char, 16> text{};
-  FormatTextA(text, "%u.%u", tenths / 10, tenths % 10);
-  return text.data();
+// "0.4"
+std::string Milliseconds(std::uint64_t microseconds) {
+  const std::uint64_t tenths = microseconds / 100;
+  return Concat({std::to_string(tenths / 10), ".", std::to_string(tenths % 10)});
 }
 
 void TellSilence(const Examination& examination, ClientStatus status) {
@@ -66,7 +61,7 @@ void TellLifetime(const Examination& examination, std::u16string_view commandLin
 
 // The first one serves; the others ask the network and keep lists for nobody.
 void TellProcesses(const Examination& examination) {
-  const auto locators = platform::RunningPrograms("talvorn-locator");
+  const auto locators = platform::RunningPrograms(kLocatorProgram);
   if (locators.size() > 1) {
     examination.Warn(
         kCheck,
@@ -82,9 +77,9 @@ void TellProcesses(const Examination& examination) {
 
 void CheckLocator(Examination& examination) {
   TellProcesses(examination);
-  const FileTime before = platform::SystemClock().SystemTime();
+  const Stopwatch watch;
   const auto version = examination.client.GetVersion();
-  const FileTime took = platform::SystemClock().SystemTime() - before;
+  const std::uint64_t took = watch.microseconds();
   if (version.status == ClientStatus::kInterrupted) return;
   if (!version) return TellSilence(examination, version.status);
   examination.answers = true;

@@ -61,6 +61,18 @@ void WriteLocator(MetricsWriter& metrics, const LocatorNumbers& locator) {
   metrics.Gauge("talvorn_items", "Items that devices have attached.").Sample(locator.items);
 }
 
+void WriteHeard(MetricsWriter& metrics, const std::map<std::string, HeardOnInterface>& interfaces) {
+  constexpr std::string_view kLabel = "interface";
+  metrics.Gauge("talvorn_devices_heard", "Devices that answered while this listened.");
+  for (const auto& [name, heard] : interfaces) metrics.Sample(kLabel, name, heard.devices.size());
+  metrics.Gauge("talvorn_other_locators",
+                "Other locators that asked, and kept this machine's silent, while this listened.");
+  for (const auto& [name, heard] : interfaces) metrics.Sample(kLabel, name, heard.askers.size());
+  if (!interfaces.begin()->second.asked) return;  // nowhere to be seen
+  metrics.Gauge("talvorn_asks", "Whether this machine's locator asked while this listened.");
+  for (const auto& [name, heard] : interfaces) metrics.Sample(kLabel, name, *heard.asked ? 1 : 0);
+}
+
 }  // namespace
 
 DeviceCounts CountDevices(std::span<const DeviceRecord> devices) {
@@ -81,6 +93,10 @@ std::string MetricsText(const FleetNumbers& numbers) {
       .Gauge("talvorn_locator_present",
              "Whether a locator runs on this machine, even one that serves nobody.")
       .Sample(numbers.locatorPresent ? 1 : 0);
+  metrics
+      .Gauge("talvorn_locators",
+             "Locators that this account sees on this machine, of which only one serves.")
+      .Sample(numbers.locators);
   if (numbers.locator) WriteLocator(metrics, *numbers.locator);
   if (numbers.receiveDrops) {
     metrics
@@ -88,6 +104,7 @@ std::string MetricsText(const FleetNumbers& numbers) {
                "Datagrams dropped for want of room by the sockets open on the discovery port.")
         .Sample(*numbers.receiveDrops);
   }
+  if (!numbers.heard.empty()) WriteHeard(metrics, numbers.heard);
   metrics.Gauge("talvorn_tool_info", "The version of the program that wrote this.")
       .Sample("version", kVersion, 1);
   metrics.Gauge("talvorn_scrape_timestamp_seconds", "When this was written, since 1970, UTC.")

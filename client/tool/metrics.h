@@ -4,11 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "client/doctor/traffic_listener.h"
 #include "devices/device_record.h"
 #include "platform/clock.h"
 
@@ -36,6 +38,9 @@ struct LocatorNumbers {
 struct FleetNumbers {
   std::optional<LocatorNumbers> locator;  // none: it does not answer
   bool locatorPresent = false;
+  std::size_t locators = 0;  // that this account sees running
+  // By the interface's name; empty when nobody has listened.
+  std::map<std::string, HeardOnInterface> heard{};
   std::optional<std::uint64_t> receiveDrops;  // none: the system does not tell
   platform::FileTime takenAt = 0;             // UTC
 };

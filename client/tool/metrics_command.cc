@@ -1,7 +1,8 @@
-// metrics: numbers for monitoring. It asks the locator as any client does, and never the network.
-#include <chrono>
-
+// metrics: numbers for monitoring. It asks the locator as any client does, and the network never;
+// it may listen there.
+#include "client/doctor/examined_interface.h"
 #include "client/locator_client.h"
+#include "client/stopwatch.h"
 #include "client/tool/commands.h"
 #include "client/tool/metrics.h"
 #include "client/tool/session.h"
@@ -9,23 +10,20 @@
 #include "exchange/messages/messages.h"
 #include "platform/clock.h"
 #include "platform/named_object.h"
+#include "platform/process.h"
+#include "platform/process_list.h"
 #include "platform/udp_drops.h"
+#include "support/settings.h"
 
 namespace talvorn {
 namespace {
 
-std::uint64_t MonotonicMicroseconds() {
-  using namespace std::chrono;
-  const auto now = steady_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(floor<microseconds>(now).count());
-}
-
 // The locator answers only when it answers everything.
 ClientStatus AskLocator(LocatorClient& client, LocatorNumbers& numbers) {
-  const std::uint64_t start = MonotonicMicroseconds();
+  const Stopwatch watch;
   auto version = client.GetVersion();
   if (!version) return version.status;
-  numbers.replyMicroseconds = MonotonicMicroseconds() - start;
+  numbers.replyMicroseconds = watch.microseconds();
   numbers.version = std::move(version.value);
 
   const auto devices = client.GetDevices();
@@ -36,6 +34,13 @@ ClientStatus AskLocator(LocatorClient& client, LocatorNumbers& numbers) {
   if (!items) return items.status;
   numbers.items = items.value.size();
   return ClientStatus::kOk;
+}
+
+std::map<std::string, HeardOnInterface> Listen(std::uint32_t milliseconds) {
+  RegistryValues settings;
+  (void)RetrieveValues(settings);
+  return HearOn(ExamineInterfaces(settings.ipv6Active != 0), milliseconds,
+                &platform::InterruptRequest());
 }
 
 }  // namespace
@@ -54,6 +59,11 @@ int RunMetricsCommand(const ToolOptions& options) {
   }
   numbers.locatorPresent =
       numbers.locator.has_value() || platform::NamedMutex::Open(kServiceMutex).valid();
+  numbers.locators = platform::RunningPrograms(kLocatorProgram).size();
+  if (options.listenMs > 0) {
+    numbers.heard = Listen(options.listenMs);
+    if (Interrupted()) return kDone;
+  }
   numbers.receiveDrops = platform::UdpReceiveDrops(kStatusPort);
   numbers.takenAt = platform::SystemClock().SystemTime();
   const std::string text = MetricsText(numbers);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "client/doctor/traffic_listener.h"
 #include "client/tool/session.h"
 #include "client/tool/table.h"
 #include "client/tool/views.h"
@@ -18,8 +17,6 @@
 namespace talvorn {
 namespace {
 
-constexpr std::string_view kProgram = "talvorn-locator";
-
 void AskLocator(Status& status, const ClientOptions& options) {
   LocatorClient client(options);
   auto version = client.GetVersion();
@@ -28,17 +25,6 @@ void AskLocator(Status& status, const ClientOptions& options) {
   status.version = std::move(version.value);
   if (const auto devices = client.GetDevices()) status.devices = devices.value.size();
   if (const auto items = client.GetItems()) status.items = items.value.size();
-}
-
-void Listen(Status& status, const ClientOptions& options, std::uint32_t milliseconds) {
-  if (milliseconds == 0) return;
-  TrafficListener traffic;
-  for (const ExaminedInterface& one : status.interfaces) {
-    KnowOwnAddresses(traffic, one);
-    (void)ListenOn(traffic, one);
-  }
-  (void)traffic.ListenFor(milliseconds, options.interrupt);
-  status.heard = traffic.heard();
 }
 
 std::string LastReportOf(std::u16string_view source) {
@@ -117,14 +103,14 @@ void WriteInterface(JsonWriter& json, const ExaminedInterface& one, const Status
 Status TakeStatus(const ClientOptions& options, std::uint32_t listenMs) {
   Status status;
   AskLocator(status, options);
-  status.processes = platform::RunningPrograms(kProgram);
+  status.processes = platform::RunningPrograms(kLocatorProgram);
   RegistryValues settings;
   (void)RetrieveValues(settings);
   status.interfaces = ExamineInterfaces(settings.ipv6Active != 0);
   std::erase_if(status.interfaces, [](const ExaminedInterface& one) { return !IsShown(one); });
   status.drops = platform::UdpReceiveDrops(kDiscoveryPort);
   status.settings = ReadSettingList();
-  Listen(status, options, listenMs);
+  if (listenMs > 0) status.heard = HearOn(status.interfaces, listenMs, options.interrupt);
   status.lastRequest = LastReportOf(kSourceCastRequest);
   status.lastAnswer = LastReportOf(kSourceCastResponse);
   return status;

@@ -125,11 +125,14 @@ std::vector<Option> AnswerOptions(ToolOptions& options) {
   return {JsonOption(options, "a JSON document, for programs"), TimeoutOption(options)};
 }
 
+Option ListenOption(ToolOptions& options) {
+  return {"--listen", "SECONDS",
+          "listens to the network so long, for other locators and for\ndevices (default 0)",
+          TakeSeconds(options.listenMs, 0, kMaxMs)};
+}
+
 std::vector<Option> StatusOptions(ToolOptions& options) {
-  return {{"--listen", "SECONDS",
-           "listens to the network so long, for other locators and for\ndevices (default 0)",
-           TakeSeconds(options.listenMs, 0, kMaxMs)},
-          JsonOption(options, "a JSON document, for programs"),
+  return {ListenOption(options), JsonOption(options, "a JSON document, for programs"),
           TimeoutOption(options)};
 }
 
@@ -176,6 +179,7 @@ std::vector<Option> MetricsOptions(ToolOptions& options) {
   return {{"--output", "FILE",
            "writes to this file, which is replaced as a whole, for a\ntextfile collector",
            TakeFileName(options.outputFile)},
+          ListenOption(options),
           TimeoutOption(options)};
 }
 
@@ -250,8 +254,9 @@ constexpr auto kCommands = std::to_array<CommandEntry>({
      ReinitOptions, &ToolOptions::address},
     {"metrics", "", ToolCommand::kMetrics, "numbers for monitoring, in the Prometheus text format",
      "Writes numbers for monitoring in the Prometheus text format: whether the locator answers\n"
-     "and how fast, its devices and items, datagrams that were dropped. That the locator does\n"
-     "not answer is one of them (talvorn_up 0), and no failure.\n",
+     "and how fast, its devices and items, datagrams that were dropped; with --listen who asks on\n"
+     "each interface and how many devices answer. That the locator does not answer is one of them\n"
+     "(talvorn_up 0), and no failure.\n",
      MetricsOptions, nullptr},
     {"completion", "SHELL", ToolCommand::kCompletion, "a script that completes this command line",
      "Prints a script for bash, zsh or powershell that completes commands and options:\n"

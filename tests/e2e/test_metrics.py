@@ -93,6 +93,22 @@ class Metrics(NetworkTestCase):
             self.assertEqual((samples["talvorn_up"], samples["talvorn_locator_present"]), (0, 0))
             self.assertFalse([name for name in samples if "devices" in name or "reply" in name])
 
+    def test_listening_they_tell_who_asks_and_answers(self):
+        locator = self.start_listening(self.here, settings={"Time Response Valid": 600000})
+        self.simulate(self.there, "--interface", "dev0", "--devices", "2")
+        rival = self.station(self.there, "dev0", "192.168.10.21")
+        locator.wait_devices(2)
+        seen = self.parsed(self.tool_says(locator, "metrics", "--listen", "2"))
+        interface = [name for name, number in seen.items() if "_heard{" in name and number == 2]
+        self.assertEqual(len(interface), 1, seen)
+        label = interface[0].removeprefix("talvorn_devices_heard")
+        self.assertEqual((seen["talvorn_locators"], seen["talvorn_other_locators" + label]), (1, 0))
+        if self.target.NAME == "linux":
+            self.assertEqual(seen["talvorn_asks" + label], 1)
+        tool = self.tool(locator, "metrics", "--listen", "2")
+        wait_until(lambda: (rival.send_request(), tool.ended)[1], "the end of the listening")
+        self.assertEqual(self.parsed(tool.out)["talvorn_other_locators" + label], 1)
+
     def test_a_file_that_cannot_be_written_stays_as_it_was(self):
         locator = self.start_locator(self.here)
         os.mkdir(self.file)
