@@ -44,7 +44,7 @@ class DoctorTestCase(NetworkTestCase):
 
 class Healthy(DoctorTestCase):
     def test_nothing_to_complain_of(self):
-        locator = self.start_listening(self.here, settings=FAST)
+        locator = self.start_listening(self.here, settings={**FAST, "Time Response Valid": 600000})
         self.simulate(self.there, "--interface", "dev0", "--devices", "3")
         locator.wait_devices(3)
         status, findings = self.findings(locator)
@@ -53,9 +53,15 @@ class Healthy(DoctorTestCase):
         said = "\n".join(sentence for _, sentence in findings)
         self.assertRegex(said, r"locator 1\.0\.0\.0 answers in \d+\.\d ms")
         self.assertRegex(said, rf"on \S.* {self.asks}3 devices answer")
-        known = json.loads(self.tool_says(locator, "devices", "--json"))["devices"][0]
-        for asked in (known["serial"], known["serial"].lstrip("0"), known["ipv4"]):
-            self.assertEqual(self.complaints(locator, asked), [])
+        one = json.loads(self.tool_says(locator, "devices", "--json"))["devices"][0]
+        asked = [one["serial"].lstrip("0"), one["ipv4"]]
+        if 6 in self.families:
+            self.wait_heard(locator, self.device("fd00:10::20"))
+            asked.append("FD00:10:0::20")
+        for device in asked:
+            status, findings = self.findings(locator, device)
+            self.assertEqual(status, 0)
+            self.assertIn(f"the locator knows {device}: serial", findings[-1][1])
 
 
 class Faults(DoctorTestCase):
@@ -182,7 +188,9 @@ class Faults(DoctorTestCase):
             **FAST, "TAL-VORN INI-File Static Devices": file.path})
         self.simulate(self.there, "--interface", "dev0", "--devices", "1")
         locator.wait_devices(2)
-        complaints = self.complaints(locator)
+        complaints = self.complaints(locator, "10.20.0.2")
+        self.assertIn("10.20.0.2 is a static device that the locator does not know",
+                      complaints.pop()[1])
         for expected, (verdict, sentence) in zip((
                 r"wrong \(somewhere\) has an IpAddress that is no IPv4 address",
                 r"mute\\x1b\[2J \(10\.20\.0\.2\) accepts a connection, but sends no status",
