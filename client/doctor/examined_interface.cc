@@ -4,6 +4,7 @@
 
 #include "discovery/usable_interface.h"
 #include "platform/address.h"
+#include "support/settings.h"
 
 namespace talvorn {
 namespace {
@@ -32,6 +33,12 @@ std::vector<ExaminedInterface> ExamineInterfaces(bool ipv6Active) {
     all.push_back(std::move(examined));
   }
   return all;
+}
+
+std::vector<ExaminedInterface> ExamineInterfaces() {
+  RegistryValues settings;
+  (void)RetrieveValues(settings);
+  return ExamineInterfaces(settings.ipv6Active != 0);
 }
 
 std::string UsedAddresses(const ExaminedInterface& interface) {

@@ -22,6 +22,8 @@ struct ExaminedInterface {
 };
 
 [[nodiscard]] std::vector<ExaminedInterface> ExamineInterfaces(bool ipv6Active);
+// As the settings in force are.
+[[nodiscard]] std::vector<ExaminedInterface> ExamineInterfaces();
 
 // What it is used with: "192.168.10.1 IPv6".
 [[nodiscard]] std::string UsedAddresses(const ExaminedInterface& interface);

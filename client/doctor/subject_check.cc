@@ -41,8 +41,8 @@ bool IsMeant(std::string_view subject, std::string_view serial,
              const std::set<std::string>& addresses) {
   if (IsSerial(subject)) return WithoutZeros(serial) == WithoutZeros(subject);
   const std::string wanted = CanonicalAddress(subject);
-  return std::ranges::any_of(addresses, [&](const std::string& address) {
-    return address == subject || (!wanted.empty() && CanonicalAddress(address) == wanted);
+  return !wanted.empty() && std::ranges::any_of(addresses, [&](const std::string& address) {
+    return CanonicalAddress(address) == wanted;
   });
 }
 

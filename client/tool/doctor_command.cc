@@ -1,5 +1,6 @@
 // doctor: one line for each finding.
 #include <string>
+#include <utility>
 
 #include "client/doctor/examination.h"
 #include "client/tool/commands.h"
@@ -15,27 +16,33 @@ namespace {
 // Findings for people, each as it is found.
 class FindingLines {
  public:
-  void Add(const Finding& finding) {
-    Put(Concat({draws_ ? kBackToEmptyLine : "", FindingLine(finding, styles_)}));
-  }
+  void Add(const Finding& finding) { Put(Concat({Erasure(), FindingLine(finding, styles_)})); }
 
   // On a terminal, until the next finding takes its place.
   void SayThatItListens(std::uint32_t milliseconds) {
-    if (draws_) Put(Concat({"      listens for ", std::to_string(milliseconds / 1'000), " s ..."}));
+    if (!draws_) return;
+    Put(Concat({"      listens for ", std::to_string(milliseconds / 1'000), " s ..."}));
+    listens_ = true;
   }
 
   int End(bool) {
-    if (draws_) Put(std::string(kBackToEmptyLine));
+    Put(Erasure());
     return status_;
   }
 
  private:
+  // What takes away that it listens.
+  std::string Erasure() {
+    return std::exchange(listens_, false) ? Concat({"\r", kEraseRestOfLine}) : std::string();
+  }
+
   void Put(const std::string& text) {
     if (status_ == kDone) status_ = Print(text);
   }
 
   const bool draws_ = OutputTakesSequences();
   const bool styles_ = OutputTakesStyles();
+  bool listens_ = false;  // as the terminal shows
   int status_ = kDone;
 };
 

@@ -12,7 +12,6 @@ namespace {
 // Control sequences of ECMA-48 and of the VT terminals that every emulator follows.
 constexpr std::string_view kHome = "\x1b[H";
 constexpr std::string_view kEraseScreen = "\x1b[2J";
-constexpr std::string_view kEraseRestOfLine = "\x1b[K";
 constexpr std::string_view kEraseBelow = "\x1b[J";
 constexpr std::string_view kHideCursor = "\x1b[?25l";
 constexpr std::string_view kShowCursor = "\x1b[?25h";

@@ -13,7 +13,6 @@
 #include "platform/process.h"
 #include "platform/process_list.h"
 #include "platform/udp_drops.h"
-#include "support/settings.h"
 
 namespace talvorn {
 namespace {
@@ -36,13 +35,6 @@ ClientStatus AskLocator(LocatorClient& client, LocatorNumbers& numbers) {
   return ClientStatus::kOk;
 }
 
-std::map<std::string, HeardOnInterface> Listen(std::uint32_t milliseconds) {
-  RegistryValues settings;
-  (void)RetrieveValues(settings);
-  return HearOn(ExamineInterfaces(settings.ipv6Active != 0), milliseconds,
-                &platform::InterruptRequest());
-}
-
 }  // namespace
 
 int RunMetricsCommand(const ToolOptions& options) {
@@ -61,7 +53,7 @@ int RunMetricsCommand(const ToolOptions& options) {
       numbers.locator.has_value() || platform::NamedMutex::Open(kServiceMutex).valid();
   numbers.locators = platform::RunningPrograms(kLocatorProgram).size();
   if (options.listenMs > 0) {
-    numbers.heard = Listen(options.listenMs);
+    numbers.heard = HearOn(ExamineInterfaces(), options.listenMs, &platform::InterruptRequest());
     if (Interrupted()) return kDone;
   }
   numbers.receiveDrops = platform::UdpReceiveDrops(kStatusPort);

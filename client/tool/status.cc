@@ -104,9 +104,7 @@ Status TakeStatus(const ClientOptions& options, std::uint32_t listenMs) {
   Status status;
   AskLocator(status, options);
   status.processes = platform::RunningPrograms(kLocatorProgram);
-  RegistryValues settings;
-  (void)RetrieveValues(settings);
-  status.interfaces = ExamineInterfaces(settings.ipv6Active != 0);
+  status.interfaces = ExamineInterfaces();
   std::erase_if(status.interfaces, [](const ExaminedInterface& one) { return !IsShown(one); });
   status.drops = platform::UdpReceiveDrops(kDiscoveryPort);
   status.settings = ReadSettingList();

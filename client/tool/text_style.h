@@ -14,8 +14,7 @@ enum class TextStyle { kPlain, kStrong, kGood, kAttention, kAlarm, kFaint };
 // It is, and NO_COLOR does not forbid them.
 [[nodiscard]] bool OutputTakesStyles();
 
-// Puts the cursor at the beginning of its line, and empties the line.
-inline constexpr std::string_view kBackToEmptyLine = "\r\x1b[K";
+inline constexpr std::string_view kEraseRestOfLine = "\x1b[K";
 
 // The text, and the style ended behind it.
 [[nodiscard]] std::string Styled(std::string_view text, TextStyle style);

@@ -2,7 +2,6 @@
 the unit test of the settings knows."""
 
 import os
-import re
 import threading
 
 from lab.harness import (INTERFACES_KEY, ROOT, NetworkTestCase, full_set, only_on, wait_until)
@@ -27,16 +26,11 @@ class Settings(NetworkTestCase):
             self.assert_log_path(locator, stored)
             locator.stop()
 
-    def test_the_sample_file_is_taken_and_has_every_setting_of_the_readme(self):
+    def test_the_sample_file_is_taken(self):
         sample = os.path.join(ROOT, "packaging", "settings.reg")
         locator = self.start_locator(self.here, settings=None, settings_file=sample)
         self.assertEqual(locator.event_log.count("Registry RetrieveValues() failed"), 0)
         self.assert_log_path(locator, locator.temporary)
-        with open(sample, encoding="ascii") as file:
-            names = re.findall(r'^;?"(.*?)"=', file.read(), re.MULTILINE)
-        with open(os.path.join(ROOT, "README.md"), encoding="utf-8") as file:
-            table = file.read().partition("| Value |")[2].partition("\n\n")[0]
-        self.assertEqual(sorted(names), sorted(re.findall(r"^\| (\w.*?) \|", table, re.MULTILINE)))
 
     @only_on("linux", "the settings are a file there")
     @full_set
